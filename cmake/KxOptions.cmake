@@ -1,0 +1,62 @@
+# Build options and the flags that every target of the project is compiled with.
+
+option(KX_BUILD_TESTS "Build the test suite" ${PROJECT_IS_TOP_LEVEL})
+option(KX_BUILD_EXAMPLES "Build the examples" ${PROJECT_IS_TOP_LEVEL})
+option(KX_BUILD_BENCHMARKS "Build the benchmarks" OFF)
+option(KX_BUILD_FUZZERS "Build the libFuzzer executables (clang only)" OFF)
+option(KX_WERROR "Treat warnings as errors" OFF)
+option(KX_COVERAGE "Instrument for coverage" OFF)
+option(KX_USE_FRAMEWORK "Use an installed CppMicroServices when find_package finds one" ON)
+set(KX_SANITIZE "" CACHE STRING "Sanitizers, as -fsanitize= takes them (for example address,undefined)")
+
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_CXX_VISIBILITY_PRESET hidden)
+set(CMAKE_C_VISIBILITY_PRESET hidden)
+set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+
+if(NOT CMAKE_BUILD_TYPE AND NOT CMAKE_CONFIGURATION_TYPES)
+  set(CMAKE_BUILD_TYPE Release CACHE STRING "Build type" FORCE)
+endif()
+
+# The build tree has the layout of the install tree, so that the tool finds its providers in both.
+set(CMAKE_RUNTIME_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/bin")
+set(CMAKE_LIBRARY_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/${CMAKE_INSTALL_LIBDIR}")
+set(CMAKE_ARCHIVE_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/${CMAKE_INSTALL_LIBDIR}")
+
+# Folder, relative to the library folder, that holds the provider bundles; a bundle stands in a
+# subfolder of it that is named after its component ("storage/zipprovider").
+set(KX_PROVIDER_SUBDIR "vfs/provider")
+set(KX_PROVIDER_INSTALL_DIR "${CMAKE_INSTALL_LIBDIR}/${KX_PROVIDER_SUBDIR}")
+
+set(CMAKE_INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR};$ORIGIN;$ORIGIN/../../../..")
+
+find_program(KX_CCACHE ccache)
+if(KX_CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
+  set(CMAKE_C_COMPILER_LAUNCHER "${KX_CCACHE}")
+  set(CMAKE_CXX_COMPILER_LAUNCHER "${KX_CCACHE}")
+endif()
+
+add_library(kx_flags INTERFACE)
+target_compile_features(kx_flags INTERFACE cxx_std_20)
+target_compile_options(kx_flags INTERFACE -Wall -Wextra -Wconversion -Wshadow)
+if(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
+  target_compile_options(kx_flags INTERFACE -Wthread-safety)
+endif()
+if(KX_WERROR)
+  target_compile_options(kx_flags INTERFACE -Werror)
+endif()
+if(KX_SANITIZE)
+  target_compile_options(kx_flags INTERFACE -fsanitize=${KX_SANITIZE} -fno-omit-frame-pointer)
+  target_link_options(kx_flags INTERFACE -fsanitize=${KX_SANITIZE})
+  if(KX_SANITIZE MATCHES "undefined")
+    target_compile_options(kx_flags INTERFACE -fno-sanitize-recover=undefined)
+  endif()
+endif()
+if(KX_COVERAGE)
+  target_compile_options(kx_flags INTERFACE --coverage -O0 -g)
+  target_link_options(kx_flags INTERFACE --coverage)
+endif()

@@ -1,0 +1,94 @@
+# One call per library, test, example, fuzzer and benchmark.
+
+include(GoogleTest)
+
+# kx_add_library(<target> SOURCES ... [PUBLIC ...] [PRIVATE ...])
+#
+# A shared platform library lib<target>.so, includable from src/. Its sources are compiled with
+# KX_BUILDING_<TARGET> defined, which turns its export macro into an export. Public headers are
+# every *.h of the folder of the call; they are installed under include/kx with their path below src/.
+function(kx_add_library target)
+  cmake_parse_arguments(arg "" "" "SOURCES;PUBLIC;PRIVATE" ${ARGN})
+  add_library(${target} SHARED ${arg_SOURCES})
+  add_library(kx::${target} ALIAS ${target})
+  string(TOUPPER ${target} upper)
+  target_compile_definitions(${target} PRIVATE KX_BUILDING_${upper})
+  target_include_directories(${target} PUBLIC
+    "$<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/src>"
+    "$<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/kx>")
+  target_link_libraries(${target} PUBLIC ${arg_PUBLIC} PRIVATE ${arg_PRIVATE} "$<BUILD_INTERFACE:kx_flags>")
+  set_target_properties(${target} PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR})
+  install(TARGETS ${target} EXPORT KxStorageTargets)
+  file(RELATIVE_PATH place "${PROJECT_SOURCE_DIR}/src" "${CMAKE_CURRENT_SOURCE_DIR}")
+  install(DIRECTORY "${CMAKE_CURRENT_SOURCE_DIR}/"
+    DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/kx/${place}"
+    FILES_MATCHING PATTERN "*.h" PATTERN "src" EXCLUDE)
+endfunction()
+
+# kx_add_test(<target> SOURCES ... [LINK ...] [ENVIRONMENT ...] [TIMEOUT <s>] [LABELS ...])
+#
+# A GoogleTest executable whose tests ctest runs one by one, each in its own process.
+# With WHOLE, ctest runs the executable once (for suites whose set-up is dear).
+function(kx_add_test target)
+  cmake_parse_arguments(arg "WHOLE" "TIMEOUT" "SOURCES;LINK;ENVIRONMENT;LABELS" ${ARGN})
+  if(NOT arg_TIMEOUT)
+    set(arg_TIMEOUT 120)
+  endif()
+  add_executable(${target} ${arg_SOURCES})
+  target_include_directories(${target} PRIVATE "${PROJECT_SOURCE_DIR}/src" "${PROJECT_SOURCE_DIR}/tests")
+  target_compile_definitions(${target} PRIVATE KX_SOURCE_DIR="${PROJECT_SOURCE_DIR}" KX_BINARY_DIR="${PROJECT_BINARY_DIR}")
+  target_link_libraries(${target} PRIVATE ${arg_LINK} GTest::gmock GTest::gtest_main "$<BUILD_INTERFACE:kx_flags>")
+  set_target_properties(${target} PROPERTIES RUNTIME_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/tests")
+  set(environment "KX_SHARED_CORPUS=${PROJECT_SOURCE_DIR}/../shared/corpus;${arg_ENVIRONMENT}")
+  if(arg_WHOLE)
+    add_test(NAME ${target} COMMAND ${target})
+    set_tests_properties(${target} PROPERTIES
+      TIMEOUT ${arg_TIMEOUT} ENVIRONMENT "${environment}" LABELS "${arg_LABELS}")
+  else()
+    gtest_discover_tests(${target}
+      TEST_PREFIX "${target}." DISCOVERY_TIMEOUT 120
+      PROPERTIES TIMEOUT ${arg_TIMEOUT} ENVIRONMENT "${environment}" LABELS "${arg_LABELS}")
+  endif()
+endfunction()
+
+# kx_add_example(<target> SOURCES ... [LINK ...])
+function(kx_add_example target)
+  cmake_parse_arguments(arg "" "" "SOURCES;LINK" ${ARGN})
+  add_executable(${target} ${arg_SOURCES})
+  target_link_libraries(${target} PRIVATE ${arg_LINK} "$<BUILD_INTERFACE:kx_flags>")
+  set_target_properties(${target} PROPERTIES RUNTIME_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/examples")
+endfunction()
+
+# kx_add_fuzzer(<name> SOURCES ... [LINK ...])
+#
+# <name>_replay runs the target over the files of fuzz/corpus/<name> (an ordinary test);
+# with KX_BUILD_FUZZERS also fuzz_<name>, the libFuzzer executable.
+function(kx_add_fuzzer name)
+  cmake_parse_arguments(arg "" "" "SOURCES;LINK" ${ARGN})
+  if(KX_BUILD_TESTS)
+    add_executable(${name}_replay ${arg_SOURCES} "${PROJECT_SOURCE_DIR}/fuzz/replay_main.cpp")
+    target_include_directories(${name}_replay PRIVATE "${PROJECT_SOURCE_DIR}/src" "${PROJECT_SOURCE_DIR}/tests")
+    target_link_libraries(${name}_replay PRIVATE ${arg_LINK} "$<BUILD_INTERFACE:kx_flags>")
+    set_target_properties(${name}_replay PROPERTIES RUNTIME_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/fuzz")
+    add_test(NAME fuzz.${name}.replays_its_corpus
+      COMMAND ${name}_replay "${PROJECT_SOURCE_DIR}/fuzz/corpus/${name}")
+    set_tests_properties(fuzz.${name}.replays_its_corpus PROPERTIES TIMEOUT 120 LABELS fuzz)
+  endif()
+  if(KX_BUILD_FUZZERS)
+    add_executable(fuzz_${name} ${arg_SOURCES})
+    target_include_directories(fuzz_${name} PRIVATE "${PROJECT_SOURCE_DIR}/src" "${PROJECT_SOURCE_DIR}/tests")
+    target_link_libraries(fuzz_${name} PRIVATE ${arg_LINK} "$<BUILD_INTERFACE:kx_flags>")
+    target_compile_options(fuzz_${name} PRIVATE -fsanitize=fuzzer)
+    target_link_options(fuzz_${name} PRIVATE -fsanitize=fuzzer)
+    set_target_properties(fuzz_${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/fuzz")
+  endif()
+endfunction()
+
+# kx_add_benchmark(<target> SOURCES ... [LINK ...])
+function(kx_add_benchmark target)
+  cmake_parse_arguments(arg "" "" "SOURCES;LINK" ${ARGN})
+  add_executable(${target} ${arg_SOURCES})
+  target_include_directories(${target} PRIVATE "${PROJECT_SOURCE_DIR}/src" "${PROJECT_SOURCE_DIR}/tests")
+  target_link_libraries(${target} PRIVATE ${arg_LINK} benchmark::benchmark_main "$<BUILD_INTERFACE:kx_flags>")
+  set_target_properties(${target} PROPERTIES RUNTIME_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/benchmarks")
+endfunction()
