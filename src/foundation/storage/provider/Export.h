@@ -1,0 +1,9 @@
+#pragma once
+
+#include <foundation/core/Export.h>
+
+#ifdef KX_BUILDING_KXFLSTORAGEPROVIDER
+#define KXFLSTORAGEPROVIDER_API KX_EXPORT_SYMBOL
+#else
+#define KXFLSTORAGEPROVIDER_API KX_IMPORT_SYMBOL
+#endif
