@@ -1,0 +1,4 @@
+#pragma once
+
+#include <cppmicroservices/FrameworkExport.h>
+#include <cppmicroservices/GlobalConfig.h>
