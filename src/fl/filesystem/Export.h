@@ -1,0 +1,9 @@
+#pragma once
+
+#include <foundation/core/Export.h>
+
+#ifdef KX_BUILDING_KXFOUNDATION_FILESYSTEM
+#define KXFOUNDATION_FILESYSTEM_API KX_EXPORT_SYMBOL
+#else
+#define KXFOUNDATION_FILESYSTEM_API KX_IMPORT_SYMBOL
+#endif
