@@ -1,0 +1,42 @@
+#pragma once
+
+#include <foundation/storage/provider/StorageIRI.h>
+#include <storage/fileprovider/Export.h>
+#include <storage/fileprovider/LocalFileOptions.h>
+
+#include <string>
+#include <vector>
+
+namespace storage::fileprovider {
+
+/// What an interrupted save of a file had left, and what became of it.
+enum class RecoveryOutcome {
+    /// No save was interrupted; nothing was done.
+    Nothing,
+    /// A save had been interrupted before it touched the file: the file holds its old contents, and what the
+    /// save had left was removed.
+    DiscardedUnfinishedSave,
+    /// A save had been interrupted while the file was being overwritten: the file holds the new contents.
+    FinishedSave,
+    /// Something is left that does not belong to the file as it is (it was replaced since). The file was not
+    /// touched and nothing was removed.
+    LeftAlone,
+};
+
+struct RecoveryReport {
+    RecoveryOutcome outcome = RecoveryOutcome::Nothing;
+    /// One sentence in UTF-8, without a full stop, for each thing that was found, naming the files.
+    std::vector<std::string> details;
+};
+
+/// Finishes or discards what a save of this process or of another one left when it was killed. Opening the file
+/// through LocalFileProvider does the same without a word. Waits while a living process is overwriting the
+/// file. The file need not exist.
+/// Errors: the provider's Exception. LocalFileSystem when the file is half overwritten and cannot be made whole
+/// (the journal is damaged, or the new contents are missing); AccessDenied when only another user can finish
+/// the save; NoSpace. Nothing that could help is removed then, and the cause names the files.
+/// Threads: any.
+KXFILEPROVIDER_API RecoveryReport recoverFile(const foundation::storage::provider::StorageIRI& file,
+                                              const LocalFileOptions& options = {});
+
+} // namespace storage::fileprovider
