@@ -34,8 +34,8 @@ public:
     ByteStream& operator=(const ByteStream&) = delete;
 
     /// Reads up to `count` bytes at the position and moves it behind them.
-    /// Returns the number of bytes read, 0 at the end of the file; fewer than asked for is no sign of the end.
-    /// Errors: std::invalid_argument for a negative count.
+    /// Returns the number of bytes read, 0 at the end of the file; fewer than asked for is no sign of the
+    /// end. Errors: std::invalid_argument for a negative count.
     std::int64_t read(char* buffer, std::int64_t count);
 
     /// Writes `count` bytes at the position (at the end of the file for a stream opened to append) and moves

@@ -14,13 +14,13 @@ namespace foundation::storage::provider {
 
 /// What GenericByteStreamDevice needs of a stream type.
 template <typename Stream>
-concept SeekableByteStream =
-    requires(Stream& stream, char* in, const char* out, std::int64_t n, SeekOrigin origin) {
-        { stream.read(in, n) } -> std::convertible_to<std::int64_t>;
-        { stream.write(out, n) } -> std::convertible_to<std::int64_t>;
-        { stream.seek(n, origin) } -> std::convertible_to<std::int64_t>;
-        stream.close();
-    };
+concept SeekableByteStream = requires(Stream& stream, char* in, const char* out, std::int64_t n,
+                                      SeekOrigin origin) {
+    { stream.read(in, n) } -> std::convertible_to<std::int64_t>;
+    { stream.write(out, n) } -> std::convertible_to<std::int64_t>;
+    { stream.seek(n, origin) } -> std::convertible_to<std::int64_t>;
+    stream.close();
+};
 
 /// A Boost.Iostreams seekable device over a byte stream. Copies share the stream, which lives as long as the
 /// last of them; closing one closes the stream for all.
@@ -39,7 +39,9 @@ public:
         return got == 0 && count > 0 ? -1 : got;
     }
 
-    std::streamsize write(const char* buffer, std::streamsize count) { return m_stream->write(buffer, count); }
+    std::streamsize write(const char* buffer, std::streamsize count) {
+        return m_stream->write(buffer, count);
+    }
 
     std::streampos seek(boost::iostreams::stream_offset offset, std::ios_base::seekdir way) {
         const auto origin = way == std::ios_base::beg   ? SeekOrigin::Begin

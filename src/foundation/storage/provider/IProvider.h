@@ -28,19 +28,26 @@ class ChangePoller;
 /// core; the defaults build everything else on the core, so that every provider has it. A provider overrides
 /// a default where it can do better.
 ///
-/// Locations are StorageIRIs of the provider's scheme; their resolved path counts. Wildcard patterns match one
-/// name: `*` any text, `?` one character, `[a-c]` and `[!a-c]` one character in or outside a set; a malformed
-/// pattern is ErrorCode::InvalidArgument.
+/// Locations are StorageIRIs of the provider's scheme; their resolved path counts. Wildcard patterns match
+/// one name: `*` any text, `?` one character, `[a-c]` and `[!a-c]` one character in or outside a set ("]" as
+/// its first member and "-" at either end stand for themselves); letter case matters, and a character outside
+/// the basic plane is one character. A malformed pattern (a set without an end, a range upside down) is
+/// ErrorCode::InvalidArgument.
 ///
 /// Errors: failures are thrown as Exception, whose code and IRI each operation names; the core's own failures
 /// pass through the defaults. A failed operation changes nothing unless it says otherwise.
 /// Ownership: what is returned by std::unique_ptr is the caller's and never null. Streams and iterators may
-/// outlive the provider.
+/// outlive the provider; a transactional stream keeps a provider that is owned by std::shared_ptr alive, and
+/// must be closed or destroyed before a provider that is owned otherwise.
 /// Threads: every operation may be called from several threads at once.
 ///
-/// The order of the virtual operations is part of the binary interface. Adding one: at the end, with its public
-/// forwarder here, and forwarders in ForwardingProvider of the tests.
-class KXFLSTORAGEPROVIDER_API IProvider {
+/// Providers: a class from which no other derives calls endChangePolling() first in its destructor. The
+/// polling thread calls virtual operations; without that call it may meet an object of which only this base
+/// is left, and the program ends with "pure virtual method called" or worse, once in a long while.
+///
+/// The order of the virtual operations is part of the binary interface. Adding one: at the end, with its
+/// public forwarder here, and forwarders in ForwardingProvider of the tests.
+class KXFLSTORAGEPROVIDER_API IProvider : public std::enable_shared_from_this<IProvider> {
 public:
     virtual ~IProvider();
 
@@ -73,8 +80,8 @@ public:
     /// Removes a folder and all below it. Errors: NotFound; NotWritable. After a failure some of it may be
     /// gone.
     void removeFolderRecursively(const StorageIRI& location);
-    /// Moves or renames a folder with all below it. Errors: as moveFile; NotFound when the destination lies in
-    /// the folder itself.
+    /// Moves or renames a folder with all below it. Errors: as moveFile; NotFound when the destination lies
+    /// in the folder itself.
     void moveFolder(const StorageIRI& source, const StorageIRI& destination, MoveOption option);
 
     // --- attributes
@@ -91,14 +98,15 @@ public:
     std::unique_ptr<ByteStream> openStream(const StorageIRI& location, const ByteStreamOpenOptions& options);
     /// Opens a file for reading. Errors: NotFound; ContainerUnreadable where the format's data is damaged.
     std::unique_ptr<ByteStream> openReadStream(const StorageIRI& location);
-    /// Opens a file for writing so that the destination shows the contents only once the stream is closed: the
-    /// bytes go to a local temporary file and are put in place by close(). With options that keep contents,
-    /// the temporary file starts with them. A stream destroyed without close() leaves the destination as it
-    /// was. Errors: as openStream; close() reports what failed in putting them in place.
+    /// Opens a file for writing so that the destination shows the contents only once the stream is closed:
+    /// the bytes go to a local temporary file and are put in place by close(). With options that keep
+    /// contents, the temporary file starts with them. A stream destroyed without close() leaves the
+    /// destination as it was. Errors: as openStream; close() reports what failed in putting them in place.
     std::unique_ptr<ByteStream> openTransactionalStream(const StorageIRI& location,
                                                         const ByteStreamOpenOptions& options);
     /// As openTransactionalStream, but the bytes are written to a new file with a unique name in the folder
-    /// `scratchFolder` of this same provider, and close() moves it to the destination.
+    /// `scratchFolder` of this same provider, and close() moves it to the destination. The scratch file is
+    /// removed when the stream is destroyed without close() or close() fails.
     /// Errors: NotFound for a missing scratch folder.
     std::unique_ptr<ByteStream>
     openTransactionalStreamAtScratchLocation(const StorageIRI& location, const StorageIRI& scratchFolder,
@@ -126,9 +134,11 @@ public:
     std::vector<fl::i18n::ustring> listFilesNamesOnlyWildcards(const StorageIRI& folder,
                                                                fl::i18n::ustring_view pattern);
     /// Everything below the folder, each folder before its entries; names are paths relative to `folder`,
-    /// joined with "/". A folder that disappears while the walk goes on counts as empty.
+    /// joined with "/". The whole tree is read before the return; a folder that disappears meanwhile counts
+    /// as empty.
     std::unique_ptr<IFolderEntryIterator> listAllRecursive(const StorageIRI& folder);
-    /// The entries of listAllRecursive whose last component matches; folders that do not match are walked too.
+    /// The entries of listAllRecursive whose last component matches; folders that do not match are walked
+    /// too.
     std::unique_ptr<IFolderEntryIterator> listAllRecursiveWildcards(const StorageIRI& folder,
                                                                     fl::i18n::ustring_view pattern);
     std::vector<fl::i18n::ustring> listAllRecursiveNamesOnly(const StorageIRI& folder);
@@ -137,8 +147,10 @@ public:
 
     // --- copies and single properties
 
-    /// Copies a file within the provider. Errors: as moveFile. After a failure the destination may be
-    /// incomplete; copyFileAtomic has the old or the new contents at every moment.
+    /// Copies a file within the provider; onto itself, with an option that replaces, nothing changes.
+    /// Errors: as moveFile. After a failure the destination may be incomplete; copyFileAtomic has the old or
+    /// the new contents at every moment. By default it writes a new file with a unique name in the
+    /// destination's folder and moves it over the destination.
     void copyFile(const StorageIRI& source, const StorageIRI& destination, MoveOption option);
     void copyFileAtomic(const StorageIRI& source, const StorageIRI& destination, MoveOption option);
     /// Errors: NotFound; NotSupported where hasFeature(SetLastModified) is false. `time` is UTC.
@@ -149,17 +161,23 @@ public:
     // --- change events
 
     /// Has `listener` called for every entry that comes, goes or changes in the folder (not below its
-    /// subfolders) from the next look at it on. One listener a location; a second one replaces the first.
-    /// Events flow while the polling mechanism runs. Errors: NotFound when there is no such folder.
+    /// subfolders) after the return of this call. One listener a location; a second one replaces the first,
+    /// of which no call follows. Events flow while the polling mechanism runs; what happened before it was
+    /// started or while it was stopped is told by its first look. A change that is undone between two looks
+    /// is not seen; an entry that was replaced by one of the other kind is Removed, then Created. A look that
+    /// fails counts for nothing; when the folder itself goes, its entries do. Errors: NotFound when there is
+    /// no such folder; InvalidArgument for an empty listener.
     void publishFolderEventsFor(const StorageIRI& folder, ChangeListener listener);
     /// The same for one file, which need not exist yet.
     void publishFileEventsFor(const StorageIRI& file, ChangeListener listener);
-    /// Ends the events of a location; none arrives after the return. An unknown location is no error.
+    /// Ends the events of a location; none arrives after the return, and a running call of the listener is
+    /// waited for: do not hold a lock that it takes. An unknown location is no error.
     void stopPublishingEventsFor(const StorageIRI& location);
     /// Starts looking at the watched locations every `interval` on a thread of the library.
     /// A running mechanism takes over the new interval. Errors: InvalidArgument for an interval below 1 ms.
     void startChangePollingMechanism(std::chrono::milliseconds interval);
     /// Ends the polling; returns when no listener is running. The watched locations stay registered.
+    /// Errors: std::logic_error when a listener calls it (or shutdown), which would wait for itself.
     void stopChangePollingMechanism();
 
     // --- about the provider
@@ -168,7 +186,9 @@ public:
     bool hasFeature(Feature feature);
     /// The order and equality of paths. The result may outlive the provider.
     PathComparator getPathComparator();
-    /// The one spelling of a location that stands for all of its spellings. The item need not exist.
+    /// The one spelling of a location that stands for all of its spellings: by default doubled slashes count
+    /// as one and a trailing one is dropped, "." and ".." are ordinary names, and the empty path is the root.
+    /// The item need not exist.
     StorageIRI getCanonicalLocation(const StorageIRI& location);
     FilenameSensitivity getFilenameSensitivity();
     /// Ends everything that runs in the background and drops the watched locations. The provider can be used
@@ -179,12 +199,16 @@ public:
     /// Errors: NotFound.
     ExtendedAttributes getExtendedAttributes(const StorageIRI& location);
     ProviderStorageInfo getProviderStorageInfo();
-    /// Cuts a file to `size` bytes, or extends it with zeros. Errors: NotFound; NotWritable.
+    /// Cuts a file to `size` bytes, or extends it with zeros. Errors: NotFound; NotWritable; InvalidArgument
+    /// for a size beyond the greatest position of a stream.
     void truncateToSize(const StorageIRI& file, std::uint64_t size);
     ProviderCacheUsage getProviderCacheUsage();
 
 protected:
     IProvider();
+
+    /// Ends the change polling for good; see the class's note for providers. Calling it again does nothing.
+    void endChangePolling() noexcept;
 
     virtual void doCreateFile(const StorageIRI& location) = 0;
     virtual void doCreateFolder(const StorageIRI& location) = 0;
@@ -252,8 +276,8 @@ protected:
     virtual ProviderCacheUsage doGetProviderCacheUsage();
 
 private:
-    /// Made by the first change-event operation; the default operations' only state.
-    std::unique_ptr<detail::ChangePoller> m_changePoller;
+    /// The default operations' only state. Idle, without a thread, until the polling is started.
+    const std::unique_ptr<detail::ChangePoller> m_changePoller;
 };
 
 } // namespace foundation::storage::provider

@@ -19,8 +19,12 @@ namespace foundation::storage::provider {
 /// Text form: RFC 3987; characters outside ASCII stand as they are. In a path, "%" and every character that
 /// RFC 3987 does not allow there (blanks, controls, `"<>\^`{|}?#`, …) are percent-encoded as UTF-8, and so is
 /// a "!" that stands before "/" or at the end of a container's own path, which makes the splitting
-/// unambiguous. Parsing accepts more than formatting produces: any percent-encoding is decoded, and
-/// characters that ought to be encoded are taken as they stand. The scheme is kept in lower case.
+/// unambiguous. (Where a path inside a container does not begin with "/", every "!" in a name is.) Parsing
+/// accepts more than formatting produces: any percent-encoding is decoded, characters that ought to be
+/// encoded are taken as they stand, and `file:/x` is `file:///x`. The scheme is kept in lower case.
+///
+/// Unpaired surrogates, and bytes under percent-encodings that are not UTF-8, become U+FFFD wherever they
+/// come in. Up to 64 containers may stand in one another.
 ///
 /// A value type, immutable but for assignment; copies share their container. Equality and order are those of
 /// the canonical text form. Safe to read from several threads.
@@ -31,7 +35,8 @@ public:
 
     /// Parses the text form.
     /// Errors: std::invalid_argument, `cannot parse storage IRI "…": <cause>`, for a missing or malformed
-    /// scheme, a container IRI without "!", or a broken percent-encoding.
+    /// scheme, a container IRI without "!", a hierarchical path that does not begin with "/", a broken
+    /// percent-encoding, or too many containers in one another.
     static StorageIRI parse(fl::i18n::ustring_view text);
     /// The same for text in UTF-8.
     static StorageIRI parse(std::string_view utf8Text);
@@ -43,6 +48,8 @@ public:
 
     /// The IRI of `path` inside `container` for the container format `scheme`. The path is taken as decoded
     /// text, exactly as getResolvedPath() will return it.
+    /// Errors: std::invalid_argument for a malformed scheme, an empty container IRI, or too many containers
+    /// in one another.
     static StorageIRI inContainer(std::string_view scheme, const StorageIRI& container,
                                   fl::i18n::ustring_view path);
 
@@ -52,7 +59,7 @@ public:
     const fl::i18n::ustring& getAuthority() const noexcept { return m_authority; }
     /// Whether the IRI addresses something inside a container.
     bool hasContainer() const noexcept { return m_container != nullptr; }
-    /// The container's own IRI. Precondition: hasContainer().
+    /// The container's own IRI. Precondition: hasContainer(); else std::logic_error.
     const StorageIRI& getContainer() const;
     /// The path with every percent-encoding decoded: inside the container for a container format, the path of
     /// the file system otherwise. A trailing "/" is kept. Empty for `zip:file:///a.zip!`.
@@ -61,9 +68,11 @@ public:
     /// True for the empty IRI.
     bool empty() const noexcept { return m_scheme.empty(); }
 
-    /// The same place with another path (decoded text).
+    /// The same place with another path (decoded text). A hierarchical IRI's path is given the leading "/"
+    /// that it lacks. Precondition: not empty; else std::invalid_argument.
     StorageIRI withPath(fl::i18n::ustring_view path) const;
-    /// The item `name` in the folder that this IRI addresses (a trailing "/" of this IRI makes no difference).
+    /// The item `name` in the folder that this IRI addresses (a trailing "/" of this IRI makes no
+    /// difference).
     StorageIRI child(fl::i18n::ustring_view name) const;
     /// The folder that this item stands in; the root's parent is the root itself.
     StorageIRI parent() const;

@@ -1,0 +1,56 @@
+#include "FolderTree.h"
+
+#include <foundation/storage/provider/Exception.h>
+#include <foundation/storage/provider/IProvider.h>
+
+#include <algorithm>
+
+namespace foundation::storage::provider {
+
+namespace {
+
+/// Another thread or program may make a folder between our look and our attempt.
+void createFolderUnlessThere(IProvider& provider, const StorageIRI& folder) {
+    try {
+        provider.createFolder(folder);
+    } catch (const Exception& failure) {
+        if (failure.getErrorCode() != ErrorCode::AlreadyExists || !provider.isFolder(folder)) {
+            throw;
+        }
+    }
+}
+
+} // namespace
+
+void IProvider::doCreateFolderRecursive(const StorageIRI& location) {
+    // Lengths of the paths of the missing folders, from the lowest up: thousands of whole paths, each a
+    // little shorter than the one before, would take a lot of memory.
+    std::vector<std::size_t> missing;
+    for (StorageIRI folder = location; !doIsFolder(folder);) {
+        if (doIsFile(folder)) {
+            throw Exception(ErrorCode::AlreadyExists, folder, "a file stands in the way");
+        }
+        missing.push_back(folder.getResolvedPath().size());
+        auto parent = folder.parent();
+        if (parent == folder) {
+            break;
+        }
+        folder = std::move(parent);
+    }
+    std::for_each(missing.rbegin(), missing.rend(), [this, &location](std::size_t length) {
+        const auto path = fl::i18n::ustring_view(location.getResolvedPath()).substr(0, length);
+        createFolderUnlessThere(*this, location.withPath(path));
+    });
+}
+
+void IProvider::doRemoveFolderRecursively(const StorageIRI& location) {
+    const auto tree = detail::FolderTree::below(*this, location);
+    // Backwards, every folder comes after its entries.
+    for (std::size_t index = tree.size(); index-- > 0;) {
+        const auto entry = location.child(tree.pathOf(index));
+        tree.isFolder(index) ? doRemoveFolder(entry) : doRemoveFile(entry);
+    }
+    doRemoveFolder(location);
+}
+
+} // namespace foundation::storage::provider
