@@ -17,7 +17,7 @@ class KXFOUNDATION_FILESYSTEM_API FsysExceptionBase : public std::runtime_error 
 public:
     /// `operation` is a verb, with what else belongs before the path ("remove", "create a temporary file
     /// in").
-    FsysExceptionBase(std::string_view operation, const path& path, std::error_code code);
+    FsysExceptionBase(std::string_view operation, const path& item, std::error_code code);
     // Copying an exception must not fail, so copies share what they hold.
     FsysExceptionBase(const FsysExceptionBase&) noexcept;
     FsysExceptionBase& operator=(const FsysExceptionBase&) noexcept;

@@ -23,19 +23,19 @@ struct file_status {
 
 /// Whether something is there. Symbolic links are followed: a dangling one is not there.
 /// Errors: the answer cannot be known, for example because a folder above cannot be searched.
-KXFOUNDATION_FILESYSTEM_API bool exists(const path& path);
+KXFOUNDATION_FILESYSTEM_API bool exists(const path& item);
 
 /// What the system knows of a file or folder, all from one look at it. Symbolic links are followed.
 /// Errors: also when there is nothing at the path.
-KXFOUNDATION_FILESYSTEM_API file_status status(const path& path);
+KXFOUNDATION_FILESYSTEM_API file_status status(const path& item);
 
 /// Removes a file, a symbolic link (not what it leads to) or an empty folder. Returns false if it was not
 /// there.
-KXFOUNDATION_FILESYSTEM_API bool remove(const path& path);
+KXFOUNDATION_FILESYSTEM_API bool remove(const path& item);
 
 /// Removes a file, or a folder with all below it; symbolic links are removed, not followed. Returns the
 /// number of files and folders removed, 0 if there was nothing. State after a failure: part of the tree may
 /// be gone.
-KXFOUNDATION_FILESYSTEM_API std::uint64_t remove_all(const path& path);
+KXFOUNDATION_FILESYSTEM_API std::uint64_t remove_all(const path& item);
 
 } // namespace fl::filesystem

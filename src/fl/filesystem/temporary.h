@@ -24,8 +24,8 @@ struct TemporaryFile {
     i18n::ustring name;
 };
 
-/// The folder for temporary files: what TMPDIR names if that is a folder (and its name is UTF-8), else /tmp.
-/// Threads: any, as long as no other changes the environment.
+/// The absolute name of the folder for temporary files: what TMPDIR names if that is a folder (and its name
+/// is UTF-8), else /tmp. Threads: any, as long as no other changes the environment.
 KXFOUNDATION_FILESYSTEM_API i18n::ustring temp_directory_name();
 
 /// Creates an empty file `<directory>/<prefix><unique part><suffix>` that was not there before, readable and

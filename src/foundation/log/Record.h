@@ -53,7 +53,7 @@ public:
 
     template <typename T>
     Record& operator<<(const T& value) {
-        detail::write<std::decay_t<T>>(m_text, value);
+        detail::write<std::decay_t<const T&>>(m_text, value);
         return *this;
     }
 

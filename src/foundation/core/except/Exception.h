@@ -20,7 +20,7 @@ concept Throwable = std::is_class_v<T> && !std::is_final_v<T> && std::copy_const
 template <std::derived_from<IException> Interface, Throwable T>
 class Exception : public T, public Interface {
 public:
-    Exception(T exception, const SourceLocation& location) : T(std::move(exception)), m_location(location) {}
+    Exception(T thrown, const SourceLocation& location) : T(std::move(thrown)), m_location(location) {}
 
     /// The text of T where T is a std::exception, else a general one.
     const char* getText() const noexcept override {

@@ -1,0 +1,56 @@
+#include "UniqueName.h"
+
+#include <fl/filesystem/TemporaryNames.h>
+
+#include <foundation/core/Mutex.h>
+#include <foundation/core/ThreadAnnotations.h>
+
+#include <random>
+#include <string_view>
+#include <utility>
+
+namespace fl::filesystem {
+
+namespace {
+
+using foundation::core::Mutex;
+using foundation::core::MutexLock;
+
+struct Source {
+    Mutex mutex;
+    TemporaryNameSource function KX_GUARDED_BY(mutex);
+};
+
+/// Never destroyed: destructors of other statics may still make temporary files.
+Source& source() {
+    static Source& theSource = *new Source;
+    return theSource;
+}
+
+/// From the system's own random numbers each time: they differ between processes, also after a fork.
+std::string randomPart() {
+    constexpr std::string_view alphabet = "0123456789abcdefghijklmnopqrstuvwxyz";
+    std::random_device device;
+    std::uniform_int_distribution<std::size_t> any(0, alphabet.size() - 1);
+    std::string part(16, '\0');
+    for (char& c : part) {
+        c = alphabet[any(device)];
+    }
+    return part;
+}
+
+} // namespace
+
+TemporaryNameSource setTemporaryNameSource(TemporaryNameSource newSource) {
+    Source& current = source();
+    const MutexLock lock(current.mutex);
+    return std::exchange(current.function, std::move(newSource));
+}
+
+std::string detail::nextUniquePart() {
+    Source& current = source();
+    const MutexLock lock(current.mutex);
+    return current.function ? current.function() : randomPart();
+}
+
+} // namespace fl::filesystem
