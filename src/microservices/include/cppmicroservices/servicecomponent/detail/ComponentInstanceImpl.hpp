@@ -27,15 +27,23 @@ public:
             m_object->Deactivate(m_context);
     }
 
-    InterfaceMapPtr GetInterfaceMap() override { return interfacesOf(static_cast<InterfaceTuple*>(nullptr)); }
+    InterfaceMapPtr GetInterfaceMap() override { return InterfacesIn<InterfaceTuple>::of(m_object); }
 
 private:
-    InterfaceMapPtr interfacesOf(std::tuple<>*) { return nullptr; }
+    // The tuple is a list of types only; it is never instantiated, since interfaces are abstract.
+    template <class Tuple>
+    struct InterfacesIn;
 
     template <class... Interfaces>
-    InterfaceMapPtr interfacesOf(std::tuple<Interfaces...>*) {
-        return MakeInterfaceMap<Interfaces...>(m_object);
-    }
+    struct InterfacesIn<std::tuple<Interfaces...>> {
+        static InterfaceMapPtr of(const std::shared_ptr<T>& object) {
+            if constexpr (sizeof...(Interfaces) == 0) {
+                return nullptr;
+            } else {
+                return MakeInterfaceMap<Interfaces...>(object);
+            }
+        }
+    };
 
     std::shared_ptr<ComponentContext> m_context;
     std::shared_ptr<T> m_object;

@@ -1,0 +1,29 @@
+#include "TemporaryArchive.h"
+
+#include <fl/filesystem/detail/path_forms.h>
+#include <fl/filesystem/operations.h>
+#include <fl/filesystem/temporary.h>
+
+namespace storage::zipprovider {
+
+TemporaryArchive::TemporaryArchive()
+    : m_path(fl::filesystem::detail::make_native_form(
+          fl::filesystem::tmpnam(fl::filesystem::temp_directory_name(), u"zipProvider-", u"sanitized.zip"),
+          true)) {}
+
+TemporaryArchive::~TemporaryArchive() {
+    if (m_kept) {
+        return;
+    }
+    try {
+        remove();
+    } catch (...) {
+        // The archive is not needed any more; a file left in the temporary directory harms nobody.
+    }
+}
+
+void TemporaryArchive::remove() {
+    fl::filesystem::remove_all(m_path);
+}
+
+} // namespace storage::zipprovider

@@ -1,0 +1,29 @@
+#pragma once
+
+#include <fl/filesystem/path.h>
+
+namespace storage::zipprovider {
+
+/// The name of a temporary archive in the temporary directory, and its removal: the file of that name is
+/// deleted with this object unless keep() was called. Not created here.
+class TemporaryArchive {
+public:
+    /// Errors: FsysExceptionBase when the temporary directory cannot be used.
+    TemporaryArchive();
+    ~TemporaryArchive();
+
+    TemporaryArchive(const TemporaryArchive&) = delete;
+    TemporaryArchive& operator=(const TemporaryArchive&) = delete;
+
+    const fl::filesystem::path& path() const { return m_path; }
+    /// Leaves the file where it is for good.
+    void keep() { m_kept = true; }
+    /// Deletes the file. Errors: FsysExceptionBase.
+    void remove();
+
+private:
+    fl::filesystem::path m_path;
+    bool m_kept = false;
+};
+
+} // namespace storage::zipprovider

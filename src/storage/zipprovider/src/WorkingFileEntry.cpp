@@ -1,0 +1,124 @@
+#include "WorkingFileEntry.h"
+
+#include "TimeSource.h"
+#include "WorkingEntryOpenException.h"
+
+#include <fl/filesystem/FsysExceptionBase.h>
+#include <fl/filesystem/detail/path_forms.h>
+#include <fl/filesystem/operations.h>
+#include <fl/filesystem/temporary.h>
+#include <foundation/core/except/throwInternal.h>
+#include <foundation/log/log.h>
+
+#include <cerrno>
+#include <fstream>
+#include <ios>
+#include <system_error>
+#include <utility>
+
+namespace storage::zipprovider {
+
+using boost::iostreams::basic_file;
+using foundation::core::MutexLock;
+
+namespace {
+
+constexpr auto loggerChannel = "storage::zipprovider::WorkingFileEntry";
+
+} // namespace
+
+WorkingFileEntry::WorkingFileEntry(ZipEntryPath path) : m_path(std::move(path)), m_logger(loggerChannel) {}
+
+WorkingFileEntry::WorkingFileEntry(ZipEntryPath path, IEntrySource& source)
+    : m_path(std::move(path)), m_logger(loggerChannel) {
+    KX_LOG_FUNCTION(m_logger);
+    try {
+        fill(source);
+    } catch (...) {
+        try {
+            doRemove();
+        } catch (...) {
+            // What kept the entry from being filled matters more.
+        }
+        throw;
+    }
+}
+
+WorkingFileEntry::~WorkingFileEntry() {
+    try {
+        doRemove();
+    } catch (...) {
+        // A file left in the temporary directory harms nobody.
+    }
+}
+
+basic_file<char> WorkingFileEntry::doGetFileDevice(int mode) {
+    KX_LOG_FUNCTION(m_logger);
+    const MutexLock lock(m_mutex);
+    ensureWorkingFile();
+    KX_LOG_DEBUG(m_logger) << " m_checkoutPath.string()=" << m_checkoutPath.string();
+    basic_file<char> device(m_checkoutPath.string(), static_cast<std::ios_base::openmode>(mode),
+                            std::ios_base::in | std::ios_base::out);
+    if (!device.is_open()) {
+        foundation::core::except::throwInternal(WorkingEntryOpenException(m_path.toString()));
+    }
+    return device;
+}
+
+std::uint64_t WorkingFileEntry::getCachedFileSize() {
+    const MutexLock lock(m_mutex);
+    ensureWorkingFile();
+    return fl::filesystem::status(m_checkoutPath).size;
+}
+
+boost::posix_time::ptime WorkingFileEntry::getCachedFileLastModified() {
+    const MutexLock lock(m_mutex);
+    ensureWorkingFile();
+    return TimeSource::current()->lastModified(m_checkoutPath);
+}
+
+void WorkingFileEntry::doRemove() {
+    KX_LOG_DEBUG(m_logger) << "Removing " << [this] {
+        const MutexLock lock(m_mutex);
+        return m_checkoutPath.string();
+    }();
+    KX_LOG_DEBUG(m_logger) << "Size before removal: " << getCachedFileSize();
+    const MutexLock lock(m_mutex);
+    if (!m_checkoutPath.empty()) {
+        fl::filesystem::remove(std::exchange(m_checkoutPath, {}));
+    }
+}
+
+fl::filesystem::path WorkingFileEntry::checkoutPath() {
+    const MutexLock lock(m_mutex);
+    ensureWorkingFile();
+    return m_checkoutPath;
+}
+
+void WorkingFileEntry::ensureWorkingFile() {
+    if (!m_checkoutPath.empty()) {
+        return;
+    }
+    auto created = fl::filesystem::tmpfile(fl::filesystem::temp_directory_name(), u"zipProvider-", u".cache");
+    created.file.reset();
+    if (!created.name.empty()) {
+        m_checkoutPath = fl::filesystem::detail::make_native_form(created.name, true);
+    }
+}
+
+void WorkingFileEntry::fill(IEntrySource& source) {
+    const auto path = checkoutPath();
+    std::ofstream out(path, std::ios_base::out | std::ios_base::binary);
+    errno = 0;
+    const auto delivered = source.doWrite(out);
+    const int cause = errno;
+    out.close();
+    // The stream tells of a full disk by its state alone, which nobody looks at after the last write: a
+    // working file that lacks bytes would be taken for the entry's contents and be written back as such.
+    if (getCachedFileSize() != delivered || !out) {
+        foundation::core::except::throwInternal(fl::filesystem::FsysExceptionBase(
+            "write", path, std::error_code(cause != 0 ? cause : EIO, std::generic_category())));
+    }
+}
+
+} // namespace storage::zipprovider

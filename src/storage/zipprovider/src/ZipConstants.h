@@ -1,0 +1,17 @@
+#pragma once
+
+#include <cstdint>
+
+namespace storage::zipprovider {
+
+/// General-purpose flag, bit 0: the entry's data are encrypted.
+inline constexpr std::uint32_t encryptedFlag = 0x1;
+/// General-purpose flag, bit 11 (language encoding): name and comment are UTF-8.
+inline constexpr std::uint32_t utf8Flag = 0x800;
+
+/// Bytes moved at a time when an entry is copied.
+inline constexpr int entryCopyBufferSize = 8192;
+/// Bytes moved at a time between a working file or a temporary archive and a stream.
+inline constexpr int fileCopyBufferSize = 4096;
+
+} // namespace storage::zipprovider

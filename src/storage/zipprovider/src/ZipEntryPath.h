@@ -1,0 +1,57 @@
+#pragma once
+
+#include <fl/i18n/ustring.h>
+
+#include <iosfwd>
+#include <vector>
+
+namespace storage::zipprovider {
+
+/// The path of an entry inside the archive: whether it is absolute, and its components from the outermost
+/// folder inwards. Only "/" separates; backslashes, drive letters, "." and ".." are text like any other, case
+/// and Unicode form are kept. The root is the absolute path with no components. A value type and the key of
+/// every map of the archive model.
+class ZipEntryPath {
+public:
+    /// Absolute when `text` begins with "/"; empty pieces between, before and after slashes are dropped, so
+    /// "a//b/" gives the same components as "a/b".
+    explicit ZipEntryPath(fl::i18n::ustring text);
+
+    /// "/" for the root, "/a/b" for an absolute path, "a/b" for a relative one; never a trailing slash.
+    fl::i18n::ustring toString() const { return toString(m_absolute); }
+    /// The same with the leading slash chosen by the caller.
+    fl::i18n::ustring toString(bool leadingSlash) const;
+    /// The text of the folder above: all components but the last. A path without components is its own
+    /// parent.
+    fl::i18n::ustring parentPath() const;
+    /// The last component; empty when there is none.
+    fl::i18n::ustring fileName() const;
+
+    bool isAbsolute() const { return m_absolute; }
+    const std::vector<fl::i18n::ustring>& components() const { return m_components; }
+    /// Whether this is the archive's root, "/".
+    bool isRoot() const { return m_absolute && m_components.empty(); }
+
+    /// This path with one more component. Precondition: `component` is not empty and holds no slash.
+    ZipEntryPath child(fl::i18n::ustring_view component) const;
+    /// The absolute path with the same components.
+    ZipEntryPath asAbsolute() const;
+    /// Whether `other` stands below this folder, at any depth.
+    bool isAbove(const ZipEntryPath& other) const;
+    /// This path with the leading components of `from` replaced by those of `to`.
+    /// Precondition: this path is `from` or below it.
+    ZipEntryPath rebased(const ZipEntryPath& from, const ZipEntryPath& to) const;
+
+    /// Same components and same kind (relative "a" is not "/a").
+    friend bool operator==(const ZipEntryPath& a, const ZipEntryPath& b) = default;
+    /// The order of the two text forms by UTF-16 code unit, so "/a-b" and "/a.txt" come before "/a/b".
+    friend bool operator<(const ZipEntryPath& a, const ZipEntryPath& b);
+    /// Writes the text form as UTF-8.
+    friend std::ostream& operator<<(std::ostream& out, const ZipEntryPath& path);
+
+private:
+    bool m_absolute;
+    std::vector<fl::i18n::ustring> m_components;
+};
+
+} // namespace storage::zipprovider

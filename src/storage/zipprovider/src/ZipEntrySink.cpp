@@ -1,0 +1,46 @@
+#include "ZipEntrySink.h"
+
+#include "DosTime.h"
+#include "EntryName.h"
+#include "MiniZipException.h"
+
+#include <foundation/core/except/throwInternal.h>
+
+#include <minizip/zip.h>
+
+namespace storage::zipprovider {
+
+fl::i18n::ustring zipEntryName(const ZipEntryPath& path, ZipEntryType type) {
+    auto name = path.toString();
+    if (type == ZipEntryType::Folder) {
+        name += u'/';
+    }
+    return name;
+}
+
+ZipEntrySink::ZipEntrySink(MiniZipWriteHandle& handle, const EntryDescription& description)
+    : m_handle(&handle), m_description(description) {
+    zip_fileinfo info{};
+    info.tmz_date = toLocalDosTime(description.lastModified);
+    const auto name = encodeEntryName(zipEntryName(description.path, description.type));
+    constexpr int noRaw = 0;
+    constexpr int windowBits = -MAX_WBITS;
+    constexpr int memoryLevel = 8;
+    constexpr int noZip64 = 0;
+    if (zipOpenNewFileInZip3_64(m_handle->get(), name.c_str(), &info, nullptr, 0, nullptr, 0, nullptr,
+                                Z_DEFLATED, Z_DEFAULT_COMPRESSION, noRaw, windowBits, memoryLevel,
+                                Z_DEFAULT_STRATEGY, nullptr, 0, noZip64) != ZIP_OK) {
+        foundation::core::except::throwInternal(
+            MiniZipException(u"ZipEntrySink: Problem opening zip file for writing"));
+    }
+}
+
+std::int64_t ZipEntrySink::write(const char* data, std::int64_t count) {
+    if (zipWriteInFileInZip(m_handle->get(), data, static_cast<unsigned>(count)) != ZIP_OK) {
+        foundation::core::except::throwInternal(
+            MiniZipException(u"ZipEntrySink: Problem writing entry data"));
+    }
+    return count;
+}
+
+} // namespace storage::zipprovider

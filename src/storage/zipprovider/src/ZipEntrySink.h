@@ -1,0 +1,48 @@
+#pragma once
+
+#include "IEntrySink.h"
+#include "MiniZipWriteHandle.h"
+#include "ZipEntryPath.h"
+#include "ZipEntryType.h"
+
+#include <boost/date_time/posix_time/ptime.hpp>
+#include <boost/iostreams/categories.hpp>
+
+#include <cstdint>
+
+namespace storage::zipprovider {
+
+/// What the new archive is told of an entry.
+struct EntryDescription {
+    ZipEntryType type;
+    ZipEntryPath path;
+    /// Uncompressed bytes as far as known.
+    std::uint64_t size;
+    boost::posix_time::ptime lastModified;
+    std::uint64_t index;
+};
+
+/// The name under which an entry of that path and type is stored: a folder's name ends in "/".
+fl::i18n::ustring zipEntryName(const ZipEntryPath& path, ZipEntryType type);
+
+/// One entry of an archive being written, deflated. Also a Boost.Iostreams output device; copies write to the
+/// same entry. minizip finishes the entry when the next one is opened or the archive is closed, so the sink
+/// is used, and a stream over it closed, before the next sink is made on the handle. Threads: as the
+/// handle's.
+class ZipEntrySink : public IEntrySink {
+public:
+    using char_type = char;
+    using category = boost::iostreams::sink_tag;
+
+    /// Opens the entry. `handle` must outlive the sink and its copies.
+    /// Errors: MiniZipException.
+    ZipEntrySink(MiniZipWriteHandle& handle, const EntryDescription& description);
+
+    std::int64_t write(const char* data, std::int64_t count) override;
+
+private:
+    MiniZipWriteHandle* m_handle;
+    EntryDescription m_description;
+};
+
+} // namespace storage::zipprovider

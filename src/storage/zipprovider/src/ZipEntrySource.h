@@ -1,0 +1,92 @@
+#pragma once
+
+#include "EntryName.h"
+#include "IEntrySource.h"
+#include "MiniZipReadHandle.h"
+#include "ZipConstants.h"
+#include "ZipEntryInfo.h"
+
+#include <algorithm>
+#include <limits>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+
+namespace storage::zipprovider {
+
+/// The uncompressed bytes of one entry of an open archive. A handle serves one source at a time.
+template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
+class ZipEntrySource final : public IEntrySource {
+public:
+    using ReadHandle = MiniZipReadHandle<StorageItem, ByteStreamDevice>;
+
+    /// Opens the entry stored under the text of `path`, compared case-sensitively with the UTF-8 form.
+    /// Errors: MiniZipException when there is none, or when it cannot be opened (encrypted, a compression
+    /// method other than stored and deflated, a local header that contradicts the central directory).
+    ZipEntrySource(std::shared_ptr<ReadHandle> handle, const ZipEntryPath& path)
+        : m_handle(std::move(handle)) {
+        doOpen(encodeEntryName(path.toString()), std::nullopt);
+    }
+
+    /// The same for a stored name whose place is remembered: the place is taken when the name stored there is
+    /// the one looked for, so that opening does not walk over the other entries.
+    ZipEntrySource(std::shared_ptr<ReadHandle> handle, const StoredEntryName& stored)
+        : m_handle(std::move(handle)) {
+        doOpen(encodeEntryName(stored.name), stored.position);
+    }
+
+    ~ZipEntrySource() override { unzCloseCurrentFile(m_handle->get()); }
+
+    std::int64_t read(char* buffer, std::int64_t count) override { return doRead(buffer, count); }
+
+private:
+    void doOpen(const std::string& name, std::optional<unz64_file_pos> position) {
+        if (!(position && goTo(*position, name)) &&
+            unzLocateFile(m_handle->get(), name.c_str(), caseSensitive) != UNZ_OK) {
+            foundation::core::except::throwInternal(
+                MiniZipException(u"Error while calling unzLocateFile in MiniZipEntrySerializer::doOpen"));
+        }
+        if (isEncrypted() || unzOpenCurrentFile(m_handle->get()) != UNZ_OK) {
+            foundation::core::except::throwInternal(MiniZipException(
+                u"Error while calling unzOpenCurrentFile in MiniZipEntrySerializer::doOpen"));
+        }
+    }
+
+    bool goTo(unz64_file_pos position, const std::string& name) {
+        unz_file_info64 info{};
+        if (m_handle->get() == nullptr || unzGoToFilePos64(m_handle->get(), &position) != UNZ_OK ||
+            unzGetCurrentFileInfo64(m_handle->get(), &info, nullptr, 0, nullptr, 0, nullptr, 0) != UNZ_OK ||
+            info.size_filename != name.size()) {
+            return false;
+        }
+        std::string found(name.size(), '\0');
+        return unzGetCurrentFileInfo64(m_handle->get(), &info, found.data(), static_cast<uLong>(found.size()),
+                                       nullptr, 0, nullptr, 0) == UNZ_OK &&
+               found == name;
+    }
+
+    /// minizip built without decryption would hand out the ciphertext as if it were the contents.
+    bool isEncrypted() {
+        unz_file_info64 info{};
+        return unzGetCurrentFileInfo64(m_handle->get(), &info, nullptr, 0, nullptr, 0, nullptr, 0) !=
+                   UNZ_OK ||
+               (info.flag & encryptedFlag) != 0;
+    }
+
+    std::int64_t doRead(char* buffer, std::int64_t count) {
+        const auto asked = std::min<std::int64_t>(count, std::numeric_limits<int>::max());
+        const int got = unzReadCurrentFile(m_handle->get(), buffer, static_cast<unsigned>(asked));
+        if (got < 0) {
+            foundation::core::except::throwInternal(
+                MiniZipException(u"Error on return of unzReadCurrentFile in MiniZipEntrySerializer::doRead"));
+        }
+        return got;
+    }
+
+    static constexpr int caseSensitive = 1;
+
+    std::shared_ptr<ReadHandle> m_handle;
+};
+
+} // namespace storage::zipprovider

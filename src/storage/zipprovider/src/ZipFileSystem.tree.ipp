@@ -1,0 +1,211 @@
+#pragma once
+
+#include "EntryExistsException.h"
+#include "EntryNotFoundException.h"
+#include "FolderNotEmptyException.h"
+#include "TimeSource.h"
+
+#include <foundation/core/except/throwInternal.h>
+#include <foundation/log/log.h>
+
+namespace storage::zipprovider {
+
+using foundation::core::MutexLock;
+
+template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
+std::uint64_t ZipFileSystem<StorageItem, ByteStreamDevice>::getFileSize(const ZipEntryPath& path) const {
+    const MutexLock lock(m_mutex);
+    const auto entry = requireEntry(path, ZipEntryType::File);
+    const auto modified = m_state.modifiedEntry(path);
+    return modified ? modified->getCachedFileSize() : entry->size;
+}
+
+template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
+boost::posix_time::ptime
+ZipFileSystem<StorageItem, ByteStreamDevice>::getFileLastModified(const ZipEntryPath& path) const {
+    const MutexLock lock(m_mutex);
+    const auto entry = requireEntry(path, ZipEntryType::File);
+    const auto modified = m_state.modifiedEntry(path);
+    return modified ? modified->getCachedFileLastModified() : entry->lastModified;
+}
+
+template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
+boost::posix_time::ptime
+ZipFileSystem<StorageItem, ByteStreamDevice>::getFolderLastModified(const ZipEntryPath& path) const {
+    const MutexLock lock(m_mutex);
+    return requireEntry(path, ZipEntryType::Folder)->lastModified;
+}
+
+template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
+void ZipFileSystem<StorageItem, ByteStreamDevice>::createFolder(const ZipEntryPath& path) const {
+    KX_LOG_FUNCTION(m_logger);
+    const MutexLock lock(m_mutex);
+    KX_LOG(m_logger) << " path=" << path;
+    const auto parent = requireParentForNewEntry(path);
+    if (path.isRoot() || parent->findFolder(path.fileName()) || parent->findFile(path.fileName())) {
+        foundation::core::except::throwInternal(EntryExistsException(path));
+    }
+    m_state.createFolder(path, TimeSource::current()->now());
+    m_flushingPolicy.setStateChanged();
+}
+
+template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
+void ZipFileSystem<StorageItem, ByteStreamDevice>::removeFile(const ZipEntryPath& path) const {
+    KX_LOG_FUNCTION(m_logger);
+    const MutexLock lock(m_mutex);
+    KX_LOG(m_logger) << " path=" << path;
+    if (!requireFolder(ZipEntryPath(path.parentPath()))->findFile(path.fileName())) {
+        foundation::core::except::throwInternal(EntryNotFoundException(path));
+    }
+    const auto time = TimeSource::current()->now();
+    detachStreams(path);
+    m_state.removeFile(path, time);
+    m_flushingPolicy.setStateChanged();
+}
+
+template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
+void ZipFileSystem<StorageItem, ByteStreamDevice>::removeFolder(const ZipEntryPath& path) const {
+    KX_LOG_FUNCTION(m_logger);
+    const MutexLock lock(m_mutex);
+    KX_LOG(m_logger) << " path=" << path;
+    if (!requireFolder(ZipEntryPath(path.parentPath()))->findFolder(path.fileName())) {
+        foundation::core::except::throwInternal(EntryNotFoundException(path));
+    }
+    if (const auto contents = m_state.findFolder(path); contents && !contents->empty()) {
+        foundation::core::except::throwInternal(FolderNotEmptyException(path));
+    }
+    m_state.removeFolder(path, TimeSource::current()->now());
+    m_flushingPolicy.setStateChanged();
+}
+
+template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
+void ZipFileSystem<StorageItem, ByteStreamDevice>::moveFile(const ZipEntryPath& source,
+                                                            const ZipEntryPath& destination,
+                                                            MoveOption option) const {
+    KX_LOG_FUNCTION(m_logger);
+    const MutexLock lock(m_mutex);
+    KX_LOG(m_logger) << " source=" << source << " destination=" << destination;
+    if (!requireFolder(ZipEntryPath(source.parentPath()))->findFile(source.fileName())) {
+        foundation::core::except::throwInternal(EntryNotFoundException(source));
+    }
+    checkDestination(destination, option);
+    if (source == destination) {
+        return;
+    }
+    const auto time = TimeSource::current()->now();
+    detachStreams(destination);
+    m_state.moveFile(source, destination, time);
+    moveStreams(source, destination);
+    m_flushingPolicy.setStateChanged();
+}
+
+template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
+void ZipFileSystem<StorageItem, ByteStreamDevice>::moveFolder(const ZipEntryPath& source,
+                                                              const ZipEntryPath& destination,
+                                                              MoveOption option) const {
+    KX_LOG_FUNCTION(m_logger);
+    const MutexLock lock(m_mutex);
+    KX_LOG(m_logger) << " source=" << source << " destination=" << destination;
+    if (!requireFolder(ZipEntryPath(source.parentPath()))->findFolder(source.fileName())) {
+        foundation::core::except::throwInternal(EntryNotFoundException(source));
+    }
+    if (source == destination && foundation::storage::provider::replacesExisting(option)) {
+        return;
+    }
+    if (source.isAbove(destination)) {
+        // The folder that the destination stands in would move away with the source.
+        foundation::core::except::throwInternal(
+            EntryNotFoundException(ZipEntryPath(destination.parentPath())));
+    }
+    checkDestination(destination, option);
+    const auto time = TimeSource::current()->now();
+    detachStreams(destination);
+    m_state.moveFolder(source, destination, time);
+    moveStreams(source, destination);
+    m_flushingPolicy.setStateChanged();
+}
+
+template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
+std::shared_ptr<FolderContents>
+ZipFileSystem<StorageItem, ByteStreamDevice>::findFolder(const ZipEntryPath& folder) const {
+    const MutexLock lock(m_mutex);
+    return m_state.findFolder(folder);
+}
+
+template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
+boost::posix_time::ptime ZipFileSystem<StorageItem, ByteStreamDevice>::archiveLastModified() const {
+    const MutexLock lock(m_mutex);
+    return m_state.archiveLastModified();
+}
+
+template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
+std::shared_ptr<FolderContents>
+ZipFileSystem<StorageItem, ByteStreamDevice>::requireFolder(const ZipEntryPath& folder) const {
+    auto contents = m_state.findFolder(folder);
+    if (!contents) {
+        foundation::core::except::throwInternal(EntryNotFoundException(folder));
+    }
+    return contents;
+}
+
+/// A file has contents in the index as well, but nothing can be put into it.
+template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
+std::shared_ptr<FolderContents>
+ZipFileSystem<StorageItem, ByteStreamDevice>::requireParentForNewEntry(const ZipEntryPath& path) const {
+    const ZipEntryPath parent(path.parentPath());
+    auto contents = requireFolder(parent);
+    if (!m_state.isFolder(parent)) {
+        foundation::core::except::throwInternal(EntryNotFoundException(parent));
+    }
+    return contents;
+}
+
+template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
+std::shared_ptr<FolderEntry>
+ZipFileSystem<StorageItem, ByteStreamDevice>::requireEntry(const ZipEntryPath& path,
+                                                           ZipEntryType type) const {
+    const auto parent = m_state.findFolder(ZipEntryPath(path.parentPath()));
+    auto entry = !parent                      ? nullptr
+                 : type == ZipEntryType::File ? parent->findFile(path.fileName())
+                                              : parent->findFolder(path.fileName());
+    if (!entry) {
+        foundation::core::except::throwInternal(EntryNotFoundException(path));
+    }
+    return entry;
+}
+
+template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
+void ZipFileSystem<StorageItem, ByteStreamDevice>::checkDestination(const ZipEntryPath& destination,
+                                                                    MoveOption option) const {
+    const auto parent = requireParentForNewEntry(destination);
+    const bool replaces = foundation::storage::provider::replacesExisting(option);
+    if (destination.isRoot() || parent->findFolder(destination.fileName()) ||
+        (!replaces && parent->findFile(destination.fileName()))) {
+        foundation::core::except::throwInternal(EntryExistsException(destination));
+    }
+}
+
+/// Streams open on a removed or replaced entry go on working on their working file, which goes nowhere; a new
+/// entry of that path gets a working file of its own.
+template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
+void ZipFileSystem<StorageItem, ByteStreamDevice>::detachStreams(const ZipEntryPath& path) const {
+    m_workingFiles.erase(path);
+    for (auto& writer : m_openWriters) {
+        if (writer.path == path) {
+            writer.detached = true;
+        }
+    }
+}
+
+template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
+void ZipFileSystem<StorageItem, ByteStreamDevice>::moveStreams(const ZipEntryPath& from,
+                                                               const ZipEntryPath& to) const {
+    detail::rekeySubtree(m_workingFiles, from, to, [](auto&) {});
+    for (auto& writer : m_openWriters) {
+        if (!writer.detached && (writer.path == from || from.isAbove(writer.path))) {
+            writer.path = writer.path.rebased(from, to);
+        }
+    }
+}
+
+} // namespace storage::zipprovider

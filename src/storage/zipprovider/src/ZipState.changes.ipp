@@ -1,0 +1,228 @@
+#pragma once
+
+#include <utility>
+#include <vector>
+
+namespace storage::zipprovider {
+
+namespace detail {
+
+/// The first place in a map by path that can hold something below `folder`. Paths below a folder are
+/// contiguous: their texts begin with the folder's and a slash.
+template <typename Map>
+auto firstBelow(Map& map, const ZipEntryPath& folder) {
+    return map.lower_bound(folder.child(fl::i18n::ustring(1, u'\0')));
+}
+
+/// Gives every key of `map` that is `from` or below it its place under `to`.
+template <typename Map, typename OnMove>
+void rekeySubtree(Map& map, const ZipEntryPath& from, const ZipEntryPath& to, OnMove onMove) {
+    std::vector<typename Map::node_type> moving;
+    if (auto node = map.extract(from)) {
+        moving.push_back(std::move(node));
+    }
+    for (auto place = firstBelow(map, from); place != map.end() && from.isAbove(place->first);) {
+        moving.push_back(map.extract(place++));
+    }
+    for (auto& node : moving) {
+        node.key() = node.key().rebased(from, to);
+        onMove(node.mapped());
+        map.insert(std::move(node));
+    }
+}
+
+} // namespace detail
+
+template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
+auto ZipState<StorageItem, ByteStreamDevice>::registerModifiedEntry(
+    const Path& path, const std::shared_ptr<WorkingFileEntry>& entry, bool entryDidNotExist) const
+    -> Registration {
+    const auto size = entry->getCachedFileSize();
+    const auto parent = parentOf(path);
+    Registration registration{path,           entry, std::nullopt, parent->findFile(path.fileName()),
+                              m_stateChanged, 0};
+    m_modified.try_emplace(path, entry);
+    if (auto node = m_carriedOver.extract(path)) {
+        registration.carriedOver = std::move(node.mapped());
+    }
+    if (entryDidNotExist) {
+        parent->add(std::make_shared<FolderEntry>(
+            FolderEntry{ZipEntryType::File, path, size, entry->getCachedFileLastModified()}));
+    }
+    markEntryChanged(path, size);
+    registration.change = m_changes;
+    return registration;
+}
+
+template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
+bool ZipState<StorageItem, ByteStreamDevice>::revoke(const Registration& registration) const {
+    const auto modified = m_modified.find(registration.path);
+    const bool wasOriginal = registration.carriedOver.has_value();
+    const bool wasMissing = registration.shown == nullptr;
+    // Held by the registration, the change record and the stream that goes: nobody else works on the file.
+    constexpr long ownReferences = 3;
+    if (!(wasOriginal || wasMissing) || modified == m_modified.end() ||
+        modified->second != registration.entry || registration.entry.use_count() > ownReferences) {
+        return false;
+    }
+    m_modified.erase(modified);
+    const auto parent = parentOf(registration.path);
+    if (wasOriginal) {
+        m_carriedOver.insert_or_assign(registration.path, *registration.carriedOver);
+        parent->replace(registration.shown);
+    } else {
+        parent->remove(registration.path.fileName());
+    }
+    if (registration.change == m_changes) {
+        m_stateChanged = registration.stateWasChanged;
+    }
+    return true;
+}
+
+template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
+void ZipState<StorageItem, ByteStreamDevice>::markEntryChanged(const Path& path, std::uint64_t size) const {
+    noteChange();
+    auto& parent = ensureFolder(Path(path.parentPath()), m_archiveLastModified);
+    if (const auto entry = parent.findFile(path.fileName())) {
+        replaceEntry(parent, *entry, size, entry->lastModified);
+    }
+}
+
+template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
+void ZipState<StorageItem, ByteStreamDevice>::markEntryChanged(const Path& path, const Time& time) const {
+    noteChange();
+    touchFolder(Path(path.parentPath()), time);
+}
+
+template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
+void ZipState<StorageItem, ByteStreamDevice>::createFolder(const Path& path, const Time& time) const {
+    const auto entry = std::make_shared<FolderEntry>(FolderEntry{ZipEntryType::Folder, path, 0, time});
+    parentOf(path)->add(entry);
+    m_basalState.insert_or_assign(path, std::make_shared<FolderContents>(entry));
+    m_createdFolders.insert_or_assign(path, time);
+    markEntryChanged(path, time);
+}
+
+template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
+void ZipState<StorageItem, ByteStreamDevice>::removeFile(const Path& path, const Time& time) const {
+    forgetFile(path);
+    parentOf(path)->remove(path.fileName());
+    markEntryChanged(path, time);
+}
+
+template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
+void ZipState<StorageItem, ByteStreamDevice>::removeFolder(const Path& path, const Time& time) const {
+    m_carriedOver.erase(path);
+    parentOf(path)->remove(path.fileName());
+    m_basalState.erase(path);
+    m_createdFolders.erase(path);
+    markEntryChanged(path, time);
+}
+
+template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
+void ZipState<StorageItem, ByteStreamDevice>::moveFile(const Path& from, const Path& to,
+                                                       const Time& time) const {
+    forgetFile(to);
+    if (auto node = m_carriedOver.extract(from)) {
+        node.key() = to;
+        node.mapped().moved = true;
+        m_carriedOver.insert(std::move(node));
+    }
+    if (auto node = m_modified.extract(from)) {
+        node.key() = to;
+        m_modified.insert(std::move(node));
+    }
+    const auto entry = parentOf(from)->remove(from.fileName());
+    forgetFile(from);
+    parentOf(to)->replace(
+        std::make_shared<FolderEntry>(FolderEntry{ZipEntryType::File, to, entry->size, entry->lastModified}));
+    markEntryChanged(from, time);
+    markEntryChanged(to, time);
+}
+
+template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
+void ZipState<StorageItem, ByteStreamDevice>::moveFolder(const Path& from, const Path& to,
+                                                         const Time& time) const {
+    forgetFile(to);
+    parentOf(to)->remove(to.fileName());
+    const auto entry = parentOf(from)->remove(from.fileName());
+    parentOf(to)->add(
+        std::make_shared<FolderEntry>(FolderEntry{ZipEntryType::Folder, to, 0, entry->lastModified}));
+    moveIndexBelow(from, to);
+    detail::rekeySubtree(m_carriedOver, from, to, [](CarriedOverEntry& moved) { moved.moved = true; });
+    detail::rekeySubtree(m_modified, from, to, [](auto&) {});
+    detail::rekeySubtree(m_createdFolders, from, to, [](auto&) {});
+    markEntryChanged(from, time);
+    markEntryChanged(to, time);
+}
+
+/// Listings that are under way keep the old contents; the new places get contents of their own.
+template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
+void ZipState<StorageItem, ByteStreamDevice>::moveIndexBelow(const Path& from, const Path& to) const {
+    detail::rekeySubtree(m_basalState, from, to, [&](std::shared_ptr<FolderContents>& contents) {
+        const auto rebased = [&](const FolderEntry& entry) {
+            return std::make_shared<FolderEntry>(
+                FolderEntry{entry.type, entry.path.rebased(from, to), entry.size, entry.lastModified});
+        };
+        auto moved = std::make_shared<FolderContents>(rebased(*contents->ownEntry()));
+        for (const auto& [name, child] : contents->snapshot([](const FolderEntry&) { return true; })) {
+            moved->add(rebased(*child));
+        }
+        contents = std::move(moved);
+    });
+}
+
+template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
+std::shared_ptr<FolderContents> ZipState<StorageItem, ByteStreamDevice>::parentOf(const Path& path) const {
+    return findFolder(Path(path.parentPath()));
+}
+
+template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
+FolderContents& ZipState<StorageItem, ByteStreamDevice>::ensureFolder(const Path& folder,
+                                                                      const Time& time) const {
+    if (const auto contents = findFolder(folder)) {
+        return *contents;
+    }
+    const auto entry = std::make_shared<FolderEntry>(FolderEntry{ZipEntryType::Folder, folder, 0, time});
+    ensureFolder(Path(folder.parentPath()), time).add(entry);
+    return *m_basalState.emplace(folder, std::make_shared<FolderContents>(entry)).first->second;
+}
+
+template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
+void ZipState<StorageItem, ByteStreamDevice>::replaceEntry(FolderContents& parent, const FolderEntry& entry,
+                                                           std::uint64_t size, const Time& time) {
+    parent.replace(std::make_shared<FolderEntry>(FolderEntry{entry.type, entry.path, size, time}));
+}
+
+template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
+void ZipState<StorageItem, ByteStreamDevice>::touchFolder(const Path& folder, const Time& time) const {
+    const auto contents = findFolder(folder);
+    if (!contents) {
+        return;
+    }
+    const auto entry = std::make_shared<FolderEntry>(FolderEntry{ZipEntryType::Folder, folder, 0, time});
+    contents->setOwnEntry(entry);
+    if (!folder.isRoot()) {
+        if (const auto parent = parentOf(folder); parent && parent->findFolder(folder.fileName())) {
+            parent->replace(entry);
+        }
+    }
+}
+
+/// Drops what the next archive would take from the file at `path`, and the index's key that every file has.
+template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
+void ZipState<StorageItem, ByteStreamDevice>::forgetFile(const Path& path) const {
+    m_carriedOver.erase(path);
+    m_modified.erase(path);
+    if (const auto contents = findFolder(path); contents && contents->empty()) {
+        m_basalState.erase(path);
+    }
+}
+
+template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
+void ZipState<StorageItem, ByteStreamDevice>::noteChange() const {
+    m_stateChanged = true;
+    ++m_changes;
+}
+
+} // namespace storage::zipprovider

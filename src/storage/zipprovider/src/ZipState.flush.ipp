@@ -1,0 +1,189 @@
+#pragma once
+
+#include "MiniZipException.h"
+#include "ZipConstants.h"
+
+#include <fl/filesystem/operations.h>
+#include <foundation/core/except/throwInternal.h>
+#include <foundation/log/log.h>
+
+#include <boost/iostreams/copy.hpp>
+#include <boost/iostreams/device/file.hpp>
+#include <boost/iostreams/stream.hpp>
+
+#include <ios>
+#include <utility>
+#include <vector>
+
+namespace storage::zipprovider {
+
+namespace detail {
+
+[[noreturn]] inline void throwMiniZip(const std::u16string& message) {
+    foundation::core::except::throwInternal(MiniZipException(message));
+}
+
+/// Copies one entry of the old archive into the new one, byte for byte as long as both agree on its size.
+inline void copyEntry(IEntrySource& source, const ZipEntrySink& sink, std::uint64_t expectedSize) {
+    boost::iostreams::stream<ZipEntrySink> out;
+    out.open(sink, -1, -1);
+    const auto copied = source.doWrite(out);
+    // The copy looks at the stream before each write only, and closing it forgets a failure.
+    if (!out) {
+        throwMiniZip(u"ZipEntrySink: Problem writing entry data");
+    }
+    out.close();
+    if (copied != expectedSize) {
+        throwMiniZip(u"Error on return of unzReadCurrentFile in MiniZipEntrySerializer::doRead");
+    }
+}
+
+} // namespace detail
+
+template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
+void ZipState<StorageItem, ByteStreamDevice>::doFlush() const {
+    KX_LOG_FUNCTION(m_logger);
+    KX_LOG_DEBUG(m_logger) << "Will actually flush and update zip? " << m_stateChanged;
+    if (!m_stateChanged) {
+        return;
+    }
+    refuseUnreadArchive();
+    auto archive = std::make_shared<ReadHandle>(m_container);
+    refuseForeignChange(archive);
+    TemporaryArchive target;
+    buildArchive(archive, target);
+    bringIntoContainer(target);
+    target.remove();
+    archive.reset();
+    rebuildBasalState();
+}
+
+template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
+void ZipState<StorageItem, ByteStreamDevice>::refuseUnreadArchive() const {
+    if (!m_unread.empty()) {
+        detail::throwMiniZip(u"cannot rebuild " + containerText() + u": " + m_unread +
+                             u", and overwriting it would lose the rest");
+    }
+}
+
+/// A stamp may change while the archive does not (a container inside another archive gets its time rounded
+/// when that is written), so the directory has the last word.
+template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
+void ZipState<StorageItem, ByteStreamDevice>::refuseForeignChange(
+    const std::shared_ptr<ReadHandle>& archive) const {
+    const auto stamp = ContainerStamp::of(m_container.getFileAttributes());
+    if (stamp == m_stamp) {
+        return;
+    }
+    if (stamp.size == m_stamp.size && m_fingerprint &&
+        directoryFingerprint(EntryInfos(archive)) == *m_fingerprint) {
+        m_stamp = stamp;
+        return;
+    }
+    detail::throwMiniZip(u"cannot rebuild " + containerText() +
+                         u": another program has changed it since it was read");
+}
+
+template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
+void ZipState<StorageItem, ByteStreamDevice>::buildArchive(const std::shared_ptr<ReadHandle>& archive,
+                                                           const TemporaryArchive& target) const {
+    MiniZipWriteHandle writer(target.path());
+    writeCarriedOverEntries(archive, writer);
+    writeModifiedEntries(writer);
+    writeFolders(writer);
+    writer.close();
+}
+
+template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
+void ZipState<StorageItem, ByteStreamDevice>::writeCarriedOverEntries(
+    const std::shared_ptr<ReadHandle>& archive, MiniZipWriteHandle& target) const {
+    for (const auto& [path, entry] : m_carriedOver) {
+        EntrySource source(archive, entry.stored);
+        // An entry that stays where it is keeps the kind of name it has; all that the system names is
+        // relative.
+        const auto name = entry.moved ? Path(path.toString(false)) : Path(entry.stored.name);
+        const ZipEntrySink sink(target, {entry.type, name, entry.size, entry.lastModified, entry.index});
+        detail::copyEntry(source, sink, entry.size);
+    }
+}
+
+template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
+void ZipState<StorageItem, ByteStreamDevice>::writeModifiedEntries(MiniZipWriteHandle& target) const {
+    std::uint64_t index = m_carriedOver.size();
+    for (const auto& [path, entry] : m_modified) {
+        const auto size = entry->getCachedFileSize();
+        const auto device = entry->doGetFileDevice(std::ios_base::in | std::ios_base::binary);
+        const ZipEntrySink sink(target, {ZipEntryType::File, Path(path.toString(false)), size,
+                                         entry->getCachedFileLastModified(), index++});
+        const auto copied = boost::iostreams::copy(device, sink, fileCopyBufferSize);
+        // The device reports a read error as the end of the file.
+        if (static_cast<std::uint64_t>(copied) != size) {
+            detail::throwMiniZip(u"cannot write " + path.toString() + u" into " + containerText() +
+                                 u": its working file could not be read to the end");
+        }
+    }
+}
+
+template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
+void ZipState<StorageItem, ByteStreamDevice>::writeFolders(MiniZipWriteHandle& target) const {
+    std::uint64_t index = m_carriedOver.size() + m_modified.size();
+    for (const auto& [path, time] : m_createdFolders) {
+        WorkingFileEntry empty(path);
+        const auto device = empty.doGetFileDevice(std::ios_base::in | std::ios_base::binary);
+        const ZipEntrySink sink(target, {ZipEntryType::Folder, Path(path.toString(false)), 0, time, index++});
+        boost::iostreams::copy(device, sink, fileCopyBufferSize);
+    }
+}
+
+template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
+void ZipState<StorageItem, ByteStreamDevice>::bringIntoContainer(TemporaryArchive& archive) const {
+    // A container that cannot be opened is as it was, so up to here the new archive need not be kept.
+    ByteStreamDevice container(m_container.openStream({}));
+    try {
+        copyIntoContainer(container, archive);
+        container.close();
+    } catch (...) {
+        archive.keep();
+        m_keptArchives.insert(archive.path());
+        KX_LOG(m_logger) << "Could not bring the new archive into the container; it is kept as "
+                         << archive.path().string();
+        throw;
+    }
+    m_stamp = ContainerStamp::of(m_container.getFileAttributes());
+    m_fingerprint.reset();
+    for (const auto& kept : std::exchange(m_keptArchives, {})) {
+        fl::filesystem::remove_all(kept);
+    }
+}
+
+/// Closing the container's stream is what puts the new archive in place, so only a copy that is known to be
+/// complete may get there.
+template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
+void ZipState<StorageItem, ByteStreamDevice>::copyIntoContainer(ByteStreamDevice& container,
+                                                                const TemporaryArchive& archive) const {
+    boost::iostreams::basic_file<char> file(archive.path().string(),
+                                            std::ios_base::in | std::ios_base::binary, std::ios_base::in);
+    const auto expected = fl::filesystem::status(archive.path()).size;
+    std::vector<char> buffer(fileCopyBufferSize);
+    std::uint64_t copied = 0;
+    for (;;) {
+        const auto count = file.read(buffer.data(), fileCopyBufferSize);
+        if (count <= 0) {
+            break;
+        }
+        container.write(buffer.data(), count);
+        copied += static_cast<std::uint64_t>(count);
+    }
+    file.close();
+    if (copied != expected) {
+        detail::throwMiniZip(u"cannot bring the new archive into " + containerText() +
+                             u": the temporary archive could not be read to the end");
+    }
+}
+
+template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
+std::u16string ZipState<StorageItem, ByteStreamDevice>::containerText() const {
+    return m_container.getLocation().toString();
+}
+
+} // namespace storage::zipprovider

@@ -1,0 +1,192 @@
+#pragma once
+
+#include "ContainerStamp.h"
+#include "FolderContents.h"
+#include "HostTypes.h"
+#include "MiniZipReadHandle.h"
+#include "MiniZipWriteHandle.h"
+#include "TemporaryArchive.h"
+#include "WorkingFileEntry.h"
+#include "ZipEntryInfos.h"
+#include "ZipEntrySink.h"
+#include "ZipEntrySource.h"
+
+#include <foundation/log/basic_diagnostic_logger.h>
+
+#include <boost/date_time/posix_time/ptime.hpp>
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <set>
+#include <string>
+
+namespace storage::zipprovider {
+
+/// An entry of the archive that the next archive takes over unchanged: where its bytes are and what is said
+/// of them. The key under which the state keeps it is where the entry is shown; a move changes the key alone.
+struct CarriedOverEntry {
+    StoredEntryName stored;
+    ZipEntryType type;
+    std::uint64_t size;
+    boost::posix_time::ptime lastModified;
+    std::uint64_t index;
+    /// Whether the next archive stores it under the key rather than under the name it has.
+    bool moved = false;
+};
+
+/// The archive as the provider sees it: the folder index read from the central directory, and the record of
+/// what was changed since, which a flush turns into a new archive.
+///
+/// Threads: no lock of its own. Every caller holds the file system's mutex; FolderContents objects may be
+/// used outside it. The changing operations are const because the state is shared as such with the flushing
+/// policy.
+template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
+class ZipState {
+public:
+    using BasalState = std::map<ZipEntryPath, std::shared_ptr<FolderContents>, std::less<ZipEntryPath>>;
+    using EntryInfos = ZipEntryInfos<StorageItem, ByteStreamDevice>;
+    using ReadHandle = MiniZipReadHandle<StorageItem, ByteStreamDevice>;
+    using EntrySource = ZipEntrySource<StorageItem, ByteStreamDevice>;
+
+    /// Reads the container's time and the archive's central directory. A container that is not an archive, or
+    /// whose directory ends early, is indexed as far as it can be read; a flush then refuses to overwrite it.
+    /// Errors: those of the container; Boost's calendar errors for an entry with an impossible date.
+    explicit ZipState(const StorageItem& container);
+
+    ZipState(const ZipState&) = delete;
+    ZipState& operator=(const ZipState&) = delete;
+
+    // --- the folder index
+
+    /// The folder index of an archive with these entries: every folder, also those that only the names of
+    /// others imply, by absolute path; always with the root. The first of two entries with one path wins.
+    BasalState doBuildRepresentation(const EntryInfos& infos) const;
+    /// Reads the archive again, installs its index and forgets the change records.
+    /// Errors: as the constructor's; the index and the records stay as they are.
+    void rebuildBasalState() const;
+
+    /// The contents of a folder, null when the index has none under that path.
+    std::shared_ptr<FolderContents> findFolder(const ZipEntryPath& folder) const;
+    /// The container's own time when this object was made.
+    boost::posix_time::ptime archiveLastModified() const { return m_archiveLastModified; }
+    /// Whether `folder` can hold entries: it is the root, or its parent shows a folder of its name. (A file
+    /// has a key in the index, too.)
+    bool isFolder(const ZipEntryPath& folder) const;
+
+    /// The stored name and the description of an entry of the archive that is not changed.
+    /// Errors: std::runtime_error "Retrieval of original entry name broke".
+    const CarriedOverEntry& originalEntry(const ZipEntryPath& path) const;
+    /// A source of that entry's bytes, over an archive opened anew. Errors: MiniZipException.
+    std::unique_ptr<EntrySource> openOriginalEntry(const ZipEntryPath& path) const;
+    /// The working file of an entry opened for writing since the last flush; null when there is none.
+    std::shared_ptr<WorkingFileEntry> modifiedEntry(const ZipEntryPath& path) const;
+
+    // --- changes
+
+    /// Undoes the registration of a modified entry as long as nothing else has happened to the entry.
+    struct Registration {
+        ZipEntryPath path;
+        std::shared_ptr<WorkingFileEntry> entry;
+        std::optional<CarriedOverEntry> carriedOver;
+        std::shared_ptr<FolderEntry> shown;
+        bool stateWasChanged;
+        std::uint64_t change;
+    };
+
+    /// Records that the entry at `path` is written through `entry` from here on.
+    Registration registerModifiedEntry(const ZipEntryPath& path,
+                                       const std::shared_ptr<WorkingFileEntry>& entry,
+                                       bool entryDidNotExist) const;
+    /// Takes a registration back: the entry is as the archive has it, or gone if it was not there. Returns
+    /// false, with nothing done, when the entry had been modified before the registration or was touched
+    /// after it.
+    bool revoke(const Registration& registration) const;
+    void markEntryChanged(const ZipEntryPath& path, std::uint64_t size) const;
+    void markEntryChanged(const ZipEntryPath& path, const boost::posix_time::ptime& time) const;
+
+    void createFolder(const ZipEntryPath& path, const boost::posix_time::ptime& time) const;
+    void removeFile(const ZipEntryPath& path, const boost::posix_time::ptime& time) const;
+    void removeFolder(const ZipEntryPath& path, const boost::posix_time::ptime& time) const;
+    /// Shows the file at `to` alone and has the next archive hold its bytes under that name; a file at `to`
+    /// is replaced. The entry keeps its own time, the two folders get `time`.
+    void moveFile(const ZipEntryPath& from, const ZipEntryPath& to,
+                  const boost::posix_time::ptime& time) const;
+    /// The same for a folder with everything below it.
+    void moveFolder(const ZipEntryPath& from, const ZipEntryPath& to,
+                    const boost::posix_time::ptime& time) const;
+
+    /// Whether something was changed since the archive was last read.
+    bool stateChanged() const { return m_stateChanged; }
+
+    // --- the flush
+
+    /// Writes the changed archive: builds it in a temporary file, brings it into the container, reads it
+    /// again. Does nothing when nothing was changed. Errors: MiniZipException when the old archive was not
+    /// read to its end, was changed by another program, or an entry cannot be carried over or written; those
+    /// of the container and of the working files. The change records stay, so a later flush tries again; the
+    /// container is as it was unless bringing the new archive in failed half way, in which case the new
+    /// archive is kept and its path logged.
+    void doFlush() const;
+
+private:
+    using Path = ZipEntryPath;
+    using Time = boost::posix_time::ptime;
+    using CarriedOverEntries = std::map<Path, CarriedOverEntry>;
+
+    // the folder index (ZipState.index.ipp)
+    void addToRepresentation(BasalState& state, const ZipEntryInfo& info) const;
+    static CarriedOverEntries carriedOverEntries(const EntryInfos& infos);
+    FolderContents& ensureFolder(const Path& folder, const Time& time) const;
+    static void replaceEntry(FolderContents& parent, const FolderEntry& entry, std::uint64_t size,
+                             const Time& time);
+
+    // changes (ZipState.changes.ipp)
+    std::shared_ptr<FolderContents> parentOf(const Path& path) const;
+    void touchFolder(const Path& folder, const Time& time) const;
+    void forgetFile(const Path& path) const;
+    void noteChange() const;
+    void moveIndexBelow(const Path& from, const Path& to) const;
+
+    // the flush (ZipState.flush.ipp)
+    void refuseUnreadArchive() const;
+    void refuseForeignChange(const std::shared_ptr<ReadHandle>& archive) const;
+    void buildArchive(const std::shared_ptr<ReadHandle>& archive, const TemporaryArchive& target) const;
+    void writeCarriedOverEntries(const std::shared_ptr<ReadHandle>& archive,
+                                 MiniZipWriteHandle& target) const;
+    void writeModifiedEntries(MiniZipWriteHandle& target) const;
+    void writeFolders(MiniZipWriteHandle& target) const;
+    void bringIntoContainer(TemporaryArchive& archive) const;
+    void copyIntoContainer(ByteStreamDevice& container, const TemporaryArchive& archive) const;
+    std::u16string containerText() const;
+
+    const StorageItem m_container;
+    const Time m_archiveLastModified;
+    foundation::log::basic_diagnostic_logger m_logger;
+
+    // guarded by the file system's mutex
+    mutable BasalState m_basalState;
+    mutable CarriedOverEntries m_carriedOver;
+    mutable std::map<Path, std::shared_ptr<WorkingFileEntry>> m_modified;
+    /// Folders made since the last flush, written as empty entries.
+    mutable std::map<Path, Time> m_createdFolders;
+    mutable bool m_stateChanged = false;
+    /// Counts changes, so that a registration knows whether it was the last one.
+    mutable std::uint64_t m_changes = 0;
+    mutable ContainerStamp m_stamp;
+    mutable std::optional<std::size_t> m_fingerprint;
+    /// Why the archive must not be overwritten; empty when it was read to its end.
+    mutable std::u16string m_unread;
+    /// New archives that could not be brought in whole; superseded by the next flush that succeeds.
+    mutable std::set<fl::filesystem::path> m_keptArchives;
+};
+
+} // namespace storage::zipprovider
+
+#include "ZipState.index.ipp"
+
+#include "ZipState.changes.ipp"
+
+#include "ZipState.flush.ipp"

@@ -1,0 +1,157 @@
+#pragma once
+
+#include <fl/i18n/utf8.h>
+#include <foundation/log/log.h>
+
+#include <stdexcept>
+#include <string>
+#include <utility>
+
+namespace storage::zipprovider {
+
+template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
+ZipState<StorageItem, ByteStreamDevice>::ZipState(const StorageItem& container)
+    : m_container(container), m_archiveLastModified(container.getFileAttributes().getLastModified()),
+      m_logger("storage::zipprovider::ZipState") {
+    rebuildBasalState();
+}
+
+template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
+auto ZipState<StorageItem, ByteStreamDevice>::doBuildRepresentation(const EntryInfos& infos) const
+    -> BasalState {
+    BasalState state;
+    const Path root(u"/");
+    auto rootEntry = std::make_shared<FolderEntry>(
+        FolderEntry{ZipEntryType::Folder, root, 0, m_container.getFileAttributes().getLastModified()});
+    state.emplace(root, std::make_shared<FolderContents>(std::move(rootEntry)));
+    for (const auto& info : infos) {
+        addToRepresentation(state, info);
+    }
+    return state;
+}
+
+template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
+void ZipState<StorageItem, ByteStreamDevice>::addToRepresentation(BasalState& state,
+                                                                  const ZipEntryInfo& info) const {
+    const auto makeEntry = [&info](ZipEntryType type, const Path& path) {
+        return std::make_shared<FolderEntry>(
+            FolderEntry{type, path, type == ZipEntryType::File ? info.size : 0, info.lastModified});
+    };
+    const auto ensure = [&](const Path& folder) -> FolderContents& {
+        auto place = state.lower_bound(folder);
+        if (place == state.end() || place->first != folder) {
+            place = state.emplace_hint(
+                place, folder, std::make_shared<FolderContents>(makeEntry(ZipEntryType::Folder, folder)));
+        }
+        return *place->second;
+    };
+
+    const auto name = info.path.fileName();
+    Path current(u"/");
+    std::shared_ptr<FolderContents> parent = state.find(current)->second;
+    for (const auto& component : info.path.components()) {
+        current = current.child(component);
+        ensure(current);
+        // The name decides, not the depth: a file x/x shows as a file x in the root, too.
+        if (component == name && info.type == ZipEntryType::File) {
+            if (!parent->findFile(component)) {
+                parent->add(makeEntry(ZipEntryType::File, current));
+            }
+        } else {
+            if (!parent->findFolder(component)) {
+                parent->add(makeEntry(ZipEntryType::Folder, current));
+            }
+            if (component == name) {
+                // A file of that name may have come first; it stays, and the folder has no entry to ensure.
+                if (const auto folder = parent->findFolder(component)) {
+                    ensure(folder->path);
+                }
+            }
+        }
+        parent = state.find(current)->second;
+    }
+}
+
+template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
+auto ZipState<StorageItem, ByteStreamDevice>::carriedOverEntries(const EntryInfos& infos)
+    -> CarriedOverEntries {
+    CarriedOverEntries entries;
+    for (const auto& info : infos) {
+        // A stored name such as "/" is the root itself, which every archive has.
+        if (!info.path.components().empty()) {
+            entries.try_emplace(info.path.asAbsolute(), CarriedOverEntry{info.stored, info.type, info.size,
+                                                                         info.lastModified, info.index});
+        }
+    }
+    return entries;
+}
+
+template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
+void ZipState<StorageItem, ByteStreamDevice>::rebuildBasalState() const {
+    KX_LOG_FUNCTION(m_logger);
+    const auto stamp = ContainerStamp::of(m_container.getFileAttributes());
+    std::u16string unread;
+    auto archive = std::make_shared<ReadHandle>(m_container);
+    if (!archive->isOpen() && stamp.size != std::uint64_t{0}) {
+        unread = u"it is not a ZIP archive, or its end record is damaged";
+    }
+    const EntryInfos infos(archive);
+    if (!infos.isComplete()) {
+        unread = fl::i18n::fromUtf8("only " + std::to_string(infos.size()) + " of the " +
+                                    std::to_string(infos.declaredCount()) + " entries could be read");
+    }
+    auto basalState = doBuildRepresentation(infos);
+    auto carriedOver = carriedOverEntries(infos);
+    KX_LOG_DEBUG(m_logger) << "Number of entries read: " << infos.size();
+
+    m_basalState = std::move(basalState);
+    m_carriedOver = std::move(carriedOver);
+    m_unread = std::move(unread);
+    m_stamp = stamp;
+    m_fingerprint = directoryFingerprint(infos);
+    m_createdFolders.clear();
+    m_stateChanged = false;
+    // Working files that no stream holds are deleted here.
+    m_modified.clear();
+}
+
+template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
+std::shared_ptr<FolderContents>
+ZipState<StorageItem, ByteStreamDevice>::findFolder(const Path& folder) const {
+    const auto place = m_basalState.find(folder);
+    return place == m_basalState.end() ? nullptr : place->second;
+}
+
+template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
+bool ZipState<StorageItem, ByteStreamDevice>::isFolder(const Path& folder) const {
+    if (folder.isRoot()) {
+        return true;
+    }
+    const auto parent = parentOf(folder);
+    return parent && parent->findFolder(folder.fileName()) && findFolder(folder);
+}
+
+template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
+const CarriedOverEntry& ZipState<StorageItem, ByteStreamDevice>::originalEntry(const Path& path) const {
+    const auto place = m_carriedOver.find(path);
+    if (place == m_carriedOver.end()) {
+        throw std::runtime_error("Retrieval of original entry name broke");
+    }
+    return place->second;
+}
+
+template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
+auto ZipState<StorageItem, ByteStreamDevice>::openOriginalEntry(const Path& path) const
+    -> std::unique_ptr<EntrySource> {
+    return std::make_unique<EntrySource>(std::make_shared<ReadHandle>(m_container),
+                                         originalEntry(path).stored);
+}
+
+template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
+std::shared_ptr<WorkingFileEntry>
+ZipState<StorageItem, ByteStreamDevice>::modifiedEntry(const Path& path) const {
+    const auto place = m_modified.find(path);
+    return place == m_modified.end() ? nullptr : place->second;
+}
+
+} // namespace storage::zipprovider
