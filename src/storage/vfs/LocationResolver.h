@@ -32,8 +32,8 @@ struct Location {
 
 /// Turns what people type into locations.
 ///
-/// A path is walked from the left. Its first component that is a regular file is a container, since a file has
-/// no children: `plans.zip/docs/a.txt`; the walk goes on inside, so `outer.zip/inner.zip/x` nests. A "!"
+/// A path is walked from the left. Its first component that is a regular file is a container, since a file
+/// has no children: `plans.zip/docs/a.txt`; the walk goes on inside, so `outer.zip/inner.zip/x` nests. A "!"
 /// behind the container's name (`plans.zip!/docs/a.txt`) is understood where the name with the "!" does not
 /// exist. Texts that begin with schemes (`zip:file:///…`) are taken as IRIs. What does not exist is kept as
 /// typed, as a place to create.

@@ -48,8 +48,8 @@ struct CopyFailure {
 /// Copies files and folder trees between any two providers. Memory does not grow with the size of a file.
 ///
 /// Out of a container into local files, names that could leave the target folder are refused: ".", "..",
-/// absolute names, names with a NUL, and names that lead through a symbolic link below the target. The rest is
-/// copied all the same.
+/// absolute names, names with a NUL, and names that lead through a symbolic link below the target. The rest
+/// is copied all the same.
 ///
 /// Locations are canonical ones (Vfs::canonicalLocation), so that copying something onto or into itself is
 /// noticed. Threads: one at a time; callbacks run on the caller's thread and throw nothing but StopCopying.

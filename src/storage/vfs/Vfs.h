@@ -31,7 +31,8 @@ struct MountedContainer {
     foundation::storage::provider::StorageIRI container;
     /// What the container's records say. Sound for the local files and for formats that are not checked.
     ArchiveSummary summary;
-    /// Normalised paths ("/a/b") of entries stored under an absolute name, in order. Null where not looked for.
+    /// Normalised paths ("/a/b") of entries stored under an absolute name, in order. Null where not looked
+    /// for.
     std::shared_ptr<const std::vector<fl::i18n::ustring>> absoluteEntries;
 };
 
@@ -56,7 +57,8 @@ struct CloseFailure {
 ///
 /// Scheme "file" is built in. The schemes of container formats are served by bundles, which are loaded when
 /// the first such location is asked for. There is one provider for a container however it is spelled (links,
-/// doubled slashes, percent-encoding); a container inside a container is read through the outer one's provider.
+/// doubled slashes, percent-encoding); a container inside a container is read through the outer one's
+/// provider.
 ///
 /// A ZIP container's records are checked before it is handed out, since a provider that could not read all of
 /// it would lose the rest when it writes.

@@ -1,0 +1,107 @@
+#include <storage/vfs/ChangeSession.h>
+
+#include <storage/vfs/src/LocalFile.h>
+#include <storage/vfs/src/WriteHold.h>
+
+#include <foundation/log/log.h>
+#include <foundation/storage/provider/Exception.h>
+
+#include <algorithm>
+#include <map>
+#include <stdexcept>
+
+namespace storage::vfs {
+
+using namespace foundation::storage::provider;
+
+struct ChangeSession::Impl {
+    Impl(Vfs& front, WaitingCallback callback) : vfs(front), onWaiting(std::move(callback)) {}
+
+    struct Held {
+        StorageIRI container;
+        std::unique_ptr<ByteStream> stream;
+    };
+
+    Vfs& vfs;
+    const WaitingCallback onWaiting;
+    foundation::log::basic_diagnostic_logger logger{"storage::vfs::ChangeSession"};
+    ContainerLock lock;
+    std::vector<Held> held;
+
+    /// Lets one container be written. Its provider keeps the changes where that fails.
+    void write(Held& entry) {
+        try {
+            entry.stream->close();
+        } catch (...) {
+            vfs.markUnsaved(entry.container);
+            throw;
+        }
+        vfs.forgetInside(entry.container);
+    }
+};
+
+ChangeSession::ChangeSession(Vfs& vfs, WaitingCallback onWaiting)
+    : m_impl(std::make_unique<Impl>(vfs, std::move(onWaiting))) {}
+
+ChangeSession::~ChangeSession() {
+    try {
+        for (const auto& failure : commit())
+            KX_LOG(m_impl->logger) << " container=" << failure.container.toUtf8()
+                                   << " unsaved=" << failure.cause;
+    } catch (...) {
+        // A destructor has nobody to tell.
+    }
+}
+
+void ChangeSession::lock(const std::vector<StorageIRI>& locations) {
+    m_impl->lock = ContainerLock(locations, m_impl->onWaiting);
+    for (const auto& location : locations)
+        m_impl->vfs.forget(localFileUnder(location));
+}
+
+std::shared_ptr<IProvider> ChangeSession::changing(const StorageIRI& location) {
+    if (location.hasContainer() && !m_impl->lock.covers(location))
+        throw std::logic_error("cannot change " + location.toUtf8() + ": its container is not locked");
+    const auto mounted = m_impl->vfs.mount(location);
+    if (!location.hasContainer())
+        return mounted.provider;
+    auto& held = m_impl->held;
+    const bool known = std::any_of(held.begin(), held.end(),
+                                   [&](const auto& entry) { return entry.container == mounted.container; });
+    if (!known) {
+        if (!m_impl->vfs.item(mounted.container).getFileAttributes().isWritable())
+            throw Exception(ErrorCode::NotWritable, mounted.container);
+        const auto root = StorageIRI::inContainer(location.getScheme(), mounted.container, u"/");
+        held.push_back({mounted.container, holdWrites(*mounted.provider, root)});
+    }
+    return mounted.provider;
+}
+
+bool ChangeSession::hasChanges() const {
+    return !m_impl->held.empty();
+}
+
+std::vector<CloseFailure> ChangeSession::commit() {
+    auto failures = flush();
+    m_impl->lock = ContainerLock();
+    return failures;
+}
+
+std::vector<CloseFailure> ChangeSession::flush() {
+    auto held = std::move(m_impl->held);
+    m_impl->held.clear();
+    std::stable_sort(held.begin(), held.end(), [](const auto& a, const auto& b) {
+        return nesting(a.container) > nesting(b.container);
+    });
+    std::vector<CloseFailure> failures;
+    for (auto& entry : held) {
+        try {
+            m_impl->write(entry);
+        } catch (const std::exception& failure) {
+            failures.push_back({entry.container, failure.what(), std::current_exception()});
+        }
+    }
+    return failures;
+}
+
+} // namespace storage::vfs

@@ -1,0 +1,149 @@
+#include <storage/vfs/src/ContainerTable.h>
+
+#include <storage/vfs/src/ContainerCheck.h>
+#include <storage/vfs/src/LocalFile.h>
+#include <storage/vfs/src/WriteHold.h>
+
+#include <fmt/format.h>
+#include <foundation/storage/provider/Exception.h>
+#include <foundation/storage/provider/StorageItem.h>
+
+#include <algorithm>
+
+namespace storage::vfs {
+
+using namespace foundation::storage::provider;
+using foundation::core::MutexLock;
+
+namespace {
+
+/// Whether `container` is `other` or one of the containers around it.
+bool holds(const StorageIRI& container, const StorageIRI& other) {
+    for (const auto* at = &other;; at = &at->getContainer()) {
+        if (*at == container)
+            return true;
+        if (!at->hasContainer())
+            return false;
+    }
+}
+
+} // namespace
+
+ContainerTable::ContainerTable(BundleLoader& bundles, std::shared_ptr<IProvider> localFiles)
+    : m_bundles(bundles), m_localFiles(std::move(localFiles)) {}
+
+MountedContainer ContainerTable::mount(const StorageIRI& location, Tolerance tolerance) {
+    const MutexLock lock(m_mutex);
+    return mountLocked(location, tolerance);
+}
+
+StorageIRI ContainerTable::canonicalLocation(const StorageIRI& location) {
+    const MutexLock lock(m_mutex);
+    return canonicalLocked(location);
+}
+
+MountedContainer ContainerTable::mountLocked(const StorageIRI& location, Tolerance tolerance) {
+    if (!location.hasContainer()) {
+        if (location.getScheme() != "file")
+            throw Exception(ErrorCode::InvalidArgument, location,
+                            fmt::format("no provider serves the scheme \"{}\"", location.getScheme()));
+        MountedContainer local;
+        local.provider = m_localFiles;
+        local.summary.condition = ArchiveCondition::Sound;
+        return local;
+    }
+    const auto container = canonicalLocked(location.getContainer());
+    const auto root = StorageIRI::inContainer(location.getScheme(), container, u"/");
+    auto known = m_entries.find(root);
+    if (known == m_entries.end())
+        known = m_entries.emplace(root, makeEntry(root, tolerance)).first;
+    refuseUnfit(container, known->second.mounted.summary, tolerance);
+    return known->second.mounted;
+}
+
+ContainerTable::Entry ContainerTable::makeEntry(const StorageIRI& root, Tolerance tolerance) {
+    const auto& container = root.getContainer();
+    const auto factory = m_bundles.factory(root.getScheme());
+    if (!factory)
+        throw Exception(ErrorCode::InvalidArgument, root,
+                        fmt::format("no provider serves the scheme \"{}\"", root.getScheme()));
+    const StorageItem item(mountLocked(container, tolerance).provider, container);
+    if (!item.exists())
+        throw Exception(ErrorCode::NotFound, container);
+    Entry entry{root, {}, false};
+    entry.mounted.container = container;
+    entry.mounted.summary.condition = ArchiveCondition::Sound;
+    if (isCheckedFormat(root.getScheme())) {
+        checkContainer(item, entry.mounted);
+        refuseUnfit(container, entry.mounted.summary, tolerance);
+    }
+    entry.mounted.provider = factory->createProvider(item);
+    return entry;
+}
+
+StorageIRI ContainerTable::canonicalLocked(const StorageIRI& location) {
+    const auto mounted = mountLocked(location, Tolerance::Damaged);
+    if (!location.hasContainer())
+        return mounted.provider->getCanonicalLocation(location);
+    return mounted.provider->getCanonicalLocation(
+        StorageIRI::inContainer(location.getScheme(), mounted.container, location.getResolvedPath()));
+}
+
+void ContainerTable::markUnsaved(const StorageIRI& container) {
+    const MutexLock lock(m_mutex);
+    for (auto& [root, entry] : m_entries)
+        if (entry.mounted.container == container)
+            entry.unsaved = true;
+}
+
+std::vector<ContainerTable::Entry> ContainerTable::take(const StorageIRI& container, Scope scope) {
+    const MutexLock lock(m_mutex);
+    std::vector<Entry> taken;
+    for (auto at = m_entries.begin(); at != m_entries.end();) {
+        const auto& held = at->second.mounted.container;
+        const bool inScope = held == container ? scope == Scope::SameAndInside : holds(container, held);
+        if (inScope)
+            taken.push_back(std::move(at->second));
+        at = inScope ? m_entries.erase(at) : std::next(at);
+    }
+    std::stable_sort(taken.begin(), taken.end(),
+                     [](const Entry& a, const Entry& b) { return nesting(a.root) > nesting(b.root); });
+    return taken;
+}
+
+void ContainerTable::forget(const StorageIRI& container, Scope scope) {
+    take(container, scope);
+}
+
+std::vector<CloseFailure> ContainerTable::release(std::vector<Entry> entries) {
+    std::vector<CloseFailure> failures;
+    for (auto& entry : entries) {
+        try {
+            if (entry.unsaved)
+                holdWrites(*entry.mounted.provider, entry.root)->close();
+        } catch (const std::exception& failure) {
+            failures.push_back({entry.mounted.container, failure.what(), std::current_exception()});
+        }
+        entry.mounted.provider.reset();
+    }
+    return failures;
+}
+
+std::vector<CloseFailure> ContainerTable::close(const StorageIRI& container) {
+    return release(take(container, Scope::SameAndInside));
+}
+
+std::vector<CloseFailure> ContainerTable::closeAll() {
+    std::vector<Entry> all;
+    {
+        const MutexLock lock(m_mutex);
+        for (auto& [root, entry] : m_entries)
+            all.push_back(std::move(entry));
+        m_entries.clear();
+    }
+    std::stable_sort(all.begin(), all.end(),
+                     [](const Entry& a, const Entry& b) { return nesting(a.root) > nesting(b.root); });
+    return release(std::move(all));
+}
+
+} // namespace storage::vfs

@@ -1,0 +1,60 @@
+#pragma once
+
+#include <foundation/core/Mutex.h>
+#include <foundation/storage/provider/IProvider.h>
+#include <foundation/storage/provider/StorageIRI.h>
+#include <storage/vfs/Vfs.h>
+#include <storage/vfs/src/BundleLoader.h>
+
+#include <map>
+#include <memory>
+#include <vector>
+
+namespace storage::vfs {
+
+/// The containers in use: one provider for each canonical location. Threads: any; a mount holds up the
+/// others.
+class ContainerTable {
+public:
+    /// Both must outlive the table. `localFiles` serves scheme "file".
+    ContainerTable(BundleLoader& bundles,
+                   std::shared_ptr<foundation::storage::provider::IProvider> localFiles);
+
+    MountedContainer mount(const foundation::storage::provider::StorageIRI& location, Tolerance tolerance);
+    foundation::storage::provider::StorageIRI
+    canonicalLocation(const foundation::storage::provider::StorageIRI& location);
+
+    void markUnsaved(const foundation::storage::provider::StorageIRI& container);
+
+    enum class Scope { Inside, SameAndInside };
+    void forget(const foundation::storage::provider::StorageIRI& container, Scope scope);
+    /// Writes what is known to be unsaved, inner containers first, and lets go of the providers.
+    std::vector<CloseFailure> close(const foundation::storage::provider::StorageIRI& container);
+    std::vector<CloseFailure> closeAll();
+
+private:
+    using IRI = foundation::storage::provider::StorageIRI;
+
+    struct Entry {
+        /// The root inside the container: the key, and where a forced write starts.
+        IRI root;
+        MountedContainer mounted;
+        bool unsaved = false;
+    };
+
+    MountedContainer mountLocked(const IRI& location, Tolerance tolerance) KX_REQUIRES(m_mutex);
+    Entry makeEntry(const IRI& root, Tolerance tolerance) KX_REQUIRES(m_mutex);
+    IRI canonicalLocked(const IRI& location) KX_REQUIRES(m_mutex);
+    /// Removes and returns the entries of a scope, inner ones first.
+    std::vector<Entry> take(const IRI& container, Scope scope);
+    static std::vector<CloseFailure> release(std::vector<Entry> entries);
+
+    BundleLoader& m_bundles;
+    const std::shared_ptr<foundation::storage::provider::IProvider> m_localFiles;
+
+    /// Guards the table; held while a container is opened and checked.
+    foundation::core::Mutex m_mutex;
+    std::map<IRI, Entry> m_entries KX_GUARDED_BY(m_mutex);
+};
+
+} // namespace storage::vfs

@@ -1,0 +1,181 @@
+#include <storage/vfs/TreeCopier.h>
+
+#include <storage/vfs/src/SafeTarget.h>
+
+#include <foundation/storage/provider/Exception.h>
+
+#include <algorithm>
+#include <vector>
+
+namespace storage::vfs {
+
+using namespace foundation::storage::provider;
+
+namespace {
+
+constexpr std::size_t bufferSize = 256 * 1024;
+
+std::vector<FolderEntry> entriesOf(IProvider& provider, const StorageIRI& folder) {
+    std::vector<FolderEntry> entries;
+    const auto listing = provider.listAll(folder);
+    while (listing->hasNext()) {
+        listing->next();
+        entries.push_back(listing->current());
+    }
+    return entries;
+}
+
+} // namespace
+
+StopCopying::~StopCopying() = default;
+
+const char* StopCopying::what() const noexcept {
+    return "the copy was stopped";
+}
+
+TreeCopier::TreeCopier(Options options) : m_options(std::move(options)), m_buffer(bufferSize) {}
+
+bool TreeCopier::copyFile(const MountedContainer& from, const StorageIRI& source, const MountedContainer& to,
+                          const StorageIRI& destination) {
+    try {
+        if (source == destination)
+            throw Exception(ErrorCode::InvalidArgument, destination,
+                            "source and destination are the same file");
+        if (m_options.conflict == ConflictPolicy::KeepExisting && to.provider->isFile(destination))
+            return true;
+        copyBytes(from, source, to, destination);
+        ++m_files;
+        if (m_options.onCopied)
+            m_options.onCopied(source, destination);
+        return true;
+    } catch (const StopCopying&) {
+        throw;
+    } catch (const std::exception&) {
+        fail(source, destination);
+        return false;
+    }
+}
+
+bool TreeCopier::copyFileInto(const MountedContainer& from, const StorageIRI& source,
+                              const MountedContainer& to, const StorageIRI& destination) {
+    const auto place = destination.child(source.getName());
+    if (const auto objection = SafeTarget(from, to).objection(source, place)) {
+        refuse(source, place, *objection);
+        return false;
+    }
+    return copyFile(from, source, to, place);
+}
+
+void TreeCopier::copyBytes(const MountedContainer& from, const StorageIRI& source, const MountedContainer& to,
+                           const StorageIRI& destination) {
+    // The source first: when it cannot be read, the destination must not be touched.
+    const auto attributes = from.provider->getFileAttributes(source);
+    const auto in = from.provider->openReadStream(source);
+    // A container's provider writes what a stream got so far, also when it is not closed; so bytes that
+    // replace others are collected first, and a new file that is not complete is removed.
+    const bool keepsNothing = !to.container.empty();
+    const bool replaces = to.provider->isFile(destination);
+    auto out = keepsNothing && replaces
+                   ? to.provider->openTransactionalStream(destination, ByteStreamOpenOptions::overwrite())
+                   : to.provider->openStream(destination, ByteStreamOpenOptions::overwrite());
+    try {
+        pump(*in, *out, source, attributes.getSize().value_or(0));
+    } catch (...) {
+        out.reset();
+        if (keepsNothing && !replaces)
+            to.provider->removeFile(destination);
+        throw;
+    }
+    out->close();
+    if (m_options.keepTimes && to.provider->hasFeature(Feature::SetLastModified) &&
+        !attributes.getLastModified().is_special())
+        to.provider->setLastModified(destination, attributes.getLastModified());
+}
+
+void TreeCopier::pump(ByteStream& in, ByteStream& out, const StorageIRI& source, std::uint64_t size) {
+    std::uint64_t copied = 0;
+    for (;;) {
+        const auto n = in.read(m_buffer.data(), static_cast<std::int64_t>(m_buffer.size()));
+        if (n == 0)
+            return;
+        out.write(m_buffer.data(), n);
+        copied += static_cast<std::uint64_t>(n);
+        m_bytes += static_cast<std::uint64_t>(n);
+        if (m_options.onProgress)
+            m_options.onProgress({source, copied, size, m_files, m_bytes});
+    }
+}
+
+bool TreeCopier::makeFolder(const StorageIRI& source, const MountedContainer& to,
+                            const StorageIRI& destination) {
+    try {
+        if (!to.provider->isFolder(destination))
+            to.provider->createFolder(destination);
+        return true;
+    } catch (const std::exception&) {
+        fail(source, destination);
+        return false;
+    }
+}
+
+std::uint64_t TreeCopier::copyFolder(const MountedContainer& from, const StorageIRI& source,
+                                     const MountedContainer& to, const StorageIRI& destination) {
+    const auto failuresBefore = m_failures;
+    const SafeTarget target(from, to);
+    struct Pending {
+        StorageIRI source;
+        StorageIRI destination;
+    };
+    std::vector<Pending> pending;
+    try {
+        if (source.isSameOrAbove(destination))
+            throw Exception(ErrorCode::InvalidArgument, destination, "a folder cannot be copied into itself");
+        pending.push_back({source, destination});
+    } catch (const std::exception&) {
+        fail(source, destination);
+    }
+    // A list of folders instead of recursion: archives can nest folders deeper than the stack.
+    while (!pending.empty()) {
+        const auto folder = std::move(pending.back());
+        pending.pop_back();
+        if (!makeFolder(folder.source, to, folder.destination))
+            continue;
+        std::vector<FolderEntry> entries;
+        try {
+            entries = entriesOf(*from.provider, folder.source);
+        } catch (const std::exception&) {
+            fail(folder.source, folder.destination);
+            continue;
+        }
+        const auto firstSubfolder = pending.size();
+        for (const auto& entry : entries) {
+            const auto entrySource = folder.source.child(entry.getName());
+            const auto entryDestination = folder.destination.child(entry.getName());
+            if (const auto objection = target.objection(entrySource, entryDestination))
+                refuse(entrySource, entryDestination, *objection);
+            else if (entry.isFolder())
+                pending.push_back({entrySource, entryDestination});
+            else
+                copyFile(from, entrySource, to, entryDestination);
+        }
+        std::reverse(pending.begin() + static_cast<std::ptrdiff_t>(firstSubfolder), pending.end());
+    }
+    return m_failures - failuresBefore;
+}
+
+void TreeCopier::refuse(const StorageIRI& source, const StorageIRI& destination,
+                        const std::string& objection) {
+    try {
+        throw Exception(ErrorCode::InvalidArgument, source, objection);
+    } catch (const Exception&) {
+        fail(source, destination);
+    }
+}
+
+void TreeCopier::fail(const StorageIRI& source, const StorageIRI& destination) {
+    ++m_failures;
+    if (m_options.onFailure)
+        m_options.onFailure({source, destination, std::current_exception()});
+}
+
+} // namespace storage::vfs
