@@ -54,6 +54,10 @@ std::int64_t WorkingFileByteStream::doRead(char* buffer, std::int64_t count) {
 std::int64_t WorkingFileByteStream::doWrite(const char* buffer, std::int64_t count) {
     KX_LOG_FUNCTION_AS(scope, m_logger);
     KX_LOG(m_logger) << " n=" << count;
+    if (!m_writable) {
+        // The device would take the bytes; nobody would write them into the archive.
+        fail("write", EBADF);
+    }
     KX_LOG_DEBUG(m_logger) << "Cached file size before write: " << m_entry->getCachedFileSize();
     errno = 0;
     const auto written = m_device.write(buffer, count);
