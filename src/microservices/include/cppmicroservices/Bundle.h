@@ -78,7 +78,7 @@ public:
     ///
     /// Throws SharedLibraryException if the library cannot be loaded, std::logic_error if the bundle was
     /// uninstalled, std::runtime_error if the framework was stopped, the manifest describes a component that
-    /// cannot be had or the library lacks the functions for it. The bundle is then as before the call.
+    /// cannot be had or the library lacks the functions for it. The bundle is not started then.
     void Start();
     void Start(std::uint32_t options);
 

@@ -96,9 +96,9 @@ public:
     /// from other threads wait for it and get the same one. The bundle's library stays loaded as long as the
     /// object is held.
     ///
-    /// Null if the service was unregistered, or the component failed to make an object or asked for its own
-    /// service in doing so; the next call tries again. Throws std::invalid_argument if `reference` is
-    /// invalid.
+    /// Null if the component failed to make an object or asked for its own service in doing so; the next call
+    /// tries again. Throws std::invalid_argument if `reference` is invalid, as it is after the service was
+    /// unregistered; a call that overlaps with that may also return null.
     template <class S>
     std::shared_ptr<S> GetService(const ServiceReference<S>& reference) {
         return std::static_pointer_cast<S>(GetService(static_cast<const ServiceReferenceBase&>(reference)));

@@ -30,11 +30,6 @@ public:
     /// type is FRAMEWORK_STOPPED, FRAMEWORK_WAIT_TIMEDOUT, or FRAMEWORK_ERROR if the framework was never
     /// started.
     FrameworkEvent WaitForStop(const std::chrono::milliseconds& timeout);
-
-private:
-    friend class FrameworkFactory;
-
-    Framework(std::shared_ptr<FrameworkCore> core, std::shared_ptr<BundlePrivate> bundle);
 };
 
 } // namespace cppmicroservices

@@ -43,7 +43,9 @@ public:
     bool operator==(const ServiceReferenceBase& other) const;
 
 private:
+    friend class Bundle;
     friend class BundleContext;
+    friend class ComponentServiceContext;
     friend class ServiceRegistrationBase;
     friend class LDAPFilter;
     template <class S>
