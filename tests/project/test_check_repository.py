@@ -1,0 +1,94 @@
+#!/usr/bin/env python3
+"""Each check of check_repository.py finds a violation that is put before it, and nothing in what is right."""
+
+import pathlib
+import sys
+import tempfile
+import unittest
+
+sys.dont_write_bytecode = True
+import check_repository  # noqa: E402
+
+
+class Checks(unittest.TestCase):
+    def found(self, check, files):
+        with tempfile.TemporaryDirectory() as folder:
+            for name, text in files.items():
+                path = pathlib.Path(folder) / name
+                path.parent.mkdir(parents=True, exist_ok=True)
+                path.write_text(text)
+            return check_repository.violations(folder, check)
+
+    def test_dependencies(self):
+        check = "dependencies_between_folders_point_one_way"
+        wrong = {
+            "src/storage/zipprovider/src/a.cpp": "#include <storage/vfs/Vfs.h>\n",
+            "src/storage/vfs/src/b.cpp": '#include "storage/zipprovider/src/ZipState.h"\n',
+            "src/apps/kxvfs/c.cpp": "#include <storage/fileprovider/LocalFileProvider.h>\n",
+            "src/foundation/core/d.h": "#  include <fl/i18n/ustring.h>\n",
+        }
+        self.assertEqual(len(self.found(check, wrong)), 4)
+        right = {
+            "src/storage/zipprovider/src/a.cpp": "#include <storage/zipprovider/src/b.h>\n#include <vector>\n",
+            "src/storage/vfs/src/b.cpp": "#include <storage/fileprovider/LocalFileProvider.h>\n",
+            "src/apps/kxvfs/c.cpp": "#include <storage/vfs/Vfs.h>\n",
+        }
+        self.assertEqual(self.found(check, right), [])
+
+    def test_private_headers(self):
+        check = "private_headers_stay_private"
+        wrong = {
+            "src/storage/vfs/Vfs.h": "#include <storage/vfs/src/Table.h>\n",
+            "src/storage/vfs/src/Vfs.cpp": "#include <storage/fileprovider/src/Journal.h>\n",
+        }
+        self.assertEqual(len(self.found(check, wrong)), 2)
+        right = {
+            "src/storage/vfs/src/Vfs.cpp": "#include <storage/vfs/src/Table.h>\n#include <storage/vfs/Vfs.h>\n",
+            "tests/vfs/test.cpp": "#include <storage/vfs/src/Table.h>\n",
+        }
+        self.assertEqual(self.found(check, right), [])
+
+    def test_headers(self):
+        check = "headers_are_included_once"
+        self.assertEqual(len(self.found(check, {"src/a.h": "int a;\n", "src/b.h": "#pragma once\n"})), 1)
+
+    def test_readmes(self):
+        check = "components_have_a_readme"
+        files = {"src/a/CMakeLists.txt": "", "src/b/CMakeLists.txt": "", "src/b/README.md": ""}
+        self.assertEqual(len(self.found(check, files)), 1)
+
+    def test_sources(self):
+        check = "sources_are_listed_for_the_build"
+        files = {
+            "src/a/CMakeLists.txt": "add_library(a src/listed.cpp src/missing.cpp)\n",
+            "src/a/src/listed.cpp": "",
+            "src/a/src/forgotten.cpp": "",
+        }
+        self.assertEqual(len(self.found(check, files)), 2)
+
+    def test_documents(self):
+        check = "documents_name_only_paths_that_exist"
+        files = {
+            "docs/a.md": "`docs/a.md` `docs/missing.md` [b](b.md) [out](https://example.org/x) `plans.zip/docs/x`\n",
+            "docs/b.md": "[gone](../gone.md)\n",
+        }
+        self.assertEqual(len(self.found(check, files)), 2)
+
+    def test_example(self):
+        check = "readme_shows_the_compiled_example"
+        example = {"examples/read_archive/main.cpp": "int main() {}\n"}
+        self.assertEqual(self.found(check, {**example, "README.md": "x\n```cpp\nint main() {}\n```\n"}), [])
+        self.assertEqual(len(self.found(check, {**example, "README.md": "```cpp\nint main() { }\n```\n"})), 1)
+
+    def test_unfinished(self):
+        check = "nothing_is_left_unfinished"
+        text = "// TO" + "DO: later\nTEST(A, DISA" + "BLED_B)\nGTEST_SKIP() << why;\n"
+        self.assertEqual(len(self.found(check, {"src/a.cpp": text})), 2)
+
+    def test_machine_paths(self):
+        check = "no_path_of_one_machine_is_used"
+        text = "cd /wo" + "rk/main\ncd build/wo" + "rk/x\n"
+        self.assertEqual(len(self.found(check, {"a.sh": text})), 1)
+
+
+unittest.main()
