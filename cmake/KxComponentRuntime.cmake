@@ -43,7 +43,9 @@ else()
   target_link_libraries(kx_component_runtime INTERFACE CppMicroServices usServiceComponent)
 endif()
 
-set(KX_APPEND_SCRIPT "${CMAKE_CURRENT_LIST_DIR}/AppendToFile.cmake")
+add_executable(kx_append_manifest EXCLUDE_FROM_ALL "${PROJECT_SOURCE_DIR}/tools/append_manifest.cpp")
+target_link_libraries(kx_append_manifest PRIVATE PkgConfig::minizip kx_flags)
+set_target_properties(kx_append_manifest PROPERTIES RUNTIME_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/tools")
 
 # kx_add_bundle(<target> SYMBOLIC_NAME <name> MANIFEST <manifest.json> CLASS <class>...
 #               COMPONENT <path> [SOURCES ...] [OBJECTS <object library>...] [LINK ...]
@@ -89,15 +91,10 @@ function(kx_add_bundle target)
   file(CONFIGURE OUTPUT "${work}/exports.map" CONTENT "{ global: ${exports} local: *; };\n")
   target_link_options(${target} PRIVATE "LINKER:--version-script=${work}/exports.map")
 
-  # The archive is the same for the same manifest, whenever and wherever it is made.
-  configure_file("${manifest}" "${work}/${arg_SYMBOLIC_NAME}/manifest.json" COPYONLY)
-  set_property(TARGET ${target} APPEND PROPERTY LINK_DEPENDS
-    "${work}/exports.map" "${work}/${arg_SYMBOLIC_NAME}/manifest.json")
+  # Linked anew when the manifest changes: what was appended to the old file is gone then.
+  set_property(TARGET ${target} APPEND PROPERTY LINK_DEPENDS "${work}/exports.map" "${manifest}")
   add_custom_command(TARGET ${target} POST_BUILD
-    COMMAND "${CMAKE_COMMAND}" -E env TZ=UTC "${CMAKE_COMMAND}" -E tar cf manifest.zip
-      --format=zip --mtime=1980-01-01T00:00:00Z -- "${arg_SYMBOLIC_NAME}/manifest.json"
-    COMMAND "${CMAKE_COMMAND}" "-DTARGET_FILE=$<TARGET_FILE:${target}>" -DTAIL=manifest.zip -P "${KX_APPEND_SCRIPT}"
-    WORKING_DIRECTORY "${work}"
+    COMMAND kx_append_manifest "$<TARGET_FILE:${target}>" "${manifest}" ${arg_SYMBOLIC_NAME}
     COMMENT "Appending the manifest to $<TARGET_FILE_NAME:${target}>"
     VERBATIM)
 
