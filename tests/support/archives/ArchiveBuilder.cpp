@@ -1,6 +1,6 @@
 #include "ArchiveBuilder.h"
 
-#include <algorithm>
+#include <fstream>
 #include <stdexcept>
 
 #include <zlib.h>
@@ -47,6 +47,7 @@ std::uint32_t clip(std::uint64_t value) {
 /// An entry with everything computed that its headers say.
 struct Prepared {
     std::string data;
+    std::uint64_t compressedSize = 0;
     std::uint64_t uncompressedSize = 0;
     std::uint32_t crc = 0;
     std::uint16_t flags = 0;
@@ -62,12 +63,13 @@ Prepared prepare(const ArchiveEntry& entry) {
         result.data = rawDeflate(entry.content, entry.level);
     else
         result.data = entry.content;
+    result.compressedSize = result.data.size() + entry.hole;
     result.uncompressedSize = entry.uncompressedSize.value_or(entry.content.size());
     result.crc = entry.crc32.value_or(crc32Of(entry.content));
     result.flags = entry.flags;
     if (entry.descriptor != DataDescriptor::None)
         result.flags = static_cast<std::uint16_t>(result.flags | flag::dataDescriptor);
-    result.zip64 = entry.zip64 || result.uncompressedSize >= inZip64 || result.data.size() >= inZip64;
+    result.zip64 = entry.zip64 || result.uncompressedSize >= inZip64 || result.compressedSize >= inZip64;
     return result;
 }
 
@@ -83,10 +85,10 @@ void putLocal(std::string& out, const ArchiveEntry& entry, const Prepared& prepa
     if (prepared.zip64) {
         std::string sizes;
         put64(sizes, late ? 0 : prepared.uncompressedSize);
-        put64(sizes, late ? 0 : prepared.data.size());
+        put64(sizes, late ? 0 : prepared.compressedSize);
         extra += extraField(zip64ExtraId, sizes);
     }
-    const std::uint32_t compressed = prepared.zip64 ? inZip64 : late ? 0 : clip(prepared.data.size());
+    const std::uint32_t compressed = prepared.zip64 ? inZip64 : late ? 0 : clip(prepared.compressedSize);
     const std::uint32_t uncompressed = prepared.zip64 ? inZip64 : late ? 0 : clip(prepared.uncompressedSize);
     const std::string& name = wrong.name ? *wrong.name : entry.name;
     const DosTime modified = wrong.modified.value_or(entry.modified);
@@ -113,10 +115,10 @@ void putDescriptor(std::string& out, const ArchiveEntry& entry, const Prepared& 
         put32(out, descriptorSignature);
     put32(out, prepared.crc);
     if (prepared.zip64) {
-        put64(out, prepared.data.size());
+        put64(out, prepared.compressedSize);
         put64(out, prepared.uncompressedSize);
     } else {
-        put32(out, clip(prepared.data.size()));
+        put32(out, clip(prepared.compressedSize));
         put32(out, clip(prepared.uncompressedSize));
     }
 }
@@ -129,7 +131,7 @@ void putCentral(std::string& out, const ArchiveEntry& entry, const Prepared& pre
         std::string values;
         if (prepared.zip64) {
             put64(values, prepared.uncompressedSize);
-            put64(values, prepared.data.size());
+            put64(values, prepared.compressedSize);
         }
         put64(values, prepared.offset);
         extra += extraField(zip64ExtraId, values);
@@ -145,7 +147,7 @@ void putCentral(std::string& out, const ArchiveEntry& entry, const Prepared& pre
     put16(out, modified.time);
     put16(out, modified.date);
     put32(out, wrong.crc32.value_or(prepared.crc));
-    put32(out, wrong.compressedSize.value_or(prepared.zip64 ? inZip64 : clip(prepared.data.size())));
+    put32(out, wrong.compressedSize.value_or(prepared.zip64 ? inZip64 : clip(prepared.compressedSize)));
     put32(out, wrong.uncompressedSize.value_or(prepared.zip64 ? inZip64 : clip(prepared.uncompressedSize)));
     put16(out, wrong.nameLength.value_or(length16(name)));
     put16(out, wrong.extraLength.value_or(length16(extra)));
@@ -160,12 +162,12 @@ void putCentral(std::string& out, const ArchiveEntry& entry, const Prepared& pre
 }
 
 void putEnd(std::string& out, const EndOverrides& end, std::uint64_t entries, std::uint64_t directoryOffset,
-            std::uint64_t directorySize, std::uint64_t base, ArchiveLayout& layout) {
+            std::uint64_t directorySize, std::uint64_t recordOffset, ArchiveLayout& layout) {
+    const std::size_t before = out.size();
     const bool zip64 =
         end.zip64 || entries >= countInZip64 || directoryOffset >= inZip64 || directorySize >= inZip64;
     if (zip64) {
-        layout.zip64EndRecord = out.size();
-        const std::uint64_t recordOffset = out.size() - base;
+        layout.zip64EndRecord = layout.endRecord;
         put32(out, zip64EndSignature);
         put64(out, 44);
         put16(out, 45);
@@ -183,7 +185,7 @@ void putEnd(std::string& out, const EndOverrides& end, std::uint64_t entries, st
             put32(out, 1);
         }
     }
-    layout.endRecord = out.size();
+    layout.endRecord += out.size() - before;
     if (end.omitEnd)
         return;
     const std::uint16_t count =
@@ -200,6 +202,26 @@ void putEnd(std::string& out, const EndOverrides& end, std::uint64_t entries, st
 }
 
 } // namespace
+
+/// The archive's bytes without its holes.
+struct ArchiveBuilder::Image {
+    struct Hole {
+        std::size_t position; ///< in `bytes`
+        std::uint64_t size;
+    };
+
+    std::uint64_t position() const { return bytes.size() + skipped; }
+    void skip(std::uint64_t size) {
+        if (size == 0)
+            return;
+        holes.push_back({bytes.size(), size});
+        skipped += size;
+    }
+
+    std::string bytes;
+    std::vector<Hole> holes;
+    std::uint64_t skipped = 0;
+};
 
 DosTime DosTime::of(int year, int month, int day, int hour, int minute, int second) {
     return {static_cast<std::uint16_t>(((year - 1980) << 9) | (month << 5) | day),
@@ -229,9 +251,11 @@ ArchiveBuilder& ArchiveBuilder::trailing(std::string bytes) {
     return *this;
 }
 
-std::string ArchiveBuilder::build(ArchiveLayout* layout) const {
+ArchiveBuilder::Image ArchiveBuilder::render(ArchiveLayout* layout) const {
     ArchiveLayout places;
-    std::string out = m_leading;
+    Image image;
+    std::string& out = image.bytes;
+    out = m_leading;
     const std::uint64_t base = m_leadingCounted ? 0 : m_leading.size();
     std::string directory;
     std::uint64_t listed = 0;
@@ -239,13 +263,14 @@ std::string ArchiveBuilder::build(ArchiveLayout* layout) const {
 
     for (const ArchiveEntry& entry : m_entries) {
         Prepared prepared = prepare(entry);
-        prepared.offset = out.size() - base;
-        places.localHeaders.push_back(entry.omitLocal ? std::string::npos : out.size());
+        prepared.offset = image.position() - base;
+        places.localHeaders.push_back(entry.omitLocal ? std::string::npos : image.position());
         if (!entry.omitLocal)
             putLocal(out, entry, prepared);
-        places.data.push_back(out.size());
+        places.data.push_back(image.position());
         if (!entry.omitLocal) {
             out += prepared.data;
+            image.skip(entry.hole);
             putDescriptor(out, entry, prepared);
         }
         inDirectory.push_back(entry.omitCentral ? std::string::npos : directory.size());
@@ -255,15 +280,47 @@ std::string ArchiveBuilder::build(ArchiveLayout* layout) const {
         }
     }
 
-    places.centralDirectory = out.size();
-    for (const std::size_t position : inDirectory)
-        places.centralHeaders.push_back(position == std::string::npos ? position : out.size() + position);
+    places.centralDirectory = image.position();
+    for (const std::size_t position : inDirectory) {
+        places.centralHeaders.push_back(position == std::string::npos ? position
+                                                                      : places.centralDirectory + position);
+    }
     out += directory;
-    putEnd(out, m_end, listed, places.centralDirectory - base, directory.size(), base, places);
+    places.endRecord = image.position();
+    putEnd(out, m_end, listed, places.centralDirectory - base, directory.size(), places.endRecord - base,
+           places);
     out += m_trailing;
     if (layout)
         *layout = std::move(places);
-    return out;
+    return image;
+}
+
+std::string ArchiveBuilder::build(ArchiveLayout* layout) const {
+    Image image = render(layout);
+    std::size_t shift = 0;
+    for (const Image::Hole& hole : image.holes) {
+        image.bytes.insert(hole.position + shift, hole.size, '\0');
+        shift += hole.size;
+    }
+    return std::move(image.bytes);
+}
+
+void ArchiveBuilder::writeFile(const std::filesystem::path& file, ArchiveLayout* layout) const {
+    const Image image = render(layout);
+    std::ofstream out(file, std::ios::binary | std::ios::trunc);
+    std::size_t written = 0;
+    const auto writeUpTo = [&](std::size_t end) {
+        out.write(image.bytes.data() + written, static_cast<std::streamsize>(end - written));
+        written = end;
+    };
+    for (const Image::Hole& hole : image.holes) {
+        writeUpTo(hole.position);
+        out.seekp(static_cast<std::streamoff>(hole.size), std::ios::cur);
+    }
+    writeUpTo(image.bytes.size());
+    out.close();
+    if (!out)
+        throw std::runtime_error("cannot write archive " + file.string());
 }
 
 std::string simpleArchive(const std::vector<std::pair<std::string, std::string>>& entries) {

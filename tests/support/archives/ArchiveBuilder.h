@@ -1,7 +1,9 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <deque>
+#include <filesystem>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -81,6 +83,8 @@ struct ArchiveEntry {
     std::optional<std::string> rawData;
     std::optional<std::uint32_t> crc32;
     std::optional<std::uint64_t> uncompressedSize;
+    /// Zeros behind the data, counted as compressed bytes, that writeFile leaves unwritten.
+    std::uint64_t hole = 0;
     bool omitLocal = false;   ///< write neither local header nor data
     bool omitCentral = false; ///< write no central header
     HeaderOverrides local;
@@ -142,8 +146,14 @@ public:
     ArchiveBuilder& trailing(std::string bytes);
 
     std::string build(ArchiveLayout* layout = nullptr) const;
+    /// Writes the archive to a new file. Holes cost no disk where the file system knows sparse files.
+    /// Throws std::runtime_error when the file cannot be written.
+    void writeFile(const std::filesystem::path& file, ArchiveLayout* layout = nullptr) const;
 
 private:
+    struct Image;
+    Image render(ArchiveLayout* layout) const;
+
     std::deque<ArchiveEntry> m_entries;
     EndOverrides m_end;
     std::string m_leading;

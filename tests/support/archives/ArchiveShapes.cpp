@@ -68,6 +68,17 @@ ArchiveEntry repeatedEntry(std::string name, const std::string& chunk, std::uint
     return entry;
 }
 
+ArchiveEntry sparseEntry(std::string name, std::uint64_t size) {
+    ArchiveEntry entry;
+    entry.name = std::move(name);
+    entry.method = Method::Stored;
+    entry.rawData.emplace();
+    entry.hole = size;
+    entry.uncompressedSize = size;
+    entry.crc32 = repeatedCrc(crc32Of(std::string_view("\0", 1)), 1, size);
+    return entry;
+}
+
 std::string wideArchiveFile(unsigned folder, unsigned file) {
     return numbered("d%04u/", folder) + numbered("f%04u.txt", file);
 }

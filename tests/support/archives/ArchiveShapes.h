@@ -12,6 +12,9 @@ namespace kx::test {
 /// MiB.
 ArchiveEntry repeatedEntry(std::string name, const std::string& chunk, std::uint64_t count);
 
+/// A stored entry of `size` zeros that costs no disk in a file written by ArchiveBuilder::writeFile.
+ArchiveEntry sparseEntry(std::string name, std::uint64_t size);
+
 /// An archive of `folders` folders "d0000/" with `perFolder` files "f0000.txt" each, whose content is their
 /// own path. The folders have entries of their own when `explicitFolders`.
 std::string wideArchive(unsigned folders, unsigned perFolder, bool explicitFolders = false);

@@ -89,6 +89,21 @@ TEST_F(BuiltArchives, OfARepeatedChunkHoldWhatTheyPromise) {
     EXPECT_EQ(verdict.find("big")->crc32, crc32Of(whole));
 }
 
+TEST_F(BuiltArchives, WithAHoleAreTheSameInMemoryAndOnDisk) {
+    ArchiveBuilder builder;
+    builder.add("before", "1").add(sparseEntry("hole", 100000)).add("behind", "2");
+    ArchiveLayout layout;
+    const std::string bytes = builder.build(&layout);
+    EXPECT_EQ(bytes.compare(layout.centralHeaders[2], 4, "PK\x01\x02"), 0);
+    EXPECT_EQ(bytes.compare(layout.endRecord, 4, "PK\x05\x06"), 0);
+    builder.writeFile(m_path);
+    std::ifstream stream(m_path, std::ios::binary);
+    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(stream), {}), bytes);
+    const ArchiveVerdict verdict = verifyArchive(m_path);
+    EXPECT_EQ(verdict.problems(), "");
+    EXPECT_EQ(verdict.find("hole")->size, 100000u);
+}
+
 TEST_F(BuiltArchives, AreTheSameBytesEachTime) {
     EXPECT_EQ(wideArchive(3, 4, true), wideArchive(3, 4, true));
     EXPECT_EQ(verdictOf(wideArchive(3, 4, true)).entries.size(), 15u);
