@@ -9,6 +9,9 @@
 #include <boost/iostreams/stream.hpp>
 #include <minizip/unzip.h>
 
+#include <memory>
+#include <utility>
+
 namespace storage::zipprovider {
 
 /// Owns one archive opened for reading through the container's read-only byte stream. Shared by everyone who
@@ -22,7 +25,12 @@ public:
     /// Opens the container's stream and the archive in it. An archive that minizip cannot open leaves the
     /// handle null (see isOpen): the first minizip call on it then fails.
     /// Errors: those of opening the container's stream.
-    explicit MiniZipReadHandle(const StorageItem& container) : m_device(container.openReadOnlyStream()) {
+    explicit MiniZipReadHandle(const StorageItem& container)
+        : MiniZipReadHandle(container.openReadOnlyStream()) {}
+
+    /// The same for an archive behind any seekable stream. Precondition: `archive` is not null.
+    explicit MiniZipReadHandle(std::unique_ptr<foundation::storage::provider::ByteStream> archive)
+        : m_device(std::move(archive)) {
         m_stream.open(m_device, -1, -1);
         m_functions = StreamFileFunctions<Stream>::table();
         m_zip = unzOpen2_64(&m_stream, &m_functions);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 namespace storage::zipprovider {
@@ -8,6 +9,13 @@ namespace storage::zipprovider {
 inline constexpr std::uint32_t encryptedFlag = 0x1;
 /// General-purpose flag, bit 11 (language encoding): name and comment are UTF-8.
 inline constexpr std::uint32_t utf8Flag = 0x800;
+
+/// Compression method of an entry whose data are its contents.
+inline constexpr std::uint32_t storedMethod = 0;
+/// Bytes that a stored name can have.
+inline constexpr std::size_t maximalNameSize = 0xFFFF;
+/// Bytes of a central-directory header without its name, extra field and comment.
+inline constexpr std::uint64_t centralHeaderSize = 46;
 
 /// Bytes moved at a time when an entry is copied.
 inline constexpr int entryCopyBufferSize = 8192;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "MiniZipEntryEnumerator.h"
+#include "ZipConstants.h"
 
 #include <minizip/unzip.h>
 
@@ -27,12 +28,14 @@ public:
         if (handle->isOpen() && unzGetGlobalInfo64(handle->get(), &global) == UNZ_OK) {
             m_declaredCount = global.number_entry;
         }
+        const auto archive = handle;
         MiniZipEntryEnumerator<StorageItem, ByteStreamDevice> enumerator(std::move(handle));
         while (auto info = enumerator.next()) {
             if (!info->stored.name.empty()) {
                 m_records.push_back(std::move(*info));
             }
         }
+        m_goesOn = entryFollows(*archive);
     }
 
     auto begin() const { return m_records.begin(); }
@@ -41,12 +44,30 @@ public:
 
     /// The number of entries that the archive's end record declares.
     std::uint64_t declaredCount() const { return m_declaredCount; }
-    /// Whether every declared entry is in the list.
-    bool isComplete() const { return m_records.size() >= m_declaredCount; }
+    /// Whether more entries follow than the end record declares. Its count has 16 bits; some writers let it
+    /// wrap around.
+    bool hasUndeclaredEntries() const { return m_goesOn; }
+    /// Whether every entry of the archive is in the list.
+    bool isComplete() const { return m_records.size() >= m_declaredCount && !m_goesOn; }
 
 private:
+    /// Whether a central-directory header stands behind the one at which minizip's walk has ended.
+    static bool entryFollows(ReadHandle& handle) {
+        unz_file_info64 last{};
+        unz64_file_pos position{};
+        if (unzGetFilePos64(handle.get(), &position) != UNZ_OK ||
+            unzGetCurrentFileInfo64(handle.get(), &last, nullptr, 0, nullptr, 0, nullptr, 0) != UNZ_OK) {
+            return false;
+        }
+        position.pos_in_zip_directory +=
+            centralHeaderSize + last.size_filename + last.size_file_extra + last.size_file_comment;
+        ++position.num_of_file;
+        return unzGoToFilePos64(handle.get(), &position) == UNZ_OK;
+    }
+
     std::vector<ZipEntryInfo> m_records;
     std::uint64_t m_declaredCount = 0;
+    bool m_goesOn = false;
 };
 
 } // namespace storage::zipprovider

@@ -85,6 +85,7 @@ auto ZipFileSystem<StorageItem, ByteStreamDevice>::checkOutEntry(const ZipEntryP
     try {
         stream = makeByteStream(entry, options, this->shared_from_this(), writer);
     } catch (...) {
+        m_state.revoke(writer->registration);
         m_openWriters.erase(writer);
         throw;
     }
@@ -198,6 +199,9 @@ void ZipFileSystem<StorageItem, ByteStreamDevice>::modifiedFileWasAbandoned(
     abandoned.splice(abandoned.begin(), m_openWriters, writer);
     const bool revoked = !writer->detached && m_state.revoke(writer->registration);
     KX_LOG_DEBUG(m_logger) << "Is the entry as it was before the stream? " << revoked;
+    if (revoked) {
+        m_workingFiles.erase(writer->path);
+    }
     m_flushingPolicy.decrementModifiedInUse();
     m_flushingPolicy.setStateChanged();
 }

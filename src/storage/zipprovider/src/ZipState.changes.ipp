@@ -41,7 +41,7 @@ auto ZipState<StorageItem, ByteStreamDevice>::registerModifiedEntry(
     const auto parent = parentOf(path);
     Registration registration{path,           entry, std::nullopt, parent->findFile(path.fileName()),
                               m_stateChanged, 0};
-    m_modified.try_emplace(path, entry);
+    ++m_modified.try_emplace(path, ModifiedEntry{entry}).first->second.registrations;
     if (auto node = m_carriedOver.extract(path)) {
         registration.carriedOver = std::move(node.mapped());
     }
@@ -59,10 +59,8 @@ bool ZipState<StorageItem, ByteStreamDevice>::revoke(const Registration& registr
     const auto modified = m_modified.find(registration.path);
     const bool wasOriginal = registration.carriedOver.has_value();
     const bool wasMissing = registration.shown == nullptr;
-    // Held by the registration, the change record and the stream that goes: nobody else works on the file.
-    constexpr long ownReferences = 3;
     if (!(wasOriginal || wasMissing) || modified == m_modified.end() ||
-        modified->second != registration.entry || registration.entry.use_count() > ownReferences) {
+        modified->second.entry != registration.entry || modified->second.registrations != 1) {
         return false;
     }
     m_modified.erase(modified);

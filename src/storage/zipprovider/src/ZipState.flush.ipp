@@ -11,7 +11,9 @@
 #include <boost/iostreams/device/file.hpp>
 #include <boost/iostreams/stream.hpp>
 
+#include <exception>
 #include <ios>
+#include <optional>
 #include <utility>
 #include <vector>
 
@@ -48,13 +50,11 @@ void ZipState<StorageItem, ByteStreamDevice>::doFlush() const {
         return;
     }
     refuseUnreadArchive();
-    auto archive = std::make_shared<ReadHandle>(m_container);
-    refuseForeignChange(archive);
+    refuseForeignChange();
     TemporaryArchive target;
-    buildArchive(archive, target);
+    buildArchive(openArchive(), target);
     bringIntoContainer(target);
     target.remove();
-    archive.reset();
     rebuildBasalState();
 }
 
@@ -69,14 +69,13 @@ void ZipState<StorageItem, ByteStreamDevice>::refuseUnreadArchive() const {
 /// A stamp may change while the archive does not (a container inside another archive gets its time rounded
 /// when that is written), so the directory has the last word.
 template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
-void ZipState<StorageItem, ByteStreamDevice>::refuseForeignChange(
-    const std::shared_ptr<ReadHandle>& archive) const {
+void ZipState<StorageItem, ByteStreamDevice>::refuseForeignChange() const {
     const auto stamp = ContainerStamp::of(m_container.getFileAttributes());
     if (stamp == m_stamp) {
         return;
     }
     if (stamp.size == m_stamp.size && m_fingerprint &&
-        directoryFingerprint(EntryInfos(archive)) == *m_fingerprint) {
+        directoryFingerprint(EntryInfos(std::make_shared<ReadHandle>(m_container))) == *m_fingerprint) {
         m_stamp = stamp;
         return;
     }
@@ -110,7 +109,8 @@ void ZipState<StorageItem, ByteStreamDevice>::writeCarriedOverEntries(
 template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
 void ZipState<StorageItem, ByteStreamDevice>::writeModifiedEntries(MiniZipWriteHandle& target) const {
     std::uint64_t index = m_carriedOver.size();
-    for (const auto& [path, entry] : m_modified) {
+    for (const auto& [path, modified] : m_modified) {
+        const auto& entry = modified.entry;
         const auto size = entry->getCachedFileSize();
         const auto device = entry->doGetFileDevice(std::ios_base::in | std::ios_base::binary);
         const ZipEntrySink sink(target, {ZipEntryType::File, Path(path.toString(false)), size,
@@ -143,16 +143,46 @@ void ZipState<StorageItem, ByteStreamDevice>::bringIntoContainer(TemporaryArchiv
         copyIntoContainer(container, archive);
         container.close();
     } catch (...) {
-        archive.keep();
-        m_keptArchives.insert(archive.path());
-        KX_LOG(m_logger) << "Could not bring the new archive into the container; it is kept as "
-                         << archive.path().string();
+        continueFrom(archive);
         throw;
     }
     m_stamp = ContainerStamp::of(m_container.getFileAttributes());
     m_fingerprint.reset();
-    for (const auto& kept : std::exchange(m_keptArchives, {})) {
-        fl::filesystem::remove_all(kept);
+    dropKeptArchive();
+}
+
+/// The container holds the old archive, the new one, or half of it; which one is not for us to find out. The
+/// new archive has everything, so it is what is read, and what a later flush starts from.
+template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
+void ZipState<StorageItem, ByteStreamDevice>::continueFrom(TemporaryArchive& archive) const {
+    archive.keep();
+    KX_LOG(m_logger) << "Could not bring the new archive into the container; it is kept as "
+                     << archive.path().string();
+    const auto previous = std::exchange(m_keptArchive, archive.path());
+    try {
+        rebuildBasalState();
+        m_stateChanged = true;
+    } catch (const std::exception& error) {
+        KX_LOG(m_logger) << "Could not read the kept archive: " << error.what();
+        m_keptArchive = previous;
+        return;
+    }
+    if (previous) {
+        fl::filesystem::remove_all(*previous);
+    }
+}
+
+template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
+void ZipState<StorageItem, ByteStreamDevice>::dropKeptArchive() const {
+    const auto kept = std::exchange(m_keptArchive, std::nullopt);
+    if (!kept) {
+        return;
+    }
+    try {
+        fl::filesystem::remove_all(*kept);
+    } catch (const std::exception& error) {
+        // The changes are saved; a file too many is no failure of that.
+        KX_LOG(m_logger) << "Could not remove the kept archive: " << error.what();
     }
 }
 

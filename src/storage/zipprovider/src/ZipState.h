@@ -20,7 +20,7 @@
 #include <map>
 #include <memory>
 #include <optional>
-#include <set>
+
 #include <string>
 
 namespace storage::zipprovider {
@@ -91,6 +91,7 @@ public:
         ZipEntryPath path;
         std::shared_ptr<WorkingFileEntry> entry;
         std::optional<CarriedOverEntry> carriedOver;
+        /// What the index showed under the path before, null for nothing.
         std::shared_ptr<FolderEntry> shown;
         bool stateWasChanged;
         std::uint64_t change;
@@ -101,8 +102,8 @@ public:
                                        const std::shared_ptr<WorkingFileEntry>& entry,
                                        bool entryDidNotExist) const;
     /// Takes a registration back: the entry is as the archive has it, or gone if it was not there. Returns
-    /// false, with nothing done, when the entry had been modified before the registration or was touched
-    /// after it.
+    /// false, with nothing done, when the entry was registered by others before or after it, was moved or was
+    /// removed.
     bool revoke(const Registration& registration) const;
     void markEntryChanged(const ZipEntryPath& path, std::uint64_t size) const;
     void markEntryChanged(const ZipEntryPath& path, const boost::posix_time::ptime& time) const;
@@ -126,9 +127,10 @@ public:
     /// Writes the changed archive: builds it in a temporary file, brings it into the container, reads it
     /// again. Does nothing when nothing was changed. Errors: MiniZipException when the old archive was not
     /// read to its end, was changed by another program, or an entry cannot be carried over or written; those
-    /// of the container and of the working files. The change records stay, so a later flush tries again; the
-    /// container is as it was unless bringing the new archive in failed half way, in which case the new
-    /// archive is kept and its path logged.
+    /// of the container and of the working files. No change is lost,
+    /// and a later flush tries again: the change records stay and the container is as it was, or, when
+    /// bringing the new archive in failed, that archive is kept, its path logged, and everything is read from
+    /// it until a flush succeeds.
     void doFlush() const;
 
 private:
@@ -136,7 +138,14 @@ private:
     using Time = boost::posix_time::ptime;
     using CarriedOverEntries = std::map<Path, CarriedOverEntry>;
 
+    struct ModifiedEntry {
+        std::shared_ptr<WorkingFileEntry> entry;
+        /// How often the entry was opened for writing since the last flush.
+        int registrations = 0;
+    };
+
     // the folder index (ZipState.index.ipp)
+    std::shared_ptr<ReadHandle> openArchive() const;
     void addToRepresentation(BasalState& state, const ZipEntryInfo& info) const;
     static CarriedOverEntries carriedOverEntries(const EntryInfos& infos);
     FolderContents& ensureFolder(const Path& folder, const Time& time) const;
@@ -152,13 +161,15 @@ private:
 
     // the flush (ZipState.flush.ipp)
     void refuseUnreadArchive() const;
-    void refuseForeignChange(const std::shared_ptr<ReadHandle>& archive) const;
+    void refuseForeignChange() const;
     void buildArchive(const std::shared_ptr<ReadHandle>& archive, const TemporaryArchive& target) const;
     void writeCarriedOverEntries(const std::shared_ptr<ReadHandle>& archive,
                                  MiniZipWriteHandle& target) const;
     void writeModifiedEntries(MiniZipWriteHandle& target) const;
     void writeFolders(MiniZipWriteHandle& target) const;
     void bringIntoContainer(TemporaryArchive& archive) const;
+    void continueFrom(TemporaryArchive& archive) const;
+    void dropKeptArchive() const;
     void copyIntoContainer(ByteStreamDevice& container, const TemporaryArchive& archive) const;
     std::u16string containerText() const;
 
@@ -169,7 +180,7 @@ private:
     // guarded by the file system's mutex
     mutable BasalState m_basalState;
     mutable CarriedOverEntries m_carriedOver;
-    mutable std::map<Path, std::shared_ptr<WorkingFileEntry>> m_modified;
+    mutable std::map<Path, ModifiedEntry> m_modified;
     /// Folders made since the last flush, written as empty entries.
     mutable std::map<Path, Time> m_createdFolders;
     mutable bool m_stateChanged = false;
@@ -179,8 +190,9 @@ private:
     mutable std::optional<std::size_t> m_fingerprint;
     /// Why the archive must not be overwritten; empty when it was read to its end.
     mutable std::u16string m_unread;
-    /// New archives that could not be brought in whole; superseded by the next flush that succeeds.
-    mutable std::set<fl::filesystem::path> m_keptArchives;
+    /// A new archive that could not be brought into the container. The container may be half written, so
+    /// this file is the archive until a flush succeeds.
+    mutable std::optional<fl::filesystem::path> m_keptArchive;
 };
 
 } // namespace storage::zipprovider

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "LocalArchiveStream.h"
+
 #include <fl/i18n/utf8.h>
 #include <foundation/log/log.h>
 
@@ -91,12 +93,15 @@ void ZipState<StorageItem, ByteStreamDevice>::rebuildBasalState() const {
     KX_LOG_FUNCTION(m_logger);
     const auto stamp = ContainerStamp::of(m_container.getFileAttributes());
     std::u16string unread;
-    auto archive = std::make_shared<ReadHandle>(m_container);
+    const auto archive = openArchive();
     if (!archive->isOpen() && stamp.size != std::uint64_t{0}) {
         unread = u"it is not a ZIP archive, or its end record is damaged";
     }
     const EntryInfos infos(archive);
-    if (!infos.isComplete()) {
+    if (infos.hasUndeclaredEntries()) {
+        unread = u"it holds more entries than the " +
+                 fl::i18n::fromUtf8(std::to_string(infos.declaredCount())) + u" that its end record declares";
+    } else if (!infos.isComplete()) {
         unread = fl::i18n::fromUtf8("only " + std::to_string(infos.size()) + " of the " +
                                     std::to_string(infos.declaredCount()) + " entries could be read");
     }
@@ -143,15 +148,20 @@ const CarriedOverEntry& ZipState<StorageItem, ByteStreamDevice>::originalEntry(c
 template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
 auto ZipState<StorageItem, ByteStreamDevice>::openOriginalEntry(const Path& path) const
     -> std::unique_ptr<EntrySource> {
-    return std::make_unique<EntrySource>(std::make_shared<ReadHandle>(m_container),
-                                         originalEntry(path).stored);
+    return std::make_unique<EntrySource>(openArchive(), originalEntry(path).stored);
 }
 
 template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
 std::shared_ptr<WorkingFileEntry>
 ZipState<StorageItem, ByteStreamDevice>::modifiedEntry(const Path& path) const {
     const auto place = m_modified.find(path);
-    return place == m_modified.end() ? nullptr : place->second;
+    return place == m_modified.end() ? nullptr : place->second.entry;
+}
+
+template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
+auto ZipState<StorageItem, ByteStreamDevice>::openArchive() const -> std::shared_ptr<ReadHandle> {
+    return m_keptArchive ? std::make_shared<ReadHandle>(std::make_unique<LocalArchiveStream>(*m_keptArchive))
+                         : std::make_shared<ReadHandle>(m_container);
 }
 
 } // namespace storage::zipprovider
