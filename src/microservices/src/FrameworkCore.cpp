@@ -68,7 +68,7 @@ std::vector<Bundle> FrameworkCore::install(const std::string& location) {
     try {
         std::vector<Manifest> manifests = readManifests(location);
         Bundles added;
-        const MutexLock lock(m_mutex);
+        MutexLock lock(m_mutex);
         const Bundles present = installedFrom(location);
         if (!present.empty())
             return handles(present);
@@ -81,6 +81,8 @@ std::vector<Bundle> FrameworkCore::install(const std::string& location) {
         }
         for (const std::shared_ptr<BundlePrivate>& bundle : added)
             m_bundles.emplace(m_nextBundleId++, bundle);
+        lock.unlock();
+        log("installed " + location);
         return handles(added);
     } catch (const std::runtime_error& error) {
         throw std::runtime_error("cannot install " + location + ": " + error.what());

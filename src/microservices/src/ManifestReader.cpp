@@ -62,8 +62,11 @@ Any toAny(const nlohmann::json& value, int depth) {
         return toMap(value, depth + 1);
     if (value.is_array()) {
         std::vector<Any> list;
-        for (const nlohmann::json& element : value)
-            list.push_back(toAny(element, depth + 1));
+        for (const nlohmann::json& element : value) {
+            Any converted = toAny(element, depth + 1);
+            if (!converted.Empty())
+                list.push_back(std::move(converted));
+        }
         return list;
     }
     if (value.is_string())

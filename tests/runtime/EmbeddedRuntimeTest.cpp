@@ -1,0 +1,262 @@
+#include <runtime/BundleFile.h>
+#include <runtime/RuntimeTest.h>
+
+#include <cppmicroservices/Any.h>
+#include <cppmicroservices/Constants.h>
+
+#include <gmock/gmock.h>
+
+#include <dlfcn.h>
+
+#include <atomic>
+#include <sstream>
+#include <thread>
+
+namespace runtime {
+namespace {
+
+using bundle::Farewell;
+using bundle::Greeting;
+using cppmicroservices::Bundle;
+using cppmicroservices::Framework;
+using cppmicroservices::FrameworkEvent;
+using cppmicroservices::FrameworkFactory;
+using testing::AllOf;
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+bool isLoaded(const std::string& library) {
+    void* const handle = ::dlopen(library.c_str(), RTLD_NOW | RTLD_NOLOAD);
+    if (handle)
+        ::dlclose(handle);
+    return handle != nullptr;
+}
+
+class EmbeddedRuntime : public RuntimeTest {};
+
+TEST_F(EmbeddedRuntime, NeedsNoBundleForDeclarativeServices) {
+    EXPECT_STREQ(microservices::componentRuntimeName(), "embedded");
+    EXPECT_STREQ(microservices::declarativeServicesBundle(), "");
+}
+
+TEST_F(EmbeddedRuntime, LoadsTheLibraryAtTheStartAndUnloadsItWithTheUninstallation) {
+    Bundle bundle = installGreeting();
+    EXPECT_FALSE(isLoaded(greetingBundle));
+    bundle.Start();
+    EXPECT_TRUE(isLoaded(greetingBundle));
+    findOne<Farewell>("");
+    bundle.Stop();
+    EXPECT_TRUE(isLoaded(greetingBundle));
+    bundle.Uninstall();
+    EXPECT_FALSE(isLoaded(greetingBundle));
+}
+
+TEST_F(EmbeddedRuntime, UnloadsTheLibraryOnlyWhenNoObjectOfItIsHeld) {
+    const std::shared_ptr<Diary> diary = keepDiary();
+    Bundle bundle = startGreeting();
+    std::shared_ptr<Farewell> farewell = findOne<Farewell>("");
+    bundle.Uninstall();
+    EXPECT_TRUE(isLoaded(greetingBundle));
+    EXPECT_EQ(farewell->takeLeave(), "Goodbye");
+    farewell.reset();
+    EXPECT_FALSE(isLoaded(greetingBundle));
+    EXPECT_EQ(diary->events().back(), "destroyed");
+}
+
+TEST_F(EmbeddedRuntime, AnInterfaceTakenOutOfTheMapOfAllKeepsTheLibraryToo) {
+    Bundle bundle = startGreeting();
+    auto map =
+        context().GetService(cppmicroservices::ServiceReferenceU(context().GetServiceReference<Farewell>()));
+    std::shared_ptr<Greeting> greeting = cppmicroservices::ExtractInterface<Greeting>(map);
+    map.reset();
+    bundle.Uninstall();
+    EXPECT_EQ(greeting->greet("you"), "Hello, you");
+    greeting.reset();
+    EXPECT_FALSE(isLoaded(greetingBundle));
+}
+
+TEST_F(EmbeddedRuntime, UnloadsTheLibraryWhenAStartFails) {
+    const BundleFolder folder;
+    const std::string path = folder.bundle("libhalf.so", readFile(greetingBundle),
+                                           {{"half/manifest.json", R"({"bundle.symbolic_name": "half",
+        "scr": {"version": 1, "components": [{"implementation-class": "a::b", "service": {"interfaces": ["i"]}}]}})"}});
+    Bundle bundle = context().InstallBundles(path).at(0);
+    EXPECT_THROW(bundle.Start(), std::runtime_error);
+    EXPECT_FALSE(isLoaded(path));
+}
+
+TEST_F(EmbeddedRuntime, UnloadsTheLibrariesWhenTheFrameworkStops) {
+    startGreeting();
+    findOne<Farewell>("");
+    EXPECT_TRUE(isLoaded(greetingBundle));
+    stopFramework();
+    EXPECT_FALSE(isLoaded(greetingBundle));
+}
+
+TEST_F(EmbeddedRuntime, AFrameworkThatIsDroppedStopsItself) {
+    const auto diary = std::make_shared<Diary>();
+    {
+        Framework dropped = FrameworkFactory().NewFramework();
+        dropped.Start();
+        dropped.GetBundleContext().RegisterService<bundle::Witness>(diary);
+        dropped.GetBundleContext().InstallBundles(greetingBundle).at(0).Start();
+        const auto reference = dropped.GetBundleContext().GetServiceReference<Farewell>();
+        EXPECT_NE(dropped.GetBundleContext().GetService(reference), nullptr);
+    }
+    EXPECT_EQ(diary->events().back(), "destroyed");
+    EXPECT_FALSE(isLoaded(greetingBundle));
+}
+
+TEST_F(EmbeddedRuntime, TakesTheContextBackFromABundleThatIsStopped) {
+    Bundle bundle = startGreeting();
+    const std::shared_ptr<Greeting> greeting = findOne("(language=en)");
+    EXPECT_EQ(greeting->ownBundle(), "test_greeting");
+    bundle.Stop();
+    EXPECT_EQ(greeting->ownBundle(), "");
+    bundle.Start();
+    EXPECT_EQ(greeting->ownBundle(), "test_greeting");
+}
+
+TEST_F(EmbeddedRuntime, AComponentThatAsksForItselfWhileItIsMadeGetsNothing) {
+    startGreeting();
+    const std::shared_ptr<Greeting> narcissist = findOne("(language=self)");
+    ASSERT_NE(narcissist, nullptr);
+    EXPECT_EQ(narcissist->greet("you"), "I");
+}
+
+TEST_F(EmbeddedRuntime, AComponentThatStopsItsBundleWhileItIsMadeIsGivenUp) {
+    Bundle bundle = startGreeting();
+    EXPECT_EQ(findOne("(language=silence)"), nullptr);
+    EXPECT_EQ(bundle.GetState(), Bundle::STATE_RESOLVED);
+    bundle.Uninstall();
+    EXPECT_FALSE(isLoaded(greetingBundle));
+}
+
+TEST_F(EmbeddedRuntime, FrameworksOfOneProcessKnowNothingOfEachOther) {
+    startGreeting();
+    Framework other = FrameworkFactory().NewFramework();
+    other.Start();
+    EXPECT_EQ(other.GetBundleContext().GetBundles().size(), 1U);
+    EXPECT_FALSE(other.GetBundleContext().GetServiceReference<Farewell>());
+    EXPECT_FALSE(other == m_framework);
+}
+
+TEST_F(EmbeddedRuntime, WaitingForTheStopOfAFrameworkThatNeverRanEndsAtOnce) {
+    Framework idle = FrameworkFactory().NewFramework();
+    EXPECT_EQ(idle.WaitForStop(std::chrono::milliseconds(0)).GetType(), FrameworkEvent::FRAMEWORK_ERROR);
+}
+
+TEST_F(EmbeddedRuntime, ABundleOfAnEarlierRunOfTheFrameworkStaysOut) {
+    Bundle old = installGreeting();
+    stopFramework();
+    m_framework.Start();
+    EXPECT_TRUE(context().GetBundles(greetingBundle).empty());
+    EXPECT_THROW(old.Start(), std::runtime_error);
+    Bundle again = startGreeting();
+    old.Uninstall();
+    EXPECT_TRUE(context().GetBundle(again.GetBundleId()) == again);
+}
+
+TEST_F(EmbeddedRuntime, SeveralBundlesOfOneFileAreInstalledTogether) {
+    const BundleFolder folder;
+    const std::string path = folder.bundle("libtwo.so", readFile(greetingBundle),
+                                           {{"two/manifest.json", R"({"bundle.symbolic_name": "two"})"},
+                                            {"one/manifest.json", R"({"bundle.symbolic_name": "one"})"}});
+    std::vector<Bundle> bundles = context().InstallBundles(path);
+    ASSERT_EQ(bundles.size(), 2U);
+    EXPECT_EQ(bundles[0].GetSymbolicName(), "one");
+    EXPECT_EQ(bundles[1].GetSymbolicName(), "two");
+    EXPECT_EQ(context().GetBundles(path).size(), 2U);
+}
+
+TEST_F(EmbeddedRuntime, TellsTheLoggerWhatHappensIfItIsAskedTo) {
+    std::ostringstream log;
+    Framework framework =
+        FrameworkFactory().NewFramework({{cppmicroservices::Constants::FRAMEWORK_LOG, true}}, &log);
+    framework.Start();
+    cppmicroservices::BundleContext frameworkContext = framework.GetBundleContext();
+    Bundle bundle = frameworkContext.InstallBundles(greetingBundle).at(0);
+    bundle.Start();
+    frameworkContext.GetService(frameworkContext.GetServiceReferences<Greeting>("(language=none)").front());
+    framework.Stop();
+    EXPECT_THAT(
+        log.str(),
+        AllOf(HasSubstr("installed " + greetingBundle), HasSubstr("started " + greetingBundle),
+              HasSubstr("cannot make component the sulker of " + greetingBundle + ": not in the mood"),
+              HasSubstr("stopped " + greetingBundle)));
+}
+
+TEST_F(EmbeddedRuntime, ADiaryOfOneThreadedLifeIsInOrder) {
+    const std::shared_ptr<Diary> diary = keepDiary();
+    Bundle bundle = startGreeting();
+    findOne<Farewell>("");
+    bundle.Uninstall();
+    EXPECT_THAT(diary->events(),
+                ElementsAre("made", "activated for en in test_greeting", "deactivated", "destroyed"));
+}
+
+TEST_F(EmbeddedRuntime, ThreadsThatStartStopAndUseABundleDoNotDisturbEachOther) {
+    constexpr int rounds = 200;
+    const std::shared_ptr<Diary> diary = keepDiary();
+    Bundle bundle = installGreeting();
+    std::atomic<bool> done = false;
+    std::atomic<int> greeted = 0;
+    std::vector<std::thread> users;
+    for (int i = 0; i < 3; ++i)
+        users.emplace_back([&] {
+            while (!done) {
+                try {
+                    const std::shared_ptr<Farewell> farewell = findOne<Farewell>("");
+                    if (farewell && farewell->takeLeave() == "Goodbye")
+                        ++greeted;
+                } catch (const std::invalid_argument&) {
+                    // The service was unregistered between finding it and asking for its object.
+                }
+            }
+        });
+    std::thread other([&] {
+        for (int i = 0; i < rounds; ++i) {
+            Bundle(bundle).Start();
+            Bundle(bundle).Stop();
+        }
+    });
+    for (int i = 0; i < rounds || greeted == 0; ++i) {
+        bundle.Start();
+        std::this_thread::yield();
+        bundle.Stop();
+    }
+    other.join();
+    done = true;
+    for (std::thread& user : users)
+        user.join();
+    const std::vector<std::string> events = diary->events();
+    EXPECT_EQ(std::count(events.begin(), events.end(), "made"),
+              std::count(events.begin(), events.end(), "destroyed"));
+    EXPECT_GT(greeted, 0);
+}
+
+TEST_F(EmbeddedRuntime, ThreadsThatInstallTheSameFileGetTheSameBundle) {
+    std::vector<Bundle> installed(6);
+    std::vector<std::thread> threads;
+    for (Bundle& result : installed)
+        threads.emplace_back([&] { result = installGreeting(); });
+    for (std::thread& thread : threads)
+        thread.join();
+    for (const Bundle& result : installed)
+        EXPECT_TRUE(result == installed.front());
+}
+
+TEST_F(EmbeddedRuntime, AnyTellsBothTypesOfACastThatFails) {
+    const cppmicroservices::Any value = 5;
+    try {
+        static_cast<void>(cppmicroservices::any_cast<std::string>(value));
+        FAIL() << "it was cast";
+    } catch (const cppmicroservices::BadAnyCastException& error) {
+        EXPECT_THAT(error.what(), AllOf(HasSubstr("int"), HasSubstr("string")));
+    }
+    EXPECT_THROW(cppmicroservices::Any().ToString(), std::logic_error);
+    EXPECT_EQ(cppmicroservices::Any().ToStringNoExcept(), "");
+}
+
+} // namespace
+} // namespace runtime

@@ -1,0 +1,52 @@
+#include <runtime/bundle/Greeter.h>
+
+#include <cppmicroservices/BundleInitialization.h>
+#include <cppmicroservices/servicecomponent/detail/ComponentInstanceImpl.hpp>
+
+#include <new>
+#include <tuple>
+
+namespace component = cppmicroservices::service::component::detail;
+using runtime::bundle::Farewell;
+using runtime::bundle::Greeter;
+using runtime::bundle::Greeting;
+using runtime::bundle::Narcissist;
+using runtime::bundle::Quitter;
+using runtime::bundle::Sulker;
+
+CPPMICROSERVICES_INITIALIZE_BUNDLE
+
+extern "C" {
+
+US_ABI_EXPORT component::ComponentInstance* NewInstance_runtime_bundle_Greeter() {
+    return new (std::nothrow) component::ComponentInstanceImpl<Greeter, std::tuple<Greeting, Farewell>>;
+}
+
+US_ABI_EXPORT void DeleteInstance_runtime_bundle_Greeter(component::ComponentInstance* instance) {
+    delete instance;
+}
+
+US_ABI_EXPORT component::ComponentInstance* NewInstance_runtime_bundle_Narcissist() {
+    return new (std::nothrow) component::ComponentInstanceImpl<Narcissist, std::tuple<Greeting>>;
+}
+
+US_ABI_EXPORT void DeleteInstance_runtime_bundle_Narcissist(component::ComponentInstance* instance) {
+    delete instance;
+}
+
+US_ABI_EXPORT component::ComponentInstance* NewInstance_runtime_bundle_Quitter() {
+    return new (std::nothrow) component::ComponentInstanceImpl<Quitter, std::tuple<Greeting>>;
+}
+
+US_ABI_EXPORT void DeleteInstance_runtime_bundle_Quitter(component::ComponentInstance* instance) {
+    delete instance;
+}
+
+US_ABI_EXPORT component::ComponentInstance* NewInstance_runtime_bundle_Sulker() {
+    return new (std::nothrow) component::ComponentInstanceImpl<Sulker, std::tuple<Greeting>>;
+}
+
+US_ABI_EXPORT void DeleteInstance_runtime_bundle_Sulker(component::ComponentInstance* instance) {
+    delete instance;
+}
+}
