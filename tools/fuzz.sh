@@ -16,7 +16,7 @@ for target in "$build"/fuzz/fuzz_*; do
   name=${target##*/fuzz_}
   mkdir -p "$build/corpus/$name"
   dictionary=()
-  if [ -f "fuzz/$name.dict" ]; then dictionary=("-dict=fuzz/$name.dict"); fi
+  if [ -f "fuzz/$name.dict" ]; then dictionary=("-dict=fuzz/$name.dict"); else dictionary=(-dict=fuzz/archive.dict); fi
   echo "== $name, $seconds s"
   "$target" -max_total_time="$seconds" -timeout=10 -rss_limit_mb=2048 -print_final_stats=1 \
     -artifact_prefix="$build/findings/$name-" "${dictionary[@]}" \
