@@ -10,8 +10,9 @@ namespace foundation::log {
 
 namespace {
 
-/// The path of a source file below the root of the sources, without its extension. A file from elsewhere
-/// keeps its whole path.
+/// The path of a source file below the root of the sources, without its extension: all that follows the first
+/// dot of its name, so that the parts of a class's implementation ("ZipState.flush.ipp") go by its name. A
+/// file from elsewhere keeps its whole path.
 std::string_view sourceName(std::string_view file) {
     constexpr std::string_view thisFile = __FILE__;
     constexpr std::string_view belowRoot = "src/foundation/log/src/FunctionScope.cpp";
@@ -20,11 +21,9 @@ std::string_view sourceName(std::string_view file) {
     if (file.starts_with(root)) {
         file.remove_prefix(root.size());
     }
-    const std::size_t dot = file.rfind('.');
     const std::size_t slash = file.rfind('/');
-    const bool hasExtension =
-        dot != std::string_view::npos && (slash == std::string_view::npos || dot > slash);
-    return hasExtension ? file.substr(0, dot) : file;
+    const std::size_t name = slash == std::string_view::npos ? 0 : slash + 1;
+    return file.substr(0, file.find('.', name));
 }
 
 } // namespace

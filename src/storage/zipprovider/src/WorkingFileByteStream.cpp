@@ -88,8 +88,11 @@ std::int64_t WorkingFileByteStream::doSeek(std::int64_t offset, SeekOrigin direc
 
 void WorkingFileByteStream::doClose() {
     KX_LOG_DEBUG(m_logger) << "Will send closed signal to ZipFS if writable? " << m_writable;
+    if (m_closed.exchange(true)) {
+        return;
+    }
     m_device.close();
-    if (!m_closed.exchange(true) && m_writable) {
+    if (m_writable) {
         m_closeListener();
     }
 }

@@ -52,7 +52,7 @@ private:
     const std::shared_ptr<WorkingFileEntry> m_entry;
     boost::iostreams::basic_file<char> m_device;
     bool m_writable = false;
-    /// Exchanged so that of several closes only the first one notifies.
+    /// Exchanged so that of several closes only the first one closes the device and notifies.
     std::atomic<bool> m_closed = false;
     Listener m_closeListener;
     Listener m_abandonListener;

@@ -3,10 +3,13 @@
 #include "DosTime.h"
 #include "EntryName.h"
 #include "MiniZipException.h"
+#include "ZipConstants.h"
 
 #include <foundation/core/except/throwInternal.h>
 
 #include <minizip/zip.h>
+
+#include <string>
 
 namespace storage::zipprovider {
 
@@ -23,11 +26,15 @@ ZipEntrySink::ZipEntrySink(MiniZipWriteHandle& handle, const EntryDescription& d
     zip_fileinfo info{};
     info.tmz_date = toLocalDosTime(description.lastModified);
     const auto name = encodeEntryName(zipEntryName(description.path, description.type));
+    // minizip takes the name as a C string, and the headers have 16 bits for its length: it would store
+    // another name than it was told to.
+    const bool storable = name.find('\0') == std::string::npos && name.size() <= maximalNameSize;
     constexpr int noRaw = 0;
     constexpr int windowBits = -MAX_WBITS;
     constexpr int memoryLevel = 8;
     constexpr int noZip64 = 0;
-    if (zipOpenNewFileInZip3_64(m_handle->get(), name.c_str(), &info, nullptr, 0, nullptr, 0, nullptr,
+    if (!storable ||
+        zipOpenNewFileInZip3_64(m_handle->get(), name.c_str(), &info, nullptr, 0, nullptr, 0, nullptr,
                                 Z_DEFLATED, Z_DEFAULT_COMPRESSION, noRaw, windowBits, memoryLevel,
                                 Z_DEFAULT_STRATEGY, nullptr, 0, noZip64) != ZIP_OK) {
         foundation::core::except::throwInternal(

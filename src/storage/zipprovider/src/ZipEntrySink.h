@@ -35,7 +35,7 @@ public:
     using category = boost::iostreams::sink_tag;
 
     /// Opens the entry. `handle` must outlive the sink and its copies.
-    /// Errors: MiniZipException.
+    /// Errors: MiniZipException, also for a name that holds a NUL or is longer than 65535 bytes.
     ZipEntrySink(MiniZipWriteHandle& handle, const EntryDescription& description);
 
     std::int64_t write(const char* data, std::int64_t count) override;

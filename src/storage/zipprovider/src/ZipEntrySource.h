@@ -47,7 +47,7 @@ private:
             foundation::core::except::throwInternal(
                 MiniZipException(u"Error while calling unzLocateFile in MiniZipEntrySerializer::doOpen"));
         }
-        if (isEncrypted() || unzOpenCurrentFile(m_handle->get()) != UNZ_OK) {
+        if (!isReadable() || unzOpenCurrentFile(m_handle->get()) != UNZ_OK) {
             foundation::core::except::throwInternal(MiniZipException(
                 u"Error while calling unzOpenCurrentFile in MiniZipEntrySerializer::doOpen"));
         }
@@ -66,12 +66,14 @@ private:
                found == name;
     }
 
-    /// minizip built without decryption would hand out the ciphertext as if it were the contents.
-    bool isEncrypted() {
+    /// minizip built without decryption, or without bzip2, would hand out the stored bytes as if they were
+    /// the contents.
+    bool isReadable() {
         unz_file_info64 info{};
-        return unzGetCurrentFileInfo64(m_handle->get(), &info, nullptr, 0, nullptr, 0, nullptr, 0) !=
-                   UNZ_OK ||
-               (info.flag & encryptedFlag) != 0;
+        return unzGetCurrentFileInfo64(m_handle->get(), &info, nullptr, 0, nullptr, 0, nullptr, 0) ==
+                   UNZ_OK &&
+               (info.flag & encryptedFlag) == 0 &&
+               (info.compression_method == storedMethod || info.compression_method == Z_DEFLATED);
     }
 
     std::int64_t doRead(char* buffer, std::int64_t count) {

@@ -70,6 +70,7 @@ ZipProvider<StorageItem, ByteStreamDevice>::ZipProvider(const StorageItem& conta
 
 template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
 ZipProvider<StorageItem, ByteStreamDevice>::~ZipProvider() {
+    endChangePolling();
     try {
         if (m_fileSystem) {
             m_fileSystem->flushContents();
