@@ -173,8 +173,8 @@ bool FilterExpression::Comparison::holdsForNumber(Number actual) const {
 
 template <typename... Numbers>
 bool FilterExpression::Comparison::holdsForOneOf(const Any& actual) const {
-    const auto holdsFor = [this](const auto* number) { return number && holdsForNumber(*number); };
-    return (holdsFor(any_cast<Numbers>(&actual)) || ...);
+    const auto holds = [this](const auto* number) { return number && this->holdsForNumber(*number); };
+    return (holds(any_cast<Numbers>(&actual)) || ...);
 }
 
 bool FilterExpression::Comparison::holdsFor(const Any& actual) const {
