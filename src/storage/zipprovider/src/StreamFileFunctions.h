@@ -56,7 +56,11 @@ public:
     }
 
     static ZPOS64_T ZCALLBACK tell(voidpf, voidpf stream) {
-        return static_cast<ZPOS64_T>(static_cast<std::int64_t>(std::streamoff(self(stream).tellg())));
+        try {
+            return static_cast<ZPOS64_T>(static_cast<std::int64_t>(std::streamoff(self(stream).tellg())));
+        } catch (...) {
+            return static_cast<ZPOS64_T>(-1);
+        }
     }
 
     static long ZCALLBACK seek(voidpf, voidpf stream, ZPOS64_T offset, int origin) {
@@ -73,7 +77,11 @@ public:
         default:
             return -1;
         }
-        self(stream).seekg(static_cast<std::streamoff>(offset), way);
+        try {
+            self(stream).seekg(static_cast<std::streamoff>(offset), way);
+        } catch (...) {
+            return -1;
+        }
         return self(stream).good() ? 0 : -1;
     }
 

@@ -42,8 +42,7 @@ public:
 
 private:
     void doOpen(const std::string& name, std::optional<unz64_file_pos> position) {
-        if (!(position && goTo(*position, name)) &&
-            unzLocateFile(m_handle->get(), name.c_str(), caseSensitive) != UNZ_OK) {
+        if (!(position && goTo(*position, name)) && !locate(name)) {
             foundation::core::except::throwInternal(
                 MiniZipException(u"Error while calling unzLocateFile in MiniZipEntrySerializer::doOpen"));
         }
@@ -64,6 +63,16 @@ private:
         return unzGetCurrentFileInfo64(m_handle->get(), &info, found.data(), static_cast<uLong>(found.size()),
                                        nullptr, 0, nullptr, 0) == UNZ_OK &&
                found == name;
+    }
+
+    bool locate(const std::string& name) {
+        // minizip takes the name as a C string: it would find the entry whose name ends before a NUL.
+        if (name.find('\0') != std::string::npos) {
+            return false;
+        }
+        // It refuses to look while it stands at no entry, as after a place that does not exist.
+        unzGoToFirstFile(m_handle->get());
+        return unzLocateFile(m_handle->get(), name.c_str(), caseSensitive) == UNZ_OK;
     }
 
     /// minizip built without decryption, or without bzip2, would hand out the stored bytes as if they were
