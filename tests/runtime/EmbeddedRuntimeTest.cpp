@@ -32,7 +32,20 @@ bool isLoaded(const std::string& library) {
     return handle != nullptr;
 }
 
-class EmbeddedRuntime : public RuntimeTest {};
+class EmbeddedRuntime : public RuntimeTest {
+protected:
+    // Only uninstalling unloads the library, and the next test must find it unloaded.
+    ~EmbeddedRuntime() override {
+        for (Bundle& bundle : context().GetBundles())
+            if (bundle.GetBundleId() != 0)
+                bundle.Uninstall();
+    }
+
+    /// A copy that a test may leave loaded.
+    std::string copyOfGreeting() const { return m_folder.file("libcopy.so", readFile(greetingBundle)); }
+
+    const BundleFolder m_folder;
+};
 
 TEST_F(EmbeddedRuntime, NeedsNoBundleForDeclarativeServices) {
     EXPECT_STREQ(microservices::componentRuntimeName(), "embedded");
@@ -76,35 +89,37 @@ TEST_F(EmbeddedRuntime, AnInterfaceTakenOutOfTheMapOfAllKeepsTheLibraryToo) {
 }
 
 TEST_F(EmbeddedRuntime, UnloadsTheLibraryWhenAStartFails) {
-    const BundleFolder folder;
-    const std::string path = folder.bundle("libhalf.so", readFile(greetingBundle),
-                                           {{"half/manifest.json", R"({"bundle.symbolic_name": "half",
+    const std::string path = m_folder.bundle("libhalf.so", readFile(greetingBundle),
+                                             {{"half/manifest.json", R"({"bundle.symbolic_name": "half",
         "scr": {"version": 1, "components": [{"implementation-class": "a::b", "service": {"interfaces": ["i"]}}]}})"}});
     Bundle bundle = context().InstallBundles(path).at(0);
     EXPECT_THROW(bundle.Start(), std::runtime_error);
     EXPECT_FALSE(isLoaded(path));
 }
 
-TEST_F(EmbeddedRuntime, UnloadsTheLibrariesWhenTheFrameworkStops) {
-    startGreeting();
-    findOne<Farewell>("");
-    EXPECT_TRUE(isLoaded(greetingBundle));
+TEST_F(EmbeddedRuntime, LeavesTheLibraryLoadedWhenTheFrameworkStops) {
+    const std::string library = copyOfGreeting();
+    context().InstallBundles(library).at(0).Start();
+    const std::shared_ptr<Farewell> farewell = findOne<Farewell>("");
     stopFramework();
-    EXPECT_FALSE(isLoaded(greetingBundle));
+    EXPECT_TRUE(isLoaded(library));
+    EXPECT_EQ(farewell->takeLeave(), "Goodbye");
+    m_framework.Start();
 }
 
-TEST_F(EmbeddedRuntime, AFrameworkThatIsDroppedStopsItself) {
+TEST_F(EmbeddedRuntime, AFrameworkThatIsDroppedStopsItselfAndLeavesTheLibraryLoaded) {
     const auto diary = std::make_shared<Diary>();
+    const std::string library = copyOfGreeting();
     {
         Framework dropped = FrameworkFactory().NewFramework();
         dropped.Start();
         dropped.GetBundleContext().RegisterService<bundle::Witness>(diary);
-        dropped.GetBundleContext().InstallBundles(greetingBundle).at(0).Start();
+        dropped.GetBundleContext().InstallBundles(library).at(0).Start();
         const auto reference = dropped.GetBundleContext().GetServiceReference<Farewell>();
         EXPECT_NE(dropped.GetBundleContext().GetService(reference), nullptr);
     }
     EXPECT_EQ(diary->events().back(), "destroyed");
-    EXPECT_FALSE(isLoaded(greetingBundle));
+    EXPECT_TRUE(isLoaded(library));
 }
 
 TEST_F(EmbeddedRuntime, TakesTheContextBackFromABundleThatIsStopped) {
@@ -158,10 +173,9 @@ TEST_F(EmbeddedRuntime, ABundleOfAnEarlierRunOfTheFrameworkStaysOut) {
 }
 
 TEST_F(EmbeddedRuntime, SeveralBundlesOfOneFileAreInstalledTogether) {
-    const BundleFolder folder;
-    const std::string path = folder.bundle("libtwo.so", readFile(greetingBundle),
-                                           {{"two/manifest.json", R"({"bundle.symbolic_name": "two"})"},
-                                            {"one/manifest.json", R"({"bundle.symbolic_name": "one"})"}});
+    const std::string path = m_folder.bundle("libtwo.so", readFile(greetingBundle),
+                                             {{"two/manifest.json", R"({"bundle.symbolic_name": "two"})"},
+                                              {"one/manifest.json", R"({"bundle.symbolic_name": "one"})"}});
     std::vector<Bundle> bundles = context().InstallBundles(path);
     ASSERT_EQ(bundles.size(), 2U);
     EXPECT_EQ(bundles[0].GetSymbolicName(), "one");

@@ -20,7 +20,13 @@ InstalledBundle::InstalledBundle(FrameworkCore& framework, long id, const std::s
                                  Manifest manifest)
     : BundlePrivate(framework, id, location, std::move(manifest.symbolicName), std::move(manifest.headers)) {}
 
-InstalledBundle::~InstalledBundle() = default;
+InstalledBundle::~InstalledBundle() {
+    // Only who uninstalls a bundle says that nothing of it is in use. A framework that is stopped does not
+    // say so: its host may still hold what the services made.
+    const MutexLock lock(m_libraryMutex);
+    if (m_library)
+        m_library->pin();
+}
 
 std::shared_ptr<const SharedLibrary> InstalledBundle::library() const {
     const MutexLock lock(m_libraryMutex);

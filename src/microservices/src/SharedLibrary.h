@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <stdexcept>
 #include <string>
 #include <system_error>
@@ -17,7 +18,8 @@ private:
     std::errc m_code;
 };
 
-/// A library loaded into the process, unloaded when this object goes. One file per system implements it.
+/// A library loaded into the process, unloaded when this object goes unless it was pinned. One file per
+/// system implements it.
 class SharedLibrary {
 public:
     /// Loads the library at `path` with all its symbols resolved and none of them visible to other libraries.
@@ -34,10 +36,15 @@ public:
         return reinterpret_cast<Function*>(address(name));
     }
 
+    /// Keeps the library in the process for good.
+    void pin() const noexcept { m_isPinned = true; }
+
 private:
     void* address(const std::string& name) const noexcept;
 
     void* const m_handle;
+    // Set by one of the owners, read by the last of them.
+    mutable std::atomic<bool> m_isPinned{false};
 };
 
 } // namespace cppmicroservices

@@ -27,7 +27,8 @@ void* load(const std::string& path) {
 SharedLibrary::SharedLibrary(const std::string& path) : m_handle(load(path)) {}
 
 SharedLibrary::~SharedLibrary() {
-    ::dlclose(m_handle);
+    if (!m_isPinned)
+        ::dlclose(m_handle);
 }
 
 void* SharedLibrary::address(const std::string& name) const noexcept {

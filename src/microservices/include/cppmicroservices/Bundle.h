@@ -86,7 +86,8 @@ public:
     /// user: such an object goes with its last user. Does nothing if the bundle is not started. Throws
     /// std::logic_error if it was uninstalled.
     ///
-    /// For the framework: stops all bundles in the reverse order of installation and forgets them.
+    /// For the framework: stops all bundles in the reverse order of installation and forgets them. Their
+    /// libraries stay loaded.
     void Stop();
     void Stop(std::uint32_t options);
 
