@@ -184,20 +184,20 @@ TEST_F(EmbeddedRuntime, SeveralBundlesOfOneFileAreInstalledTogether) {
 }
 
 TEST_F(EmbeddedRuntime, TellsTheLoggerWhatHappensIfItIsAskedTo) {
+    const std::string library = copyOfGreeting();
     std::ostringstream log;
     Framework framework =
         FrameworkFactory().NewFramework({{cppmicroservices::Constants::FRAMEWORK_LOG, true}}, &log);
     framework.Start();
     cppmicroservices::BundleContext frameworkContext = framework.GetBundleContext();
-    Bundle bundle = frameworkContext.InstallBundles(greetingBundle).at(0);
+    Bundle bundle = frameworkContext.InstallBundles(library).at(0);
     bundle.Start();
     frameworkContext.GetService(frameworkContext.GetServiceReferences<Greeting>("(language=none)").front());
     framework.Stop();
-    EXPECT_THAT(
-        log.str(),
-        AllOf(HasSubstr("installed " + greetingBundle), HasSubstr("started " + greetingBundle),
-              HasSubstr("cannot make component the sulker of " + greetingBundle + ": not in the mood"),
-              HasSubstr("stopped " + greetingBundle)));
+    EXPECT_THAT(log.str(),
+                AllOf(HasSubstr("installed " + library), HasSubstr("started " + library),
+                      HasSubstr("cannot make component the sulker of " + library + ": not in the mood"),
+                      HasSubstr("stopped " + library)));
 }
 
 TEST_F(EmbeddedRuntime, ADiaryOfOneThreadedLifeIsInOrder) {
