@@ -39,13 +39,13 @@ void ZipState<StorageItem, ByteStreamDevice>::addToRepresentation(BasalState& st
         return std::make_shared<FolderEntry>(
             FolderEntry{type, path, type == ZipEntryType::File ? info.size : 0, info.lastModified});
     };
-    const auto ensure = [&](const Path& folder) -> FolderContents& {
+    const auto ensure = [&](const Path& folder) -> const std::shared_ptr<FolderContents>& {
         auto place = state.lower_bound(folder);
         if (place == state.end() || place->first != folder) {
             place = state.emplace_hint(
                 place, folder, std::make_shared<FolderContents>(makeEntry(ZipEntryType::Folder, folder)));
         }
-        return *place->second;
+        return place->second;
     };
 
     const auto name = info.path.fileName();
@@ -53,7 +53,7 @@ void ZipState<StorageItem, ByteStreamDevice>::addToRepresentation(BasalState& st
     std::shared_ptr<FolderContents> parent = state.find(current)->second;
     for (const auto& component : info.path.components()) {
         current = current.child(component);
-        ensure(current);
+        const auto& contents = ensure(current);
         // The name decides, not the depth: a file x/x shows as a file x in the root, too.
         if (component == name && info.type == ZipEntryType::File) {
             if (!parent->findFile(component)) {
@@ -70,7 +70,7 @@ void ZipState<StorageItem, ByteStreamDevice>::addToRepresentation(BasalState& st
                 }
             }
         }
-        parent = state.find(current)->second;
+        parent = contents;
     }
 }
 
