@@ -14,8 +14,8 @@ namespace storage::fileprovider {
 using LockWaitCallback = std::function<void(const foundation::storage::provider::StorageIRI& file)>;
 
 /// An advisory lock on one local file: programs that change a file take it before they read what they will
-/// overwrite, so that they queue. It excludes other processes and other threads of this one; a thread that asks
-/// twice waits for itself. A process that ends, however it ends, lets go of its locks.
+/// overwrite, so that they queue. It excludes other processes and other threads of this one; a thread that
+/// asks twice waits for itself. A process that ends, however it ends, lets go of its locks.
 ///
 /// The lock is on the file that the path names after links were followed, and stays on it: a save through
 /// LocalFileProvider in this process that replaces the file by renaming passes the lock on to the new one

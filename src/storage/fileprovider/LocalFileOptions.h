@@ -10,8 +10,8 @@ class SystemCalls;
 
 /// How local files are saved. The defaults are what a program wants.
 struct LocalFileOptions {
-    /// Whether a save waits until the bytes are on the storage medium. Without it a save still survives the end
-    /// of the process, but not that of the system. For benchmarks.
+    /// Whether a save waits until the bytes are on the storage medium. Without it a save still survives the
+    /// end of the process, but not that of the system. For benchmarks.
     bool sync = true;
 
     /// The folder (absolute, UTF-8) for what cannot stand beside a saved file because its folder is not

@@ -12,18 +12,18 @@ struct Environment;
 
 /// The local files, scheme "file".
 ///
-/// Paths are resolved by the system: symbolic links are followed, except by remove and move, which work on the
-/// link itself. Names are UTF-8; bytes of a name that are not appear as U+FFFD in listings, and such a file
-/// cannot be addressed. Listings are ordered by UTF-16 code units. A link that leads nowhere, a device, a FIFO
-/// and a socket are listed as files; opening one of the latter is refused (NotSupported) without waiting for
-/// its other end.
+/// Paths are resolved by the system: symbolic links are followed, except by remove and move, which work on
+/// the link itself. Names are UTF-8; bytes of a name that are not appear as U+FFFD in listings, and such a
+/// file cannot be addressed. Listings are ordered by UTF-16 code units. A link that leads nowhere, a device,
+/// a FIFO and a socket are listed as files; opening one of the latter is refused (NotSupported) without
+/// waiting for its other end.
 ///
 /// Saving: a stream of openStream writes to a staging file, and close() puts the new contents in place as a
-/// whole; a stream destroyed without close() leaves the file as it was. The file stays the file it was: owner,
-/// permissions, extended attributes, hard links and symbolic links that lead to it. A process that is killed
-/// during a save leaves the old or the new contents once the file is next opened through this provider (see
-/// Recovery.h). The working files of a save (".NAME.kxvfs-…") do not appear in listings. A stream that kept the
-/// existing contents refuses (Busy) to overwrite what another program changed since it was opened.
+/// whole; a stream destroyed without close() leaves the file as it was. The file stays the file it was:
+/// owner, permissions, extended attributes, hard links and symbolic links that lead to it. A process that is
+/// killed during a save leaves the old or the new contents once the file is next opened through this provider
+/// (see Recovery.h). The working files of a save (".NAME.kxvfs-…") do not appear in listings. A stream that
+/// kept the existing contents refuses (Busy) to overwrite what another program changed since it was opened.
 ///
 /// A file without any write permission bit counts as read-only for every user, also for the superuser.
 ///

@@ -29,13 +29,12 @@ struct RecoveryReport {
     std::vector<std::string> details;
 };
 
-/// Finishes or discards what a save of this process or of another one left when it was killed. Opening the file
-/// through LocalFileProvider does the same without a word. Waits while a living process is overwriting the
-/// file. The file need not exist.
-/// Errors: the provider's Exception. LocalFileSystem when the file is half overwritten and cannot be made whole
-/// (the journal is damaged, or the new contents are missing); AccessDenied when only another user can finish
-/// the save; NoSpace. Nothing that could help is removed then, and the cause names the files.
-/// Threads: any.
+/// Finishes or discards what a save of this process or of another one left when it was killed. Opening the
+/// file through LocalFileProvider does the same without a word. Waits while a living process is overwriting
+/// the file. The file need not exist. Errors: the provider's Exception. LocalFileSystem when the file is half
+/// overwritten and cannot be made whole (the journal is damaged, or the new contents are missing);
+/// AccessDenied when only another user can finish the save; NoSpace. Nothing that could help is removed then,
+/// and the cause names the files. Threads: any.
 KXFILEPROVIDER_API RecoveryReport recoverFile(const foundation::storage::provider::StorageIRI& file,
                                               const LocalFileOptions& options = {});
 

@@ -1,0 +1,21 @@
+#pragma once
+
+#include <foundation/storage/provider/Exception.h>
+
+#include <string>
+#include <string_view>
+
+namespace storage::fileprovider {
+
+/// The code that stands for an errno value.
+foundation::storage::provider::ErrorCode toErrorCode(int error) noexcept;
+
+/// The system's own words for an errno value, as a lower-case clause.
+std::string systemText(int error);
+
+/// Throws the provider's Exception for an errno value. The cause is the system's text, behind `doing` and a
+/// colon when that is given ("cannot write /tmp/x").
+[[noreturn]] void throwSystemError(const foundation::storage::provider::StorageIRI& iri, int error,
+                                   std::string_view doing = {});
+
+} // namespace storage::fileprovider

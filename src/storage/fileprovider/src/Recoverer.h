@@ -1,0 +1,70 @@
+#pragma once
+
+#include <foundation/storage/provider/ErrorCode.h>
+#include <storage/fileprovider/Recovery.h>
+#include <storage/fileprovider/src/Descriptor.h>
+#include <storage/fileprovider/src/Environment.h>
+#include <storage/fileprovider/src/Journal.h>
+#include <storage/fileprovider/src/TargetMark.h>
+#include <storage/fileprovider/src/WorkingNames.h>
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace storage::fileprovider {
+
+/// Finds what interrupted saves of one target have left, and finishes or discards it. For one use.
+class Recoverer {
+public:
+    /// `target` is an absolute path without links; the arguments must outlive the object. Errors name `iri`.
+    Recoverer(const EnvironmentPtr& environment, const foundation::storage::provider::StorageIRI& iri,
+              const std::string& target);
+
+    /// Everything that is left. Contract: recoverFile.
+    RecoveryReport recoverAll();
+    /// The same for a target that is about to be read: what does not keep the target from being whole is
+    /// looked for only where it costs next to nothing.
+    RecoveryReport recoverForReading();
+
+private:
+    enum class Next { Done, LookAgain };
+    enum class Match {
+        Matches,
+        /// Another file stands in the target's place.
+        Replaced,
+        /// It is the file, but its size fits neither the old nor the new contents.
+        Changed,
+    };
+    struct OpenJournal;
+
+    RecoveryReport run(unsigned emptySlots);
+    Next settleJournals();
+    Next settleJournal(const std::string& path);
+    Next settleValid(const OpenJournal& journal, Descriptor& staging);
+    Next settleWithoutStaging(const OpenJournal& journal);
+    Match compareWithTarget(const OpenJournal& journal) const;
+    /// Settles what needs no staging file. Returns false for a copy-over that is to be finished.
+    bool settleMatched(const OpenJournal& journal);
+    bool isFinished(const Journal& journal) const;
+    void requireTrust(const OpenJournal& journal) const;
+    bool isUnchanged(const OpenJournal& journal) const;
+    void discardPrepared(const OpenJournal& journal);
+    void finishOverwriting(const OpenJournal& journal, const Descriptor& staging);
+    void discardFinished(const OpenJournal& journal);
+    Descriptor openTarget(const OpenJournal& journal) const;
+    void removeStrays(const WorkingNames& names, unsigned emptySlots);
+    bool anyJournal() const;
+    void found(RecoveryOutcome outcome, std::string detail);
+    [[noreturn]] void fail(foundation::storage::provider::ErrorCode code, const std::string& cause) const;
+
+    const EnvironmentPtr& m_environment;
+    const foundation::storage::provider::StorageIRI& m_iri;
+    const std::string& m_target;
+    const std::vector<WorkingNames> m_places;
+    std::optional<TargetMark> m_mark;
+    RecoveryReport m_report;
+};
+
+} // namespace storage::fileprovider

@@ -1,0 +1,388 @@
+#include <storage/fileprovider/src/Recoverer.h>
+
+#include <storage/fileprovider/src/CopyOver.h>
+#include <storage/fileprovider/src/Failure.h>
+#include <storage/fileprovider/src/FileIo.h>
+#include <storage/fileprovider/src/LocalPath.h>
+#include <storage/fileprovider/src/Staging.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <foundation/log/log.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace storage::fileprovider {
+
+using foundation::storage::provider::ErrorCode;
+using foundation::storage::provider::Exception;
+using foundation::storage::provider::StorageIRI;
+
+namespace {
+
+const foundation::log::basic_diagnostic_logger& logger() {
+    static const foundation::log::basic_diagnostic_logger instance("storage::fileprovider::Recoverer");
+    return instance;
+}
+
+// A slot becomes free when its saver is done, so dead ones may stand behind free ones.
+constexpr unsigned thoroughlyEmptySlots = 4;
+
+std::vector<WorkingNames> placesFor(const Environment& environment, const std::string& target) {
+    std::vector<WorkingNames> places{WorkingNames::beside(target)};
+    if (!environment.stateFolder.empty() && ::access(environment.stateFolder.c_str(), X_OK) == 0) {
+        places.push_back(WorkingNames::inStateFolder(environment.stateFolder, target));
+    }
+    return places;
+}
+
+bool exists(const std::string& path) {
+    return ::faccessat(AT_FDCWD, path.c_str(), F_OK, AT_SYMLINK_NOFOLLOW) == 0;
+}
+
+/// A working file is never waited for and never reached through a link.
+Descriptor openWorkingFile(const EnvironmentPtr& environment, const std::string& path) {
+    constexpr int flags = O_RDONLY | O_NOFOLLOW | O_NONBLOCK;
+    return Descriptor::open(environment->calls, path.c_str(), flags);
+}
+
+} // namespace
+
+struct Recoverer::OpenJournal {
+    std::string path;
+    std::string bytes;
+    uid_t owner = 0;
+    Journal content;
+
+    std::string stagingPath() const { return std::string(parentOf(path)) + '/' + content.stagingName; }
+};
+
+Recoverer::Recoverer(const EnvironmentPtr& environment, const StorageIRI& iri, const std::string& target)
+    : m_environment(environment), m_iri(iri), m_target(target), m_places(placesFor(*environment, target)) {}
+
+RecoveryReport Recoverer::recoverAll() {
+    return run(thoroughlyEmptySlots);
+}
+
+RecoveryReport Recoverer::recoverForReading() {
+    return run(1);
+}
+
+RecoveryReport Recoverer::run(unsigned emptySlots) {
+    while (settleJournals() == Next::LookAgain) {
+    }
+    for (const auto& names : m_places) {
+        removeStrays(names, emptySlots);
+    }
+    if (m_report.outcome != RecoveryOutcome::Nothing) {
+        for (const auto& detail : m_report.details) {
+            KX_LOG(logger()) << " target=" << m_target << " " << detail;
+        }
+    }
+    return std::move(m_report);
+}
+
+Recoverer::Next Recoverer::settleJournals() {
+    m_mark = TargetMark::read(m_target);
+    std::vector<std::string> paths;
+    for (const auto& names : m_places) {
+        paths.push_back(names.journal());
+    }
+    if (m_mark && std::find(paths.begin(), paths.end(), m_mark->journalPath) == paths.end()) {
+        paths.push_back(m_mark->journalPath);
+    }
+    for (const auto& path : paths) {
+        if (settleJournal(path) == Next::LookAgain) {
+            return Next::LookAgain;
+        }
+    }
+    const auto mark = TargetMark::read(m_target);
+    if (mark && m_mark && mark->id == m_mark->id) {
+        // The mark goes before its journal does, so the journal was lost or is out of sight, or the file is a
+        // copy of a half written one.
+        fail(ErrorCode::LocalFileSystem,
+             fmt::format(
+                 "a save was interrupted while it overwrote the file, and there is no journal for it at {}; "
+                 "the file may be half old and half new (to use it as it is, remove its extended "
+                 "attribute {})",
+                 mark->journalPath, TargetMark::attributeName));
+    }
+    return mark ? Next::LookAgain : Next::Done;
+}
+
+Recoverer::Next Recoverer::settleJournal(const std::string& path) {
+    const auto file = openWorkingFile(m_environment, path);
+    if (!file.isOpen()) {
+        if (errno == ENOENT || errno == ENOTDIR) {
+            return Next::Done;
+        }
+        throwSystemError(m_iri, errno, "cannot read the journal " + path + " of an interrupted save");
+    }
+    struct stat status {};
+    OpenJournal journal;
+    journal.path = path;
+    journal.bytes.resize(maximalJournalSize);
+    const auto size = readAt(*m_environment, file.get(), journal.bytes.data(),
+                             static_cast<std::int64_t>(journal.bytes.size()), 0);
+    if (size < 0 || ::fstat(file.get(), &status) != 0) {
+        throwSystemError(m_iri, errno, "cannot read the journal " + path + " of an interrupted save");
+    }
+    journal.bytes.resize(static_cast<std::size_t>(size));
+    journal.owner = status.st_uid;
+    auto content = S_ISREG(status.st_mode) ? decodeJournal(journal.bytes) : std::nullopt;
+    if (!content) {
+        fail(ErrorCode::LocalFileSystem,
+             fmt::format(
+                 "the journal {} of an interrupted save is damaged; the file may be half old and half new, "
+                 "the new contents stand beside the journal (to use the file as it is, remove the journal)",
+                 path));
+    }
+    journal.content = std::move(*content);
+
+    auto staging = openWorkingFile(m_environment, journal.stagingPath());
+    if (staging.isOpen()) {
+        return settleValid(journal, staging);
+    }
+    if (errno == ENOENT) {
+        return settleWithoutStaging(journal);
+    }
+    fail(toErrorCode(errno),
+         fmt::format("user {} is saving the file, or was interrupted while saving it, and only that user can "
+                     "finish it: cannot read {}: {}",
+                     journal.owner, journal.stagingPath(), systemText(errno)));
+}
+
+Recoverer::Next Recoverer::settleValid(const OpenJournal& journal, Descriptor& staging) {
+    switch (lockFile(staging.get(), false)) {
+    case LockResult::Locked:
+        break;
+    case LockResult::Held:
+        if (lockFile(staging.get(), true) == LockResult::Locked) {
+            return Next::LookAgain;
+        }
+        [[fallthrough]];
+    case LockResult::Impossible:
+        fail(ErrorCode::Busy,
+             fmt::format(
+                 "the file is being saved, or a save of it was interrupted; the file system cannot tell "
+                 "which, since it cannot lock {}",
+                 journal.stagingPath()));
+    }
+    if (!isUnchanged(journal) || !isSameFile(staging.get(), journal.stagingPath())) {
+        return Next::LookAgain;
+    }
+    if (!settleMatched(journal)) {
+        finishOverwriting(journal, staging);
+    }
+    return Next::Done;
+}
+
+Recoverer::Next Recoverer::settleWithoutStaging(const OpenJournal& journal) {
+    if (!isUnchanged(journal)) {
+        return Next::LookAgain;
+    }
+    if (!settleMatched(journal)) {
+        fail(ErrorCode::LocalFileSystem,
+             fmt::format(
+                 "a save was interrupted while it overwrote the file, and the new contents, {}, are "
+                 "missing; the file may be half old and half new (to use it as it is, remove {} and the "
+                 "file's extended attribute {})",
+                 journal.stagingPath(), journal.path, TargetMark::attributeName));
+    }
+    return Next::Done;
+}
+
+bool Recoverer::settleMatched(const OpenJournal& journal) {
+    const auto match = compareWithTarget(journal);
+    if (match == Match::Replaced) {
+        found(RecoveryOutcome::LeftAlone,
+              fmt::format(
+                  "an interrupted save left {} and {}, which do not belong to the file: it was replaced "
+                  "since",
+                  journal.path, journal.stagingPath()));
+        return true;
+    }
+    if (isFinished(journal.content)) {
+        discardFinished(journal);
+        return true;
+    }
+    if (match == Match::Changed) {
+        fail(ErrorCode::LocalFileSystem,
+             fmt::format(
+                 "a save was interrupted while it overwrote the file, and another program changed the file "
+                 "since; the new contents are in {} (to use the file as it is, remove {} and the file's "
+                 "extended attribute {})",
+                 journal.stagingPath(), journal.path, TargetMark::attributeName));
+    }
+    if (journal.content.phase == CopyOverPhase::Prepared) {
+        discardPrepared(journal);
+        return true;
+    }
+    return false;
+}
+
+Recoverer::Match Recoverer::compareWithTarget(const OpenJournal& journal) const {
+    struct stat status {};
+    const auto& content = journal.content;
+    const bool marked = m_mark && m_mark->id == content.id;
+    const auto bootId = currentBootId();
+    const bool sameRun = !bootId.empty() && bootId == content.bootId;
+    // Another hard link to the file, or a renamed file, is recognised by the mark.
+    if (::stat(m_target.c_str(), &status) != 0 || !S_ISREG(status.st_mode) ||
+        status.st_ino != content.inode || (sameRun && status.st_dev != content.device) ||
+        (!marked && nameOf(content.target) != nameOf(m_target))) {
+        return Match::Replaced;
+    }
+    const auto smallest = content.phase == CopyOverPhase::Prepared
+                              ? content.oldSize
+                              : std::min(content.oldSize, content.newSize);
+    const auto largest = std::max(content.oldSize, content.newSize);
+    const auto size = static_cast<std::uint64_t>(status.st_size);
+    return size >= smallest && size <= largest ? Match::Matches : Match::Changed;
+}
+
+bool Recoverer::isFinished(const Journal& journal) const {
+    return journal.phase == CopyOverPhase::Overwriting && journal.marked &&
+           !(m_mark && m_mark->id == journal.id);
+}
+
+void Recoverer::requireTrust(const OpenJournal& journal) const {
+    struct stat status {};
+    const bool marked = m_mark && m_mark->id == journal.content.id;
+    // In a folder where everyone may create files, a journal of a stranger could name any bytes as the
+    // contents.
+    if (marked || journal.owner == ::geteuid() || journal.owner == 0 ||
+        (::stat(m_target.c_str(), &status) == 0 && journal.owner == status.st_uid)) {
+        return;
+    }
+    fail(ErrorCode::AccessDenied,
+         fmt::format(
+             "user {} was interrupted while saving the file, and only that user can finish it (to use the "
+             "file as it is, remove {})",
+             journal.owner, journal.path));
+}
+
+bool Recoverer::isUnchanged(const OpenJournal& journal) const {
+    const auto file = openWorkingFile(m_environment, journal.path);
+    std::string bytes(maximalJournalSize, '\0');
+    const auto size = file.isOpen() ? readAt(*m_environment, file.get(), bytes.data(),
+                                             static_cast<std::int64_t>(bytes.size()), 0)
+                                    : -1;
+    return size >= 0 && bytes.substr(0, static_cast<std::size_t>(size)) == journal.bytes;
+}
+
+void Recoverer::discardPrepared(const OpenJournal& journal) {
+    struct stat status {};
+    if (::stat(m_target.c_str(), &status) == 0 &&
+        static_cast<std::uint64_t>(status.st_size) == journal.content.oldSize && !m_mark &&
+        ::access(std::string(parentOf(journal.path)).c_str(), W_OK) != 0) {
+        // The target is as it was; that the rest cannot be removed harms nobody.
+        return;
+    }
+    requireTrust(journal);
+    const auto target = openTarget(journal);
+    if (const int error = undoCopyOver(*m_environment, journal.content, journal.path, target.get());
+        error != 0) {
+        throwSystemError(m_iri, error, "cannot undo an interrupted save that " + journal.path + " describes");
+    }
+    m_environment->calls->unlink(journal.stagingPath().c_str());
+    found(RecoveryOutcome::DiscardedUnfinishedSave,
+          fmt::format("a save was interrupted before it touched the file; removed {} and {}", journal.path,
+                      journal.stagingPath()));
+}
+
+void Recoverer::finishOverwriting(const OpenJournal& journal, const Descriptor& staging) {
+    requireTrust(journal);
+    struct stat status {};
+    if (::fstat(staging.get(), &status) != 0 || !S_ISREG(status.st_mode) ||
+        status.st_ino != journal.content.stagingInode || status.st_uid != journal.owner ||
+        static_cast<std::uint64_t>(status.st_size) != journal.content.newSize) {
+        fail(ErrorCode::LocalFileSystem,
+             fmt::format(
+                 "a save was interrupted while it overwrote the file, and {} does not hold the new contents "
+                 "that the journal {} describes; the file may be half old and half new",
+                 journal.stagingPath(), journal.path));
+    }
+    const auto target = openTarget(journal);
+    finishCopyOver(*m_environment, m_iri, journal.content, journal.path, target.get(), staging.get());
+    m_mark.reset();
+    found(RecoveryOutcome::FinishedSave,
+          fmt::format(
+              "a save was interrupted while it overwrote the file; the new contents, {} bytes, are in place",
+              journal.content.newSize));
+}
+
+void Recoverer::discardFinished(const OpenJournal& journal) {
+    // What is another user's may have to stay; without the mark it is never applied.
+    if (m_environment->calls->unlink(journal.path.c_str()) != 0) {
+        return;
+    }
+    m_environment->calls->unlink(journal.stagingPath().c_str());
+    found(RecoveryOutcome::FinishedSave,
+          fmt::format("a save was interrupted after it had written the file; removed {} and {}", journal.path,
+                      journal.stagingPath()));
+}
+
+Descriptor Recoverer::openTarget(const OpenJournal& journal) const {
+    auto target =
+        Descriptor::open(m_environment->calls, m_target.c_str(), O_WRONLY | O_NOFOLLOW | O_NONBLOCK);
+    struct stat status {};
+    if (!target.isOpen()) {
+        throwSystemError(m_iri, errno,
+                         "a save was interrupted, and finishing it needs permission to write the file");
+    }
+    if (::fstat(target.get(), &status) != 0 || status.st_ino != journal.content.inode) {
+        fail(ErrorCode::Busy, "the file is being replaced");
+    }
+    return target;
+}
+
+void Recoverer::removeStrays(const WorkingNames& names, unsigned emptySlots) {
+    unsigned empty = 0;
+    for (unsigned slot = 0; empty < emptySlots; ++slot) {
+        const auto path = names.staging(slot);
+        const auto staging = openWorkingFile(m_environment, path);
+        if (!staging.isOpen()) {
+            ++empty;
+            continue;
+        }
+        struct stat status {};
+        if (::fstat(staging.get(), &status) != 0 || !S_ISREG(status.st_mode) ||
+            lockFile(staging.get(), false) != LockResult::Locked || !isSameFile(staging.get(), path) ||
+            anyJournal()) {
+            continue;
+        }
+        m_environment->calls->unlink(names.journalDraft(slot).c_str());
+        if (m_environment->calls->unlink(path.c_str()) == 0) {
+            found(RecoveryOutcome::DiscardedUnfinishedSave,
+                  fmt::format("a save was interrupted before it touched the file; removed {}", path));
+        }
+    }
+}
+
+bool Recoverer::anyJournal() const {
+    return std::any_of(m_places.begin(), m_places.end(),
+                       [](const WorkingNames& names) { return exists(names.journal()); });
+}
+
+void Recoverer::found(RecoveryOutcome outcome, std::string detail) {
+    m_report.outcome = std::max(m_report.outcome, outcome);
+    m_report.details.push_back(std::move(detail));
+}
+
+void Recoverer::fail(ErrorCode code, const std::string& cause) const {
+    throw Exception(code, m_iri, cause);
+}
+
+RecoveryReport recoverFile(const StorageIRI& file, const LocalFileOptions& options) {
+    const auto environment = Environment::from(options);
+    std::string target;
+    if (const int error = resolveLinks(toLocalPath(file), target); error != 0) {
+        throwSystemError(file, error);
+    }
+    return Recoverer(environment, file, target).recoverAll();
+}
+
+} // namespace storage::fileprovider

@@ -1,0 +1,61 @@
+#pragma once
+
+#include <storage/fileprovider/Export.h>
+
+#include <sys/types.h>
+
+#include <cstddef>
+
+namespace storage::fileprovider {
+
+/// The calls to the operating system that read, write or change files. Everything the component does to a
+/// file goes through here, so that a test can count the calls, have one fail, or let the program "end" before
+/// one.
+///
+/// Each operation is the POSIX call that its comment names, with its result and `errno`; none is retried
+/// here. Threads: any.
+class KXFILEPROVIDER_API SystemCalls {
+public:
+    virtual ~SystemCalls();
+
+    SystemCalls(const SystemCalls&) = delete;
+    SystemCalls& operator=(const SystemCalls&) = delete;
+    SystemCalls() = default;
+
+    /// open, with O_CLOEXEC added.
+    virtual int open(const char* path, int flags, mode_t mode);
+    virtual int close(int file);
+    /// pread.
+    virtual ssize_t read(int file, char* buffer, std::size_t count, off_t position);
+    /// pwrite.
+    virtual ssize_t write(int file, const char* buffer, std::size_t count, off_t position);
+    /// copy_file_range.
+    virtual ssize_t copyRange(int from, off_t fromPosition, int to, off_t toPosition, std::size_t count);
+    /// lseek; used to find holes only.
+    virtual off_t seek(int file, off_t offset, int origin);
+    /// fallocate of a range; the file grows when it ends before the range does.
+    virtual int allocate(int file, off_t position, off_t length);
+    /// ftruncate.
+    virtual int truncate(int file, off_t size);
+    /// fsync.
+    virtual int sync(int file);
+    virtual int rename(const char* from, const char* to);
+    /// A rename that fails with EEXIST when `to` exists. Where the file system has no such rename, by link
+    /// and unlink; where it has no hard links either, by looking first.
+    virtual int renameToFree(const char* from, const char* to);
+    /// A rename that lets two names change places.
+    virtual int exchange(const char* one, const char* other);
+    virtual int unlink(const char* path);
+    virtual int makeFolder(const char* path, mode_t mode);
+    virtual int removeFolder(const char* path);
+    /// fchown.
+    virtual int setOwner(int file, uid_t user, gid_t group);
+    /// fchmod.
+    virtual int setMode(int file, mode_t mode);
+    /// fsetxattr.
+    virtual int setAttribute(int file, const char* name, const void* value, std::size_t size);
+    /// fremovexattr.
+    virtual int removeAttribute(int file, const char* name);
+};
+
+} // namespace storage::fileprovider

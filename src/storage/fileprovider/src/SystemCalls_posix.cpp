@@ -1,0 +1,107 @@
+#include <storage/fileprovider/src/SystemCalls.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/xattr.h>
+#include <unistd.h>
+
+namespace storage::fileprovider {
+
+SystemCalls::~SystemCalls() = default;
+
+int SystemCalls::open(const char* path, int flags, mode_t mode) {
+    return ::open(path, flags | O_CLOEXEC, mode);
+}
+
+int SystemCalls::close(int file) {
+    return ::close(file);
+}
+
+ssize_t SystemCalls::read(int file, char* buffer, std::size_t count, off_t position) {
+    return ::pread(file, buffer, count, position);
+}
+
+ssize_t SystemCalls::write(int file, const char* buffer, std::size_t count, off_t position) {
+    return ::pwrite(file, buffer, count, position);
+}
+
+ssize_t SystemCalls::copyRange(int from, off_t fromPosition, int to, off_t toPosition, std::size_t count) {
+    return ::copy_file_range(from, &fromPosition, to, &toPosition, count, 0);
+}
+
+off_t SystemCalls::seek(int file, off_t offset, int origin) {
+    return ::lseek(file, offset, origin);
+}
+
+int SystemCalls::allocate(int file, off_t position, off_t length) {
+    return ::fallocate(file, 0, position, length);
+}
+
+int SystemCalls::truncate(int file, off_t size) {
+    return ::ftruncate(file, size);
+}
+
+int SystemCalls::sync(int file) {
+    return ::fsync(file);
+}
+
+int SystemCalls::rename(const char* from, const char* to) {
+    return ::rename(from, to);
+}
+
+int SystemCalls::renameToFree(const char* from, const char* to) {
+    if (::renameat2(AT_FDCWD, from, AT_FDCWD, to, RENAME_NOREPLACE) == 0) {
+        return 0;
+    }
+    if (errno != EINVAL && errno != ENOSYS) {
+        return -1;
+    }
+    if (::link(from, to) == 0) {
+        return ::unlink(from);
+    }
+    if (errno != EPERM && errno != EOPNOTSUPP && errno != ENOSYS) {
+        return -1;
+    }
+    struct stat existing {};
+    if (::lstat(to, &existing) == 0) {
+        errno = EEXIST;
+        return -1;
+    }
+    return ::rename(from, to);
+}
+
+int SystemCalls::exchange(const char* one, const char* other) {
+    return ::renameat2(AT_FDCWD, one, AT_FDCWD, other, RENAME_EXCHANGE);
+}
+
+int SystemCalls::unlink(const char* path) {
+    return ::unlink(path);
+}
+
+int SystemCalls::makeFolder(const char* path, mode_t mode) {
+    return ::mkdir(path, mode);
+}
+
+int SystemCalls::removeFolder(const char* path) {
+    return ::rmdir(path);
+}
+
+int SystemCalls::setOwner(int file, uid_t user, gid_t group) {
+    return ::fchown(file, user, group);
+}
+
+int SystemCalls::setMode(int file, mode_t mode) {
+    return ::fchmod(file, mode);
+}
+
+int SystemCalls::setAttribute(int file, const char* name, const void* value, std::size_t size) {
+    return ::fsetxattr(file, name, value, size, 0);
+}
+
+int SystemCalls::removeAttribute(int file, const char* name) {
+    return ::fremovexattr(file, name);
+}
+
+} // namespace storage::fileprovider

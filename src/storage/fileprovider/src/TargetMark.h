@@ -1,0 +1,28 @@
+#pragma once
+
+#include <storage/fileprovider/src/Environment.h>
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace storage::fileprovider {
+
+/// While a file is being overwritten it carries an extended attribute that leads to the journal. Through it
+/// the journal is found by every hard link to the file and by every user, and only someone who may write the
+/// file can set it. It is removed, for good, before the journal is: a journal whose mark is gone is finished
+/// with. File systems without such attributes do without.
+struct TargetMark {
+    static constexpr const char* attributeName = "user.kxvfs.save";
+
+    std::string id;
+    std::string journalPath;
+
+    static std::optional<TargetMark> read(const std::string& target);
+    /// Whether the file was marked.
+    bool set(const Environment& environment, int target) const;
+    /// Returns 0 or an errno; a missing mark is no error.
+    static int remove(const Environment& environment, int target);
+};
+
+} // namespace storage::fileprovider
