@@ -3,6 +3,7 @@
 #include "DosTime.h"
 #include "EntryName.h"
 #include "MiniZipReadHandle.h"
+#include "Zip64Extent.h"
 #include "ZipConstants.h"
 #include "ZipEntryInfo.h"
 
@@ -60,23 +61,26 @@ public:
         check(unzGetCurrentFileInfo64(m_handle->get(), &info, nullptr, 0, nullptr, 0, nullptr, 0), message);
         const bool isUtf8 = (info.flag & utf8Flag) != 0;
         std::string name(info.size_filename, '\0');
+        std::string extra(info.size_file_extra, '\0');
         check(unzGetCurrentFileInfo64(m_handle->get(), &info, name.data(), static_cast<uLong>(name.size()),
-                                      nullptr, 0, nullptr, 0),
+                                      extra.data(), static_cast<uLong>(extra.size()), nullptr, 0),
               message);
         unz64_file_pos position{};
         check(unzGetFilePos64(m_handle->get(), &position), message);
 
+        Zip64Extent extent{info.uncompressed_size, info.compressed_size, 0};
+        resolveSizes(extent, extra);
         const auto lastModified = toPtime(info.tmu_date);
         auto decoded = decodeEntryName(name, isUtf8);
         const bool isFolder = !name.empty() && name.back() == '/';
         return {ZipEntryPath(decoded),
-                info.uncompressed_size,
+                extent.uncompressedSize,
                 lastModified,
                 m_index,
                 isFolder ? ZipEntryType::Folder : ZipEntryType::File,
                 {std::move(decoded), position},
                 static_cast<std::uint32_t>(info.crc),
-                info.compressed_size};
+                extent.compressedSize};
     }
 
 private:

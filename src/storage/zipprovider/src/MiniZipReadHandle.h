@@ -9,6 +9,7 @@
 #include <boost/iostreams/stream.hpp>
 #include <minizip/unzip.h>
 
+#include <cstdint>
 #include <memory>
 #include <utility>
 
@@ -64,6 +65,13 @@ public:
     bool isOpen() const { return m_zip != nullptr; }
     /// minizip's handle, null when not open; owned by this object.
     unzFile get() const { return m_zip; }
+
+    /// Reads exactly `count` bytes of the archive from `position` on; false when they are not there.
+    bool readAt(std::uint64_t position, char* buffer, std::uint32_t count) {
+        using Functions = StreamFileFunctions<Stream>;
+        return Functions::seek(nullptr, &m_stream, position, ZLIB_FILEFUNC_SEEK_SET) == 0 &&
+               Functions::read(nullptr, &m_stream, buffer, count) == count;
+    }
 
 private:
     ByteStreamDevice m_device;

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string_view>
 
 namespace storage::zipprovider {
 
@@ -14,12 +15,35 @@ inline constexpr std::uint32_t utf8Flag = 0x800;
 inline constexpr std::uint32_t storedMethod = 0;
 /// Bytes that a stored name can have.
 inline constexpr std::size_t maximalNameSize = 0xFFFF;
-/// Bytes of a central-directory header without its name, extra field and comment.
-inline constexpr std::uint64_t centralHeaderSize = 46;
+
+/// Central-directory header, without its name, extra field and comment:
+///
+///     0 signature    8 flags          10 method         20 compressed size   24 uncompressed size
+///    28 name length  30 extra length  32 comment length 42 offset of the local header
+inline constexpr std::uint32_t centralHeaderSignature = 0x02014b50;
+inline constexpr std::size_t centralHeaderSize = 46;
+/// Local header, without its name and extra field:
+///
+///     0 signature    8 method         26 name length    28 extra length
+inline constexpr std::uint32_t localHeaderSignature = 0x04034b50;
+inline constexpr std::size_t localHeaderSize = 30;
+/// Block of an extra field that holds, in this order and 8 bytes each, uncompressed size, compressed size and
+/// offset of the local header, those of them that are all ones in the header.
+inline constexpr std::uint64_t zip64FieldId = 0x0001;
+inline constexpr std::uint64_t zip64Limit = 0xFFFFFFFF;
 
 /// Bytes moved at a time when an entry is copied.
 inline constexpr int entryCopyBufferSize = 8192;
 /// Bytes moved at a time between a working file or a temporary archive and a stream.
 inline constexpr int fileCopyBufferSize = 4096;
+
+/// The number that `bytes`, at most eight, stand for.
+constexpr std::uint64_t littleEndian(std::string_view bytes) {
+    std::uint64_t value = 0;
+    for (std::size_t i = bytes.size(); i-- > 0;) {
+        value = value << 8 | static_cast<unsigned char>(bytes[i]);
+    }
+    return value;
+}
 
 } // namespace storage::zipprovider

@@ -3,6 +3,7 @@
 #include "EntryName.h"
 #include "IEntrySource.h"
 #include "MiniZipReadHandle.h"
+#include "Zip64EntryReader.h"
 #include "ZipConstants.h"
 #include "ZipEntryInfo.h"
 
@@ -46,7 +47,7 @@ private:
             foundation::core::except::throwInternal(
                 MiniZipException(u"Error while calling unzLocateFile in MiniZipEntrySerializer::doOpen"));
         }
-        if (!isReadable() || unzOpenCurrentFile(m_handle->get()) != UNZ_OK) {
+        if (!openData()) {
             foundation::core::except::throwInternal(MiniZipException(
                 u"Error while calling unzOpenCurrentFile in MiniZipEntrySerializer::doOpen"));
         }
@@ -75,19 +76,41 @@ private:
         return unzLocateFile(m_handle->get(), name.c_str(), caseSensitive) == UNZ_OK;
     }
 
-    /// minizip built without decryption, or without bzip2, would hand out the stored bytes as if they were
-    /// the contents.
-    bool isReadable() {
+    bool openData() {
         unz_file_info64 info{};
-        return unzGetCurrentFileInfo64(m_handle->get(), &info, nullptr, 0, nullptr, 0, nullptr, 0) ==
-                   UNZ_OK &&
-               (info.flag & encryptedFlag) == 0 &&
-               (info.compression_method == storedMethod || info.compression_method == Z_DEFLATED);
+        if (unzGetCurrentFileInfo64(m_handle->get(), &info, nullptr, 0, nullptr, 0, nullptr, 0) != UNZ_OK) {
+            return false;
+        }
+        // minizip built without decryption, or without bzip2, would hand out the stored bytes as if they were
+        // the contents.
+        if ((info.flag & encryptedFlag) != 0 ||
+            (info.compression_method != storedMethod && info.compression_method != Z_DEFLATED)) {
+            return false;
+        }
+        std::string extra(info.size_file_extra, '\0');
+        unz64_file_pos position{};
+        if (unzGetCurrentFileInfo64(m_handle->get(), &info, nullptr, 0, extra.data(),
+                                    static_cast<uLong>(extra.size()), nullptr, 0) != UNZ_OK ||
+            unzGetFilePos64(m_handle->get(), &position) != UNZ_OK) {
+            return false;
+        }
+        const ReadArchiveAt readAt = [handle = m_handle.get()](std::uint64_t place, char* buffer,
+                                                               std::uint32_t count) {
+            return handle->readAt(place, buffer, count);
+        };
+        if (const auto extent = zip64Extent(readAt, position.pos_in_zip_directory, extra)) {
+            m_zip64Reader =
+                Zip64EntryReader::open(readAt, *extent, static_cast<std::uint32_t>(info.compression_method));
+            return m_zip64Reader != nullptr;
+        }
+        return unzOpenCurrentFile(m_handle->get()) == UNZ_OK;
     }
 
     std::int64_t doRead(char* buffer, std::int64_t count) {
         const auto asked = std::min<std::int64_t>(count, std::numeric_limits<int>::max());
-        const int got = unzReadCurrentFile(m_handle->get(), buffer, static_cast<unsigned>(asked));
+        const int got = m_zip64Reader
+                            ? m_zip64Reader->read(buffer, static_cast<int>(asked))
+                            : unzReadCurrentFile(m_handle->get(), buffer, static_cast<unsigned>(asked));
         if (got < 0) {
             foundation::core::except::throwInternal(
                 MiniZipException(u"Error on return of unzReadCurrentFile in MiniZipEntrySerializer::doRead"));
@@ -98,6 +121,8 @@ private:
     static constexpr int caseSensitive = 1;
 
     std::shared_ptr<ReadHandle> m_handle;
+    /// Reads an entry for which minizip does not know the 64-bit fields; null for all others.
+    std::unique_ptr<Zip64EntryReader> m_zip64Reader;
 };
 
 } // namespace storage::zipprovider
