@@ -18,6 +18,12 @@ std::unique_ptr<foundation::storage::provider::IFolderEntryIterator>
 listFolder(const foundation::storage::provider::StorageIRI& iri, const std::string& path,
            std::optional<foundation::storage::provider::EntryKind> kind);
 
+/// Removes a folder that holds nothing, or nothing but working files, which its user does not see. A save
+/// that is under way in it fails then, as it would if the folder had been removed before. Returns 0 or an
+/// errno.
+int removeEmptyFolder(const Environment& environment, const foundation::storage::provider::StorageIRI& iri,
+                      const std::string& path);
+
 /// Removes everything in a folder, and the folder itself; links are removed, not followed.
 /// Errors: NotFound when there is no such folder; otherwise those of the entry that could not be removed.
 void removeTree(const Environment& environment, const foundation::storage::provider::StorageIRI& iri,

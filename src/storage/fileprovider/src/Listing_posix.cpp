@@ -133,6 +133,29 @@ std::unique_ptr<IFolderEntryIterator> listFolder(const StorageIRI& iri, const st
     return std::make_unique<SnapshotIterator>(std::move(entries));
 }
 
+int removeEmptyFolder(const Environment& environment, const StorageIRI& iri, const std::string& path) {
+    if (environment.calls->removeFolder(path.c_str()) == 0) {
+        return 0;
+    }
+    if (errno != ENOTEMPTY && errno != EEXIST) {
+        return errno;
+    }
+    std::vector<std::string> workingFiles;
+    OpenFolder folder(iri, path, true);
+    while (const auto* entry = folder.next()) {
+        if (!isWorkingName(entry->d_name)) {
+            return ENOTEMPTY;
+        }
+        workingFiles.push_back(path + '/' + entry->d_name);
+    }
+    for (const auto& file : workingFiles) {
+        if (environment.calls->unlink(file.c_str()) != 0 && errno != ENOENT) {
+            return errno;
+        }
+    }
+    return environment.calls->removeFolder(path.c_str()) == 0 ? 0 : errno;
+}
+
 void removeTree(const Environment& environment, const StorageIRI& iri, const std::string& path) {
     // Every folder stands in the list before what is below it, so removing goes from the end to the begin.
     std::vector<std::string> folders{path};

@@ -134,17 +134,15 @@ void LocalFileProvider::doRemoveFile(const StorageIRI& location) {
 
 void LocalFileProvider::doRemoveFolder(const StorageIRI& location) {
     const auto path = toLocalPath(location);
-    if (m_environment->calls->removeFolder(path.c_str()) == 0) {
-        return;
-    }
-    // A link to a folder is listed as one; removing it removes the link, as with files.
-    const int error = errno;
+    int error = removeEmptyFolder(*m_environment, location, path);
     const auto status = statusOfItself(path);
-    if (error == ENOTDIR && status && S_ISLNK(status->st_mode) && isFolderStatus(statusOf(path)) &&
-        m_environment->calls->unlink(path.c_str()) == 0) {
-        return;
+    if (error == ENOTDIR && status && S_ISLNK(status->st_mode) && isFolderStatus(statusOf(path))) {
+        // A link to a folder is listed as one; removing it removes the link, as with files.
+        error = m_environment->calls->unlink(path.c_str()) == 0 ? 0 : errno;
     }
-    throwSystemError(location, error == EEXIST ? ENOTEMPTY : error);
+    if (error != 0) {
+        throwSystemError(location, error == EEXIST ? ENOTEMPTY : error);
+    }
 }
 
 void LocalFileProvider::doRemoveFolderRecursively(const StorageIRI& location) {

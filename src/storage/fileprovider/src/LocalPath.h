@@ -11,6 +11,10 @@ namespace storage::fileprovider {
 /// Errors: InvalidArgument for an IRI that is no local file (another scheme or host, a relative path, a NUL).
 std::string toLocalPath(const foundation::storage::provider::StorageIRI& location);
 
+/// The same for the location of a file to be opened. Errors: also NotFound for one that ends in "/", which
+/// only a folder's may.
+std::string toLocalFilePath(const foundation::storage::provider::StorageIRI& location);
+
 /// The location of an absolute path of the system.
 foundation::storage::provider::StorageIRI toLocation(std::string_view path);
 

@@ -72,6 +72,14 @@ std::string toLocalPath(const StorageIRI& location) {
     return withoutTrailingSlashes(std::move(path));
 }
 
+std::string toLocalFilePath(const StorageIRI& location) {
+    auto path = toLocalPath(location);
+    if (location.getResolvedPath().back() == u'/') {
+        throw Exception(ErrorCode::NotFound, location, "not a file's name");
+    }
+    return path;
+}
+
 StorageIRI toLocation(std::string_view path) {
     return StorageIRI::fromLocalPath(fl::i18n::fromUtf8(path));
 }

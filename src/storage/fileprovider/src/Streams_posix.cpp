@@ -169,7 +169,7 @@ private:
 
 std::unique_ptr<ByteStream> openForReading(const EnvironmentPtr& environment, const StorageIRI& iri) {
     std::string path;
-    if (const int error = resolveLinks(toLocalPath(iri), path); error != 0) {
+    if (const int error = resolveLinks(toLocalFilePath(iri), path); error != 0) {
         throwSystemError(iri, error);
     }
     struct stat status {};
