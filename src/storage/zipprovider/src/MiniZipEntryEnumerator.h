@@ -80,7 +80,8 @@ public:
                 isFolder ? ZipEntryType::Folder : ZipEntryType::File,
                 {std::move(decoded), position},
                 static_cast<std::uint32_t>(info.crc),
-                extent.compressedSize};
+                extent.compressedSize,
+                (info.flag & encryptedFlag) != 0};
     }
 
 private:

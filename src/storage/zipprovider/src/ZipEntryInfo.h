@@ -33,6 +33,7 @@ struct ZipEntryInfo {
     /// Of the uncompressed bytes, as the header has it.
     std::uint32_t crc32;
     std::uint64_t compressedSize;
+    bool encrypted = false;
 };
 
 } // namespace storage::zipprovider

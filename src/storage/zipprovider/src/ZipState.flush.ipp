@@ -4,6 +4,7 @@
 #include "ZipConstants.h"
 
 #include <fl/filesystem/operations.h>
+#include <fl/i18n/utf8.h>
 #include <foundation/core/except/throwInternal.h>
 #include <foundation/log/log.h>
 
@@ -51,11 +52,20 @@ void ZipState<StorageItem, ByteStreamDevice>::doFlush() const {
     }
     refuseUnreadArchive();
     refuseForeignChange();
+    refuseEncryptedEntries();
     TemporaryArchive target;
     buildArchive(openArchive(), target);
     bringIntoContainer(target);
+    const auto superseded = std::exchange(m_keptArchive, std::nullopt);
+    try {
+        rebuildBasalState();
+    } catch (...) {
+        continueFrom(target);
+        removeQuietly(superseded);
+        throw;
+    }
     target.remove();
-    rebuildBasalState();
+    removeQuietly(superseded);
 }
 
 template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
@@ -71,16 +81,28 @@ void ZipState<StorageItem, ByteStreamDevice>::refuseUnreadArchive() const {
 template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
 void ZipState<StorageItem, ByteStreamDevice>::refuseForeignChange() const {
     const auto stamp = ContainerStamp::of(m_container.getFileAttributes());
-    if (stamp == m_stamp) {
+    if (!m_stamp || stamp == *m_stamp) {
         return;
     }
-    if (stamp.size == m_stamp.size && m_fingerprint &&
+    if (stamp.size == m_stamp->size && m_fingerprint &&
         directoryFingerprint(EntryInfos(std::make_shared<ReadHandle>(m_container))) == *m_fingerprint) {
         m_stamp = stamp;
         return;
     }
     detail::throwMiniZip(u"cannot rebuild " + containerText() +
                          u": another program has changed it since it was read");
+}
+
+/// Opening it would fail as well, but only after the entries in front of it were deflated, and without a word
+/// about the cause.
+template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
+void ZipState<StorageItem, ByteStreamDevice>::refuseEncryptedEntries() const {
+    for (const auto& [path, entry] : m_carriedOver) {
+        if (entry.encrypted) {
+            detail::throwMiniZip(u"cannot rebuild " + containerText() + u": its entry " + path.toString() +
+                                 u" is encrypted and cannot be carried over");
+        }
+    }
 }
 
 template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
@@ -97,12 +119,17 @@ template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
 void ZipState<StorageItem, ByteStreamDevice>::writeCarriedOverEntries(
     const std::shared_ptr<ReadHandle>& archive, MiniZipWriteHandle& target) const {
     for (const auto& [path, entry] : m_carriedOver) {
-        EntrySource source(archive, entry.stored);
-        // An entry that stays where it is keeps the kind of name it has; all that the system names is
-        // relative.
-        const auto name = entry.moved ? Path(path.toString(false)) : Path(entry.stored.name);
-        const ZipEntrySink sink(target, {entry.type, name, entry.size, entry.lastModified, entry.index});
-        detail::copyEntry(source, sink, entry.size);
+        try {
+            EntrySource source(archive, entry.stored);
+            // An entry that stays where it is keeps the kind of name it has; all that the system names is
+            // relative.
+            const auto name = entry.moved ? Path(path.toString(false)) : Path(entry.stored.name);
+            const ZipEntrySink sink(target, {entry.type, name, entry.size, entry.lastModified, entry.index});
+            detail::copyEntry(source, sink, entry.size);
+        } catch (const MiniZipException& failure) {
+            detail::throwMiniZip(u"cannot rebuild " + containerText() + u": its entry " + path.toString() +
+                                 u" cannot be carried over: " + fl::i18n::fromUtf8(failure.what()));
+        }
     }
 }
 
@@ -110,17 +137,28 @@ template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
 void ZipState<StorageItem, ByteStreamDevice>::writeModifiedEntries(MiniZipWriteHandle& target) const {
     std::uint64_t index = m_carriedOver.size();
     for (const auto& [path, modified] : m_modified) {
-        const auto& entry = modified.entry;
-        const auto size = entry->getCachedFileSize();
-        const auto device = entry->doGetFileDevice(std::ios_base::in | std::ios_base::binary);
-        const ZipEntrySink sink(target, {ZipEntryType::File, Path(path.toString(false)), size,
-                                         entry->getCachedFileLastModified(), index++});
-        const auto copied = boost::iostreams::copy(device, sink, fileCopyBufferSize);
-        // The device reports a read error as the end of the file.
-        if (static_cast<std::uint64_t>(copied) != size) {
-            detail::throwMiniZip(u"cannot write " + path.toString() + u" into " + containerText() +
-                                 u": its working file could not be read to the end");
+        try {
+            writeModifiedEntry(path, *modified.entry, index++, target);
+        } catch (const MiniZipException& failure) {
+            detail::throwMiniZip(u"cannot rebuild " + containerText() + u": cannot write its entry " +
+                                 path.toString() + u": " + fl::i18n::fromUtf8(failure.what()));
         }
+    }
+}
+
+template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
+void ZipState<StorageItem, ByteStreamDevice>::writeModifiedEntry(const Path& path, WorkingFileEntry& entry,
+                                                                 std::uint64_t index,
+                                                                 MiniZipWriteHandle& target) {
+    const auto size = entry.getCachedFileSize();
+    const auto device = entry.doGetFileDevice(std::ios_base::in | std::ios_base::binary);
+    const ZipEntrySink sink(target, {ZipEntryType::File, Path(path.toString(false)), size,
+                                     entry.getCachedFileLastModified(), index});
+    const auto copied = boost::iostreams::copy(device, sink, fileCopyBufferSize);
+    // The device reports a read error as the end of the file. More bytes are no error: a stream that is open
+    // while its provider goes may be writing.
+    if (static_cast<std::uint64_t>(copied) < size) {
+        detail::throwMiniZip(u"its working file could not be read to the end");
     }
 }
 
@@ -137,18 +175,20 @@ void ZipState<StorageItem, ByteStreamDevice>::writeFolders(MiniZipWriteHandle& t
 
 template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
 void ZipState<StorageItem, ByteStreamDevice>::bringIntoContainer(TemporaryArchive& archive) const {
-    // A container that cannot be opened is as it was, so up to here the new archive need not be kept.
-    ByteStreamDevice container(m_container.openStream({}));
+    bool opened = false;
     try {
+        ByteStreamDevice container(m_container.openStream({}));
+        opened = true;
         copyIntoContainer(container, archive);
         container.close();
     } catch (...) {
-        continueFrom(archive);
+        // The stream is gone: a container that takes back what was not closed has done so. One that could not
+        // be opened is as it was, and the new archive need not be kept.
+        if (opened) {
+            continueFrom(archive);
+        }
         throw;
     }
-    m_stamp = ContainerStamp::of(m_container.getFileAttributes());
-    m_fingerprint.reset();
-    dropKeptArchive();
 }
 
 /// The container holds the old archive, the new one, or half of it; which one is not for us to find out. The
@@ -158,31 +198,35 @@ void ZipState<StorageItem, ByteStreamDevice>::continueFrom(TemporaryArchive& arc
     archive.keep();
     KX_LOG(m_logger) << "Could not bring the new archive into the container; it is kept as "
                      << archive.path().string();
-    const auto previous = std::exchange(m_keptArchive, archive.path());
     try {
-        rebuildBasalState();
-        m_stateChanged = true;
+        const EntryInfos infos(
+            std::make_shared<ReadHandle>(std::make_unique<LocalArchiveStream>(archive.path())));
+        install(infos, findFolder(Path(u"/"))->ownEntry()->lastModified);
     } catch (const std::exception& error) {
         KX_LOG(m_logger) << "Could not read the kept archive: " << error.what();
-        m_keptArchive = previous;
         return;
     }
-    if (previous) {
-        fl::filesystem::remove_all(*previous);
+    m_stateChanged = true;
+    removeQuietly(std::exchange(m_keptArchive, archive.path()));
+    try {
+        m_stamp = ContainerStamp::of(m_container.getFileAttributes());
+    } catch (...) {
+        // What the interrupted copy has left cannot be told from what another program may write.
+        m_stamp.reset();
     }
 }
 
 template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
-void ZipState<StorageItem, ByteStreamDevice>::dropKeptArchive() const {
-    const auto kept = std::exchange(m_keptArchive, std::nullopt);
-    if (!kept) {
+void ZipState<StorageItem, ByteStreamDevice>::removeQuietly(
+    const std::optional<fl::filesystem::path>& archive) const {
+    if (!archive) {
         return;
     }
     try {
-        fl::filesystem::remove_all(*kept);
+        fl::filesystem::remove_all(*archive);
     } catch (const std::exception& error) {
-        // The changes are saved; a file too many is no failure of that.
-        KX_LOG(m_logger) << "Could not remove the kept archive: " << error.what();
+        // The changes are in another place; a file too many is no failure of that.
+        KX_LOG(m_logger) << "Could not remove " << archive->string() << ": " << error.what();
     }
 }
 

@@ -20,7 +20,6 @@
 #include <map>
 #include <memory>
 #include <optional>
-
 #include <string>
 
 namespace storage::zipprovider {
@@ -33,6 +32,7 @@ struct CarriedOverEntry {
     std::uint64_t size;
     boost::posix_time::ptime lastModified;
     std::uint64_t index;
+    bool encrypted = false;
     /// Whether the next archive stores it under the key rather than under the name it has.
     bool moved = false;
 };
@@ -127,10 +127,9 @@ public:
     /// Writes the changed archive: builds it in a temporary file, brings it into the container, reads it
     /// again. Does nothing when nothing was changed. Errors: MiniZipException when the old archive was not
     /// read to its end, was changed by another program, or an entry cannot be carried over or written; those
-    /// of the container and of the working files. No change is lost,
-    /// and a later flush tries again: the change records stay and the container is as it was, or, when
-    /// bringing the new archive in failed, that archive is kept, its path logged, and everything is read from
-    /// it until a flush succeeds.
+    /// of the container and of the working files. No change is lost, and a later flush tries again: the
+    /// change records stay and the container is as it was, or, when bringing the new archive in failed, that
+    /// archive is kept, its path logged, and everything is read from it until a flush succeeds.
     void doFlush() const;
 
 private:
@@ -146,6 +145,8 @@ private:
 
     // the folder index (ZipState.index.ipp)
     std::shared_ptr<ReadHandle> openArchive() const;
+    void install(const EntryInfos& infos, const Time& rootTime) const;
+    BasalState buildRepresentation(const EntryInfos& infos, const Time& rootTime) const;
     void addToRepresentation(BasalState& state, const ZipEntryInfo& info) const;
     static CarriedOverEntries carriedOverEntries(const EntryInfos& infos);
     FolderContents& ensureFolder(const Path& folder, const Time& time) const;
@@ -162,14 +163,17 @@ private:
     // the flush (ZipState.flush.ipp)
     void refuseUnreadArchive() const;
     void refuseForeignChange() const;
+    void refuseEncryptedEntries() const;
     void buildArchive(const std::shared_ptr<ReadHandle>& archive, const TemporaryArchive& target) const;
     void writeCarriedOverEntries(const std::shared_ptr<ReadHandle>& archive,
                                  MiniZipWriteHandle& target) const;
     void writeModifiedEntries(MiniZipWriteHandle& target) const;
+    static void writeModifiedEntry(const Path& path, WorkingFileEntry& entry, std::uint64_t index,
+                                   MiniZipWriteHandle& target);
     void writeFolders(MiniZipWriteHandle& target) const;
     void bringIntoContainer(TemporaryArchive& archive) const;
     void continueFrom(TemporaryArchive& archive) const;
-    void dropKeptArchive() const;
+    void removeQuietly(const std::optional<fl::filesystem::path>& archive) const;
     void copyIntoContainer(ByteStreamDevice& container, const TemporaryArchive& archive) const;
     std::u16string containerText() const;
 
@@ -186,7 +190,8 @@ private:
     mutable bool m_stateChanged = false;
     /// Counts changes, so that a registration knows whether it was the last one.
     mutable std::uint64_t m_changes = 0;
-    mutable ContainerStamp m_stamp;
+    /// Nothing when the container could not be asked after a copy into it was interrupted.
+    mutable std::optional<ContainerStamp> m_stamp;
     mutable std::optional<std::size_t> m_fingerprint;
     /// Why the archive must not be overwritten; empty when it was read to its end.
     mutable std::u16string m_unread;

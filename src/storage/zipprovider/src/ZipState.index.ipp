@@ -21,10 +21,15 @@ ZipState<StorageItem, ByteStreamDevice>::ZipState(const StorageItem& container)
 template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
 auto ZipState<StorageItem, ByteStreamDevice>::doBuildRepresentation(const EntryInfos& infos) const
     -> BasalState {
+    return buildRepresentation(infos, m_container.getFileAttributes().getLastModified());
+}
+
+template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
+auto ZipState<StorageItem, ByteStreamDevice>::buildRepresentation(const EntryInfos& infos,
+                                                                  const Time& rootTime) const -> BasalState {
     BasalState state;
     const Path root(u"/");
-    auto rootEntry = std::make_shared<FolderEntry>(
-        FolderEntry{ZipEntryType::Folder, root, 0, m_container.getFileAttributes().getLastModified()});
+    auto rootEntry = std::make_shared<FolderEntry>(FolderEntry{ZipEntryType::Folder, root, 0, rootTime});
     state.emplace(root, std::make_shared<FolderContents>(std::move(rootEntry)));
     for (const auto& info : infos) {
         addToRepresentation(state, info);
@@ -81,8 +86,9 @@ auto ZipState<StorageItem, ByteStreamDevice>::carriedOverEntries(const EntryInfo
     for (const auto& info : infos) {
         // A stored name such as "/" is the root itself, which every archive has.
         if (!info.path.components().empty()) {
-            entries.try_emplace(info.path.asAbsolute(), CarriedOverEntry{info.stored, info.type, info.size,
-                                                                         info.lastModified, info.index});
+            entries.try_emplace(info.path.asAbsolute(),
+                                CarriedOverEntry{info.stored, info.type, info.size, info.lastModified,
+                                                 info.index, info.encrypted});
         }
     }
     return entries;
@@ -91,7 +97,8 @@ auto ZipState<StorageItem, ByteStreamDevice>::carriedOverEntries(const EntryInfo
 template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
 void ZipState<StorageItem, ByteStreamDevice>::rebuildBasalState() const {
     KX_LOG_FUNCTION(m_logger);
-    const auto stamp = ContainerStamp::of(m_container.getFileAttributes());
+    const auto attributes = m_container.getFileAttributes();
+    const auto stamp = ContainerStamp::of(attributes);
     std::u16string unread;
     const auto archive = openArchive();
     if (!archive->isOpen() && stamp.size != std::uint64_t{0}) {
@@ -105,15 +112,22 @@ void ZipState<StorageItem, ByteStreamDevice>::rebuildBasalState() const {
         unread = fl::i18n::fromUtf8("only " + std::to_string(infos.size()) + " of the " +
                                     std::to_string(infos.declaredCount()) + " entries could be read");
     }
-    auto basalState = doBuildRepresentation(infos);
+    install(infos, attributes.getLastModified());
+    m_stamp = stamp;
+    m_unread = std::move(unread);
+}
+
+/// Makes the index of these entries the current one; no entry counts as changed.
+template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
+void ZipState<StorageItem, ByteStreamDevice>::install(const EntryInfos& infos, const Time& rootTime) const {
+    auto basalState = buildRepresentation(infos, rootTime);
     auto carriedOver = carriedOverEntries(infos);
+    const auto fingerprint = directoryFingerprint(infos);
     KX_LOG_DEBUG(m_logger) << "Number of entries read: " << infos.size();
 
     m_basalState = std::move(basalState);
     m_carriedOver = std::move(carriedOver);
-    m_unread = std::move(unread);
-    m_stamp = stamp;
-    m_fingerprint = directoryFingerprint(infos);
+    m_fingerprint = fingerprint;
     m_createdFolders.clear();
     m_stateChanged = false;
     // Working files that no stream holds are deleted here.
