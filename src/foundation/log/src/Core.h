@@ -17,18 +17,28 @@
 
 namespace foundation::log::detail {
 
-/// A record as the sinks of this library see it.
+/// A record on its way to those who want it.
 struct EmittedRecord {
     const std::string& channel;
     severity level;
     unsigned indent;
     const std::string& text;
+    /// In UTC, as "2024-06-01T12:00:00.000000Z".
+    std::string time;
+    std::string thread;
 };
 
-using RecordConsumer = std::function<void(const EmittedRecord&)>;
+class RecordConsumer {
+public:
+    virtual void consume(const EmittedRecord& record) = 0;
+
+protected:
+    ~RecordConsumer() = default;
+};
 
 /// The channels, and who wants which of their records. Records travel through Boost.Log's core, so that a
-/// host that uses Boost.Log has its own sinks see them as well. Threads: any.
+/// host that uses Boost.Log has its own sinks see them as well; this library has one sink there, which serves
+/// all who want some. It joins at the first one and stays. Threads: any.
 class Core {
 public:
     /// Made at the first use, when KX_LOG is read, and never destroyed: destructors of statics still log.
@@ -40,31 +50,31 @@ public:
     /// What goes to standard error; nothing without a selection.
     void setConsole(std::optional<Selection> selection);
 
-    /// Has `consumer` called with each record selected, one at a time, until the returned object goes. The
-    /// consumer must not log.
-    std::shared_ptr<void> addConsumer(Selection selection, RecordConsumer consumer);
+    /// Has `consumer` called with each record selected, one at a time, until it is removed. It must not log.
+    void addConsumer(Selection selection, RecordConsumer& consumer);
+    /// The consumer is not called any more once this has returned.
+    void removeConsumer(RecordConsumer& consumer);
 
     /// Hands a record to whoever wants it.
     static void emit(Channel& channel, severity level, const std::string& text) noexcept;
 
 private:
     struct BoostChannel;
-    class Consumer;
-    struct Console;
+    class SinkBackend;
 
     Core();
     ~Core() = delete;
 
-    void requireConsole() KX_REQUIRES(m_mutex);
+    void deliver(const EmittedRecord& record);
+    void joinBoostCore() KX_REQUIRES(m_mutex);
     void refreshAllThresholds() KX_REQUIRES(m_mutex);
     void refreshThreshold(Channel& channel) KX_REQUIRES(m_mutex);
 
-    // Held while Boost.Log's core is changed, never while a record is on its way.
     foundation::core::Mutex m_mutex;
     std::map<std::string, std::unique_ptr<BoostChannel>, std::less<>> m_channels KX_GUARDED_BY(m_mutex);
-    std::optional<Selection> m_consoleSelection KX_GUARDED_BY(m_mutex);
-    std::unique_ptr<Console> m_console KX_GUARDED_BY(m_mutex);
-    std::map<const Consumer*, Selection> m_consumers KX_GUARDED_BY(m_mutex);
+    std::optional<Selection> m_console KX_GUARDED_BY(m_mutex);
+    std::map<RecordConsumer*, Selection> m_consumers KX_GUARDED_BY(m_mutex);
+    bool m_joined KX_GUARDED_BY(m_mutex) = false;
 };
 
 } // namespace foundation::log::detail

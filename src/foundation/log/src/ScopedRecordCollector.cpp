@@ -9,25 +9,24 @@
 
 namespace foundation::log {
 
-struct ScopedRecordCollector::Impl {
-    void collect(const detail::EmittedRecord& record) {
+struct ScopedRecordCollector::Impl final : detail::RecordConsumer {
+    void consume(const detail::EmittedRecord& record) override {
         const core::MutexLock lock(mutex);
         collected.push_back({record.channel, record.level, record.indent, record.text});
     }
 
-    mutable core::Mutex mutex;
+    core::Mutex mutex;
     std::vector<CollectedRecord> collected KX_GUARDED_BY(mutex);
-    // Last, so that nothing is collected into members that are gone.
-    std::shared_ptr<void> registration;
 };
 
 ScopedRecordCollector::ScopedRecordCollector(severity level, std::vector<std::string> channels)
     : m_impl(std::make_unique<Impl>()) {
-    m_impl->registration = detail::Core::instance().addConsumer(
-        {level, std::move(channels)}, [impl = m_impl.get()](const auto& record) { impl->collect(record); });
+    detail::Core::instance().addConsumer({level, std::move(channels)}, *m_impl);
 }
 
-ScopedRecordCollector::~ScopedRecordCollector() = default;
+ScopedRecordCollector::~ScopedRecordCollector() {
+    detail::Core::instance().removeConsumer(*m_impl);
+}
 
 std::vector<CollectedRecord> ScopedRecordCollector::records() const {
     const core::MutexLock lock(m_impl->mutex);
