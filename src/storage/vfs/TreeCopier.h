@@ -73,10 +73,18 @@ public:
     bool copyFile(const MountedContainer& from, const foundation::storage::provider::StorageIRI& source,
                   const MountedContainer& to, const foundation::storage::provider::StorageIRI& destination);
 
-    /// Copies a file into the folder `destination` under its own name, which must be a safe one.
-    bool copyFileInto(const MountedContainer& from, const foundation::storage::provider::StorageIRI& source,
-                      const MountedContainer& to,
-                      const foundation::storage::provider::StorageIRI& destination);
+    /// Copies a file, or a folder with all below it, into the folder `destination` under `name`, which must
+    /// be a safe one. Returns the number of failures.
+    std::uint64_t copyInto(const MountedContainer& from,
+                           const foundation::storage::provider::StorageIRI& source,
+                           const MountedContainer& to,
+                           const foundation::storage::provider::StorageIRI& destination,
+                           fl::i18n::ustring_view name);
+    /// Writes what `in` still has to exactly `destination`. After a failure the destination holds what it
+    /// held before, also in a container. Errors: those of the two.
+    void copyStream(foundation::storage::provider::ByteStream& in, const MountedContainer& to,
+                    const foundation::storage::provider::StorageIRI& destination,
+                    const foundation::storage::provider::ByteStreamOpenOptions& options);
     /// Copies a folder and all below it so that its entries stand in the folder `destination`, which is made
     /// where it is missing; existing folders are merged into. A destination inside the source is refused.
     /// Returns the number of failures.
@@ -88,6 +96,10 @@ public:
 private:
     void copyBytes(const MountedContainer& from, const foundation::storage::provider::StorageIRI& source,
                    const MountedContainer& to, const foundation::storage::provider::StorageIRI& destination);
+    void write(foundation::storage::provider::ByteStream& in, const MountedContainer& to,
+               const foundation::storage::provider::StorageIRI& destination,
+               const foundation::storage::provider::ByteStreamOpenOptions& options,
+               const foundation::storage::provider::StorageIRI& source, std::uint64_t size);
     void pump(foundation::storage::provider::ByteStream& in, foundation::storage::provider::ByteStream& out,
               const foundation::storage::provider::StorageIRI& source, std::uint64_t size);
     bool makeFolder(const foundation::storage::provider::StorageIRI& source, const MountedContainer& to,

@@ -18,7 +18,7 @@ std::optional<std::string> SafeTarget::objection(const StorageIRI& source,
                                                  const StorageIRI& destination) const {
     if (!m_guarded)
         return std::nullopt;
-    const auto name = source.getName();
+    const auto name = destination.getName();
     if (name == u"." || name == u"..")
         return "its name would lead out of the target folder";
     if (name.find(u'\0') != fl::i18n::ustring::npos)

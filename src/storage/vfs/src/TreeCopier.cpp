@@ -56,14 +56,23 @@ bool TreeCopier::copyFile(const MountedContainer& from, const StorageIRI& source
     }
 }
 
-bool TreeCopier::copyFileInto(const MountedContainer& from, const StorageIRI& source,
-                              const MountedContainer& to, const StorageIRI& destination) {
-    const auto place = destination.child(source.getName());
+std::uint64_t TreeCopier::copyInto(const MountedContainer& from, const StorageIRI& source,
+                                   const MountedContainer& to, const StorageIRI& destination,
+                                   fl::i18n::ustring_view name) {
+    const auto place = destination.child(name);
     if (const auto objection = SafeTarget(from, to).objection(source, place)) {
         refuse(source, place, *objection);
-        return false;
+        return 1;
     }
-    return copyFile(from, source, to, place);
+    if (from.provider->isFolder(source))
+        return copyFolder(from, source, to, place);
+    return copyFile(from, source, to, place) ? 0 : 1;
+}
+
+void TreeCopier::copyStream(ByteStream& in, const MountedContainer& to, const StorageIRI& destination,
+                            const ByteStreamOpenOptions& options) {
+    write(in, to, destination, options, destination, 0);
+    ++m_files;
 }
 
 void TreeCopier::copyBytes(const MountedContainer& from, const StorageIRI& source, const MountedContainer& to,
@@ -71,25 +80,30 @@ void TreeCopier::copyBytes(const MountedContainer& from, const StorageIRI& sourc
     // The source first: when it cannot be read, the destination must not be touched.
     const auto attributes = from.provider->getFileAttributes(source);
     const auto in = from.provider->openReadStream(source);
+    write(*in, to, destination, ByteStreamOpenOptions::overwrite(), source, attributes.getSize().value_or(0));
+    in->close();
+    if (m_options.keepTimes && to.provider->hasFeature(Feature::SetLastModified) &&
+        !attributes.getLastModified().is_special())
+        to.provider->setLastModified(destination, attributes.getLastModified());
+}
+
+void TreeCopier::write(ByteStream& in, const MountedContainer& to, const StorageIRI& destination,
+                       const ByteStreamOpenOptions& options, const StorageIRI& source, std::uint64_t size) {
     // A container's provider writes what a stream got so far, also when it is not closed; so bytes that
-    // replace others are collected first, and a new file that is not complete is removed.
-    const bool keepsNothing = !to.container.empty();
-    const bool replaces = to.provider->isFile(destination);
-    auto out = keepsNothing && replaces
-                   ? to.provider->openTransactionalStream(destination, ByteStreamOpenOptions::overwrite())
-                   : to.provider->openStream(destination, ByteStreamOpenOptions::overwrite());
+    // change others are collected first, and a new file that is not complete is removed.
+    const bool keepsUnclosed = !to.container.empty();
+    const bool exists = keepsUnclosed && to.provider->isFile(destination);
+    auto out = exists ? to.provider->openTransactionalStream(destination, options)
+                      : to.provider->openStream(destination, options);
     try {
-        pump(*in, *out, source, attributes.getSize().value_or(0));
+        pump(in, *out, source, size);
     } catch (...) {
         out.reset();
-        if (keepsNothing && !replaces)
+        if (keepsUnclosed && !exists)
             to.provider->removeFile(destination);
         throw;
     }
     out->close();
-    if (m_options.keepTimes && to.provider->hasFeature(Feature::SetLastModified) &&
-        !attributes.getLastModified().is_special())
-        to.provider->setLastModified(destination, attributes.getLastModified());
 }
 
 void TreeCopier::pump(ByteStream& in, ByteStream& out, const StorageIRI& source, std::uint64_t size) {

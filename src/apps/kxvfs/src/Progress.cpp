@@ -1,0 +1,82 @@
+#include <apps/kxvfs/src/Progress.h>
+
+#include <apps/kxvfs/src/Printable.h>
+#include <apps/kxvfs/src/Terminal.h>
+
+#include <fl/i18n/utf8.h>
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cstdio>
+
+namespace apps::kxvfs {
+
+using namespace std::chrono_literals;
+
+namespace {
+
+constexpr auto patience = 500ms;
+constexpr auto interval = 100ms;
+constexpr std::size_t barWidth = 20;
+
+bool lineShown = false;
+
+/// The end of a name that fits into `width` columns.
+std::string tail(const std::string& name, std::size_t width) {
+    auto wide = fl::i18n::fromUtf8(name);
+    if (wide.size() <= width)
+        return name;
+    return "…" + fl::i18n::toUtf8(fl::i18n::ustring_view(wide).substr(wide.size() - width + 1));
+}
+
+std::string bar(std::uint64_t done, std::uint64_t size) {
+    const auto share = size == 0 ? 1.0 : std::min(1.0, static_cast<double>(done) / static_cast<double>(size));
+    const auto filled = static_cast<std::size_t>(share * static_cast<double>(barWidth));
+    return fmt::format("[{}{}] {:3.0f}%", std::string(filled, '#'), std::string(barWidth - filled, '.'),
+                       share * 100);
+}
+
+} // namespace
+
+void ProgressLine::show(std::string_view text) {
+    static const bool terminal = errorIsTerminal();
+    if (!terminal)
+        return;
+    fmt::print(stderr, "\r\x1b[K{}", text);
+    std::fflush(stderr);
+    lineShown = true;
+}
+
+void ProgressLine::clear() {
+    if (!lineShown)
+        return;
+    fmt::print(stderr, "\r\x1b[K");
+    std::fflush(stderr);
+    lineShown = false;
+}
+
+CopyProgressBar::CopyProgressBar(bool wanted)
+    : m_wanted(wanted && errorIsTerminal()), m_next(Clock::now() + patience) {}
+
+CopyProgressBar::~CopyProgressBar() {
+    finish();
+}
+
+void CopyProgressBar::finish() {
+    ProgressLine::clear();
+}
+
+void CopyProgressBar::update(const storage::vfs::CopyProgress& progress) {
+    if (!m_wanted)
+        return;
+    const auto time = Clock::now();
+    if (time < m_next)
+        return;
+    m_next = time + interval;
+    const auto numbers = fmt::format(" {}  {} files, {}", bar(progress.fileBytes, progress.fileSize),
+                                     progress.files, humanSize(progress.bytes));
+    const auto room = terminalWidth() > numbers.size() + 2 ? terminalWidth() - numbers.size() - 1 : 1;
+    ProgressLine::show(tail(escaped(fl::i18n::toUtf8(progress.source.getName())), room) + numbers);
+}
+
+} // namespace apps::kxvfs
