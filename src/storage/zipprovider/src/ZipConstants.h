@@ -32,6 +32,12 @@ inline constexpr std::size_t localHeaderSize = 30;
 inline constexpr std::uint64_t zip64FieldId = 0x0001;
 inline constexpr std::uint64_t zip64Limit = 0xFFFFFFFF;
 
+/// What this system's writer puts into "version made by" and "version needed to extract".
+inline constexpr std::uint32_t writerMadeBy = 0;
+inline constexpr std::uint32_t writerNeeded = 20;
+
+/// Bytes moved at a time when an entry is copied as it is stored.
+inline constexpr int storedCopyBufferSize = 65536;
 /// Bytes moved at a time when an entry is copied.
 inline constexpr int entryCopyBufferSize = 8192;
 /// Bytes moved at a time between a working file or a temporary archive and a stream.

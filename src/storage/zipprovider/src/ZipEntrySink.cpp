@@ -21,25 +21,29 @@ fl::i18n::ustring zipEntryName(const ZipEntryPath& path, ZipEntryType type) {
     return name;
 }
 
-ZipEntrySink::ZipEntrySink(MiniZipWriteHandle& handle, const EntryDescription& description)
-    : m_handle(&handle), m_description(description) {
+void openZipEntry(MiniZipWriteHandle& handle, const EntryDescription& description, EntryData data) {
     zip_fileinfo info{};
     info.tmz_date = toLocalDosTime(description.lastModified);
     const auto name = encodeEntryName(zipEntryName(description.path, description.type));
     // minizip takes the name as a C string, and the headers have 16 bits for its length: it would store
     // another name than it was told to.
     const bool storable = name.find('\0') == std::string::npos && name.size() <= maximalNameSize;
-    constexpr int noRaw = 0;
+    const int raw = data == EntryData::AlreadyDeflated ? 1 : 0;
     constexpr int windowBits = -MAX_WBITS;
     constexpr int memoryLevel = 8;
     constexpr int noZip64 = 0;
     if (!storable ||
-        zipOpenNewFileInZip3_64(m_handle->get(), name.c_str(), &info, nullptr, 0, nullptr, 0, nullptr,
-                                Z_DEFLATED, Z_DEFAULT_COMPRESSION, noRaw, windowBits, memoryLevel,
+        zipOpenNewFileInZip3_64(handle.get(), name.c_str(), &info, nullptr, 0, nullptr, 0, nullptr,
+                                Z_DEFLATED, Z_DEFAULT_COMPRESSION, raw, windowBits, memoryLevel,
                                 Z_DEFAULT_STRATEGY, nullptr, 0, noZip64) != ZIP_OK) {
         foundation::core::except::throwInternal(
             MiniZipException(u"ZipEntrySink: Problem opening zip file for writing"));
     }
+}
+
+ZipEntrySink::ZipEntrySink(MiniZipWriteHandle& handle, const EntryDescription& description)
+    : m_handle(&handle), m_description(description) {
+    openZipEntry(handle, description, EntryData::ToDeflate);
 }
 
 std::int64_t ZipEntrySink::write(const char* data, std::int64_t count) {

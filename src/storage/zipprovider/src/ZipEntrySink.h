@@ -25,6 +25,18 @@ struct EntryDescription {
 /// The name under which an entry of that path and type is stored: a folder's name ends in "/".
 fl::i18n::ustring zipEntryName(const ZipEntryPath& path, ZipEntryType type);
 
+/// What the bytes written into an entry are.
+enum class EntryData {
+    /// The contents; minizip deflates them and keeps their checksum and size.
+    ToDeflate,
+    /// Contents deflated before; whoever writes them closes the entry with checksum and size.
+    AlreadyDeflated,
+};
+
+/// Opens the next entry of the archive being written; minizip finishes the one before.
+/// Errors: MiniZipException, also for a name that holds a NUL or is longer than 65535 bytes.
+void openZipEntry(MiniZipWriteHandle& handle, const EntryDescription& description, EntryData data);
+
 /// One entry of an archive being written, deflated. Also a Boost.Iostreams output device; copies write to the
 /// same entry. minizip finishes the entry when the next one is opened or the archive is closed, so the sink
 /// is used, and a stream over it closed, before the next sink is made on the handle. Threads: as the
@@ -35,7 +47,7 @@ public:
     using category = boost::iostreams::sink_tag;
 
     /// Opens the entry. `handle` must outlive the sink and its copies.
-    /// Errors: MiniZipException, also for a name that holds a NUL or is longer than 65535 bytes.
+    /// Errors: those of openZipEntry.
     ZipEntrySink(MiniZipWriteHandle& handle, const EntryDescription& description);
 
     std::int64_t write(const char* data, std::int64_t count) override;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "EntryLocator.h"
 #include "EntryName.h"
 #include "IEntrySource.h"
 #include "MiniZipReadHandle.h"
@@ -43,7 +44,7 @@ public:
 
 private:
     void doOpen(const std::string& name, std::optional<unz64_file_pos> position) {
-        if (!(position && goTo(*position, name)) && !locate(name)) {
+        if (!goToEntry(m_handle->get(), name, position)) {
             foundation::core::except::throwInternal(
                 MiniZipException(u"Error while calling unzLocateFile in MiniZipEntrySerializer::doOpen"));
         }
@@ -51,29 +52,6 @@ private:
             foundation::core::except::throwInternal(MiniZipException(
                 u"Error while calling unzOpenCurrentFile in MiniZipEntrySerializer::doOpen"));
         }
-    }
-
-    bool goTo(unz64_file_pos position, const std::string& name) {
-        unz_file_info64 info{};
-        if (m_handle->get() == nullptr || unzGoToFilePos64(m_handle->get(), &position) != UNZ_OK ||
-            unzGetCurrentFileInfo64(m_handle->get(), &info, nullptr, 0, nullptr, 0, nullptr, 0) != UNZ_OK ||
-            info.size_filename != name.size()) {
-            return false;
-        }
-        std::string found(name.size(), '\0');
-        return unzGetCurrentFileInfo64(m_handle->get(), &info, found.data(), static_cast<uLong>(found.size()),
-                                       nullptr, 0, nullptr, 0) == UNZ_OK &&
-               found == name;
-    }
-
-    bool locate(const std::string& name) {
-        // minizip takes the name as a C string: it would find the entry whose name ends before a NUL.
-        if (name.find('\0') != std::string::npos) {
-            return false;
-        }
-        // It refuses to look while it stands at no entry, as after a place that does not exist.
-        unzGoToFirstFile(m_handle->get());
-        return unzLocateFile(m_handle->get(), name.c_str(), caseSensitive) == UNZ_OK;
     }
 
     bool openData() {
@@ -117,8 +95,6 @@ private:
         }
         return got;
     }
-
-    static constexpr int caseSensitive = 1;
 
     std::shared_ptr<ReadHandle> m_handle;
     /// Reads an entry for which minizip does not know the 64-bit fields; null for all others.

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "MiniZipException.h"
+#include "StoredEntryCopy.h"
 #include "ZipConstants.h"
 
 #include <fl/filesystem/operations.h>
@@ -120,12 +121,14 @@ void ZipState<StorageItem, ByteStreamDevice>::writeCarriedOverEntries(
     const std::shared_ptr<ReadHandle>& archive, MiniZipWriteHandle& target) const {
     for (const auto& [path, entry] : m_carriedOver) {
         try {
-            EntrySource source(archive, entry.stored);
             // An entry that stays where it is keeps the kind of name it has; all that the system names is
             // relative.
             const auto name = entry.moved ? Path(path.toString(false)) : Path(entry.stored.name);
-            const ZipEntrySink sink(target, {entry.type, name, entry.size, entry.lastModified, entry.index});
-            detail::copyEntry(source, sink, entry.size);
+            const EntryDescription description{entry.type, name, entry.size, entry.lastModified, entry.index};
+            if (!copyStoredEntry(archive->get(), entry.stored, target, description)) {
+                EntrySource source(archive, entry.stored);
+                detail::copyEntry(source, ZipEntrySink(target, description), entry.size);
+            }
         } catch (const MiniZipException& failure) {
             detail::throwMiniZip(u"cannot rebuild " + containerText() + u": its entry " + path.toString() +
                                  u" cannot be carried over: " + fl::i18n::fromUtf8(failure.what()));
