@@ -143,8 +143,10 @@ TEST(FileSystem, RemoveAllTakesWholeTreesButNotWhatLinksLeadTo) {
 }
 
 TEST(FileSystem, RemoveAllReportsWhatItCannotRemove) {
-    EXPECT_EQ("cannot remove /proc/self/status: Operation not permitted",
-              failureText([] { fs::remove_all("/proc/self/status"); }));
+    // The cause depends on whether the user may write to the folder.
+    EXPECT_TRUE(failureText([] {
+                    fs::remove_all("/proc/self/status");
+                }).starts_with("cannot remove /proc/self/status: "));
 }
 
 TEST(PathForms, NativeFormIsUtf8) {

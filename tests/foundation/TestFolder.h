@@ -5,6 +5,7 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <system_error>
 
 #include <stdlib.h>
 
@@ -12,7 +13,9 @@
 class TestFolder {
 public:
     TestFolder() {
-        std::string name = (std::filesystem::temp_directory_path() / "kx-test-XXXXXX").string();
+        std::error_code error;
+        const std::filesystem::path temporary = std::filesystem::temp_directory_path(error);
+        std::string name = ((error ? "/tmp" : temporary) / "kx-test-XXXXXX").string();
         if (::mkdtemp(name.data()) == nullptr) {
             throw std::runtime_error("cannot create a folder like " + name);
         }
