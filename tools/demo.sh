@@ -122,6 +122,7 @@ rearrange() {
 nest() {
   title "An archive inside the archive"
   show kxvfs create inner.zip
+  show kxvfs mkdir inner.zip/deep
   printf 'deep inside\n' | show kxvfs write inner.zip/deep/note.txt
   show kxvfs cp inner.zip plans.zip/archive/
   printf 'changed in place\n' | show kxvfs write --append plans.zip/archive/inner.zip/deep/note.txt

@@ -27,6 +27,11 @@ inline constexpr std::size_t centralHeaderSize = 46;
 ///     0 signature    8 method         26 name length    28 extra length
 inline constexpr std::uint32_t localHeaderSignature = 0x04034b50;
 inline constexpr std::size_t localHeaderSize = 30;
+/// End-of-central-directory record, without its comment:
+///
+///     0 signature    4 disk numbers, counts of entries, size and offset of the directory    20 comment length
+inline constexpr std::uint32_t endRecordSignature = 0x06054b50;
+inline constexpr std::size_t endRecordSize = 22;
 /// Block of an extra field that holds, in this order and 8 bytes each, uncompressed size, compressed size and
 /// offset of the local header, those of them that are all ones in the header.
 inline constexpr std::uint64_t zip64FieldId = 0x0001;

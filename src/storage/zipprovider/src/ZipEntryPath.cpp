@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <ostream>
+#include <utility>
 
 namespace storage::zipprovider {
 
@@ -19,7 +20,7 @@ constexpr char16_t separator = u'/';
 /// building either text.
 class TextCursor {
 public:
-    TextCursor(const std::vector<ustring>& components, bool absolute)
+    TextCursor(std::span<const ustring> components, bool absolute)
         : m_components(components), m_separatorDue(absolute) {}
 
     bool atEnd() const { return !m_separatorDue && m_component == m_components.size(); }
@@ -40,60 +41,71 @@ public:
     }
 
 private:
-    const std::vector<ustring>& m_components;
+    const std::span<const ustring> m_components;
     std::size_t m_component = 0;
     std::size_t m_unit = 0;
     bool m_separatorDue;
 };
 
-ustring join(const std::vector<ustring>& components, std::size_t count, bool leadingSlash) {
+ustring join(std::span<const ustring> components, bool leadingSlash) {
     ustring text;
     std::size_t length = leadingSlash ? 1 : 0;
-    for (std::size_t i = 0; i < count; ++i) {
-        length += components[i].size() + 1;
+    for (const auto& component : components) {
+        length += component.size() + 1;
     }
     text.reserve(length);
     if (leadingSlash) {
         text += separator;
     }
-    for (std::size_t i = 0; i < count; ++i) {
-        if (i != 0) {
+    for (const auto& component : components) {
+        if (&component != &components.front()) {
             text += separator;
         }
-        text += components[i];
+        text += component;
     }
     return text;
 }
 
-} // namespace
-
-ZipEntryPath::ZipEntryPath(ustring text) : m_absolute(!text.empty() && text.front() == separator) {
-    const ustring_view view = text;
-    for (std::size_t begin = 0; begin < view.size();) {
-        const auto end = std::min(view.find(separator, begin), view.size());
+std::vector<ustring> split(ustring_view text) {
+    std::vector<ustring> components;
+    for (std::size_t begin = 0; begin < text.size();) {
+        const auto end = std::min(text.find(separator, begin), text.size());
         if (end != begin) {
-            m_components.emplace_back(view.substr(begin, end - begin));
+            components.emplace_back(text.substr(begin, end - begin));
         }
         begin = end + 1;
     }
+    return components;
 }
 
+} // namespace
+
+ZipEntryPath::ZipEntryPath(bool absolute, Components components)
+    : m_absolute(absolute), m_count(components.size()),
+      m_components(components.empty() ? nullptr : std::make_shared<const Components>(std::move(components))) {
+}
+
+ZipEntryPath::ZipEntryPath(ustring text)
+    : ZipEntryPath(!text.empty() && text.front() == separator, split(text)) {}
+
 ustring ZipEntryPath::toString(bool leadingSlash) const {
-    return join(m_components, m_components.size(), leadingSlash);
+    return join(components(), leadingSlash);
 }
 
 ustring ZipEntryPath::parentPath() const {
-    return join(m_components, m_components.empty() ? 0 : m_components.size() - 1, m_absolute);
+    return join(components().first(m_count == 0 ? 0 : m_count - 1), m_absolute);
 }
 
 ustring ZipEntryPath::fileName() const {
-    return m_components.empty() ? ustring() : m_components.back();
+    return m_count == 0 ? ustring() : components().back();
 }
 
 ZipEntryPath ZipEntryPath::child(ustring_view component) const {
-    ZipEntryPath result = *this;
-    result.m_components.emplace_back(component);
-    return result;
+    Components result;
+    result.reserve(m_count + 1);
+    result.assign(components().begin(), components().end());
+    result.emplace_back(component);
+    return {m_absolute, std::move(result)};
 }
 
 ZipEntryPath ZipEntryPath::asAbsolute() const {
@@ -102,21 +114,38 @@ ZipEntryPath ZipEntryPath::asAbsolute() const {
     return result;
 }
 
-bool ZipEntryPath::isAbove(const ZipEntryPath& other) const {
-    return m_absolute == other.m_absolute && m_components.size() < other.m_components.size() &&
-           std::equal(m_components.begin(), m_components.end(), other.m_components.begin());
-}
-
-ZipEntryPath ZipEntryPath::rebased(const ZipEntryPath& from, const ZipEntryPath& to) const {
-    ZipEntryPath result = to;
-    const auto kept = static_cast<std::ptrdiff_t>(from.m_components.size());
-    result.m_components.insert(result.m_components.end(), m_components.begin() + kept, m_components.end());
+ZipEntryPath ZipEntryPath::prefix(std::size_t count) const {
+    ZipEntryPath result = *this;
+    result.m_count = count;
     return result;
 }
 
+bool ZipEntryPath::isAbove(const ZipEntryPath& other) const {
+    return m_count < other.m_count && *this == other.prefix(m_count);
+}
+
+ZipEntryPath ZipEntryPath::rebased(const ZipEntryPath& from, const ZipEntryPath& to) const {
+    const auto kept = components().subspan(from.m_count);
+    Components result;
+    result.reserve(to.m_count + kept.size());
+    result.assign(to.components().begin(), to.components().end());
+    result.insert(result.end(), kept.begin(), kept.end());
+    return {to.m_absolute, std::move(result)};
+}
+
+bool operator==(const ZipEntryPath& a, const ZipEntryPath& b) {
+    return a.m_absolute == b.m_absolute && a.m_count == b.m_count &&
+           (a.m_components == b.m_components ||
+            std::equal(a.components().begin(), a.components().end(), b.components().begin()));
+}
+
 bool operator<(const ZipEntryPath& a, const ZipEntryPath& b) {
-    TextCursor left(a.m_components, a.m_absolute);
-    TextCursor right(b.m_components, b.m_absolute);
+    if (a.m_absolute == b.m_absolute && a.m_components == b.m_components) {
+        // One is a prefix of the other.
+        return a.m_count < b.m_count;
+    }
+    TextCursor left(a.components(), a.m_absolute);
+    TextCursor right(b.components(), b.m_absolute);
     while (!left.atEnd() && !right.atEnd()) {
         const char16_t l = left.next();
         const char16_t r = right.next();

@@ -78,8 +78,6 @@ private:
     /// One writable stream that is open, for as long as it is.
     struct OpenWriter {
         typename State::Registration registration;
-        /// Where the entry is by this time; a move changes it.
-        ZipEntryPath path;
         /// Whether the entry was removed or replaced: what the stream writes goes nowhere.
         bool detached = false;
     };
@@ -105,6 +103,7 @@ private:
 
     void modifiedFileWasClosed(typename OpenWriters::iterator writer) const KX_EXCLUDES(m_mutex);
     void modifiedFileWasAbandoned(typename OpenWriters::iterator writer) const KX_EXCLUDES(m_mutex);
+    bool revoke(const OpenWriter& writer) const KX_REQUIRES(m_mutex);
 
     std::shared_ptr<FolderContents> requireFolder(const ZipEntryPath& folder) const KX_REQUIRES(m_mutex);
     std::shared_ptr<FolderContents> requireParentForNewEntry(const ZipEntryPath& path) const

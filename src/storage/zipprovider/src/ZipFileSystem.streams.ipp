@@ -79,13 +79,13 @@ auto ZipFileSystem<StorageItem, ByteStreamDevice>::checkOutEntry(const ZipEntryP
         foundation::core::except::throwInternal(WorkingEntryOpenException(path.toString()));
     }
     const auto [entry, entryDidNotExist] = setAndGetWritableWFE(path, options);
-    m_openWriters.push_front({m_state.registerModifiedEntry(path, entry, entryDidNotExist), path});
+    m_openWriters.push_front({m_state.registerModifiedEntry(path, entry, entryDidNotExist)});
     const auto writer = m_openWriters.begin();
     std::unique_ptr<ByteStream> stream;
     try {
         stream = makeByteStream(entry, options, this->shared_from_this(), writer);
     } catch (...) {
-        m_state.revoke(writer->registration);
+        revoke(*writer);
         m_openWriters.erase(writer);
         throw;
     }
@@ -176,17 +176,11 @@ void ZipFileSystem<StorageItem, ByteStreamDevice>::modifiedFileWasClosed(
     const foundation::core::MutexLock lock(m_mutex);
     OpenWriters closed;
     closed.splice(closed.begin(), m_openWriters, writer);
-    if (!writer->detached && !m_state.modifiedEntry(writer->path)) {
-        // An explicit flush has written the entry while this stream was open; what came later is still to be
-        // written.
-        const auto parent = m_state.findFolder(ZipEntryPath(writer->path.parentPath()));
-        if (parent) {
-            m_state.registerModifiedEntry(writer->path, writer->registration.entry,
-                                          !parent->findFile(writer->path.fileName()));
-        }
-    }
     KX_LOG_DEBUG(m_logger) << "About to decrement modifiedInUse and set state changed";
     m_flushingPolicy.decrementModifiedInUse();
+    if (!writer->detached) {
+        m_state.settle(writer->registration);
+    }
     m_flushingPolicy.setStateChanged();
 }
 
@@ -197,13 +191,20 @@ void ZipFileSystem<StorageItem, ByteStreamDevice>::modifiedFileWasAbandoned(
     const foundation::core::MutexLock lock(m_mutex);
     OpenWriters abandoned;
     abandoned.splice(abandoned.begin(), m_openWriters, writer);
-    const bool revoked = !writer->detached && m_state.revoke(writer->registration);
-    KX_LOG_DEBUG(m_logger) << "Is the entry as it was before the stream? " << revoked;
-    if (revoked) {
-        m_workingFiles.erase(writer->path);
-    }
     m_flushingPolicy.decrementModifiedInUse();
+    const bool revoked = revoke(*writer);
+    KX_LOG_DEBUG(m_logger) << "Is the entry as it was before the stream? " << revoked;
     m_flushingPolicy.setStateChanged();
+}
+
+/// Streams that are open on the entry for reading go on with the working file; others get a new one.
+template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
+bool ZipFileSystem<StorageItem, ByteStreamDevice>::revoke(const OpenWriter& writer) const {
+    if (writer.detached || !m_state.revoke(writer.registration)) {
+        return false;
+    }
+    m_workingFiles.erase(writer.registration.path);
+    return true;
 }
 
 template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>

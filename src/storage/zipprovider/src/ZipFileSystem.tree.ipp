@@ -191,7 +191,7 @@ template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
 void ZipFileSystem<StorageItem, ByteStreamDevice>::detachStreams(const ZipEntryPath& path) const {
     m_workingFiles.erase(path);
     for (auto& writer : m_openWriters) {
-        if (writer.path == path) {
+        if (writer.registration.path == path) {
             writer.detached = true;
         }
     }
@@ -200,10 +200,13 @@ void ZipFileSystem<StorageItem, ByteStreamDevice>::detachStreams(const ZipEntryP
 template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
 void ZipFileSystem<StorageItem, ByteStreamDevice>::moveStreams(const ZipEntryPath& from,
                                                                const ZipEntryPath& to) const {
+    // What is gone may have left its slot behind.
+    std::erase_if(m_workingFiles, [](const auto& slot) { return slot.second.expired(); });
     detail::rekeySubtree(m_workingFiles, from, to, [](auto&) {});
     for (auto& writer : m_openWriters) {
-        if (!writer.detached && (writer.path == from || from.isAbove(writer.path))) {
-            writer.path = writer.path.rebased(from, to);
+        auto& path = writer.registration.path;
+        if (!writer.detached && (path == from || from.isAbove(path))) {
+            path = path.rebased(from, to);
         }
     }
 }

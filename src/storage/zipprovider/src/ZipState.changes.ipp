@@ -38,48 +38,83 @@ auto ZipState<StorageItem, ByteStreamDevice>::registerModifiedEntry(
     const Path& path, const std::shared_ptr<WorkingFileEntry>& entry, bool entryDidNotExist) const
     -> Registration {
     const auto size = entry->getCachedFileSize();
+    const auto time = entry->getCachedFileLastModified();
     const auto parent = parentOf(path);
-    Registration registration{path,           entry, std::nullopt, parent->findFile(path.fileName()),
-                              m_stateChanged, 0};
-    ++m_modified.try_emplace(path, ModifiedEntry{entry}).first->second.registrations;
-    if (auto node = m_carriedOver.extract(path)) {
-        registration.carriedOver = std::move(node.mapped());
-    }
+    const auto shown = parent->findFile(path.fileName());
     if (entryDidNotExist) {
-        parent->add(std::make_shared<FolderEntry>(
-            FolderEntry{ZipEntryType::File, path, size, entry->getCachedFileLastModified()}));
+        parent->add(std::make_shared<FolderEntry>(FolderEntry{ZipEntryType::File, path, size, time}));
     }
     markEntryChanged(path, size);
-    registration.change = m_changes;
-    return registration;
+
+    auto& record = m_modified.try_emplace(path).first->second;
+    if (!record.entry) {
+        record.entry = entry;
+        record.id = ++m_records;
+        record.shown = shown;
+        if (auto node = m_carriedOver.extract(path)) {
+            record.original = std::move(node.mapped());
+        }
+    }
+    ++record.unsettled;
+    return {path, entry, record.id};
+}
+
+template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
+void ZipState<StorageItem, ByteStreamDevice>::settle(const Registration& registration) const {
+    if (!m_modified.contains(registration.path)) {
+        // A flush has written the entry while the stream was open; what came later is still to be written.
+        const auto parent = parentOf(registration.path);
+        if (!parent) {
+            return;
+        }
+        registerModifiedEntry(registration.path, registration.entry,
+                              !parent->findFile(registration.path.fileName()));
+    }
+    auto& record = m_modified.find(registration.path)->second;
+    record.entry = registration.entry;
+    record.settled = true;
 }
 
 template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
 bool ZipState<StorageItem, ByteStreamDevice>::revoke(const Registration& registration) const {
-    const auto modified = m_modified.find(registration.path);
-    const bool wasOriginal = registration.carriedOver.has_value();
-    const bool wasMissing = registration.shown == nullptr;
-    if (!(wasOriginal || wasMissing) || modified == m_modified.end() ||
-        modified->second.entry != registration.entry || modified->second.registrations != 1) {
+    const auto place = m_modified.find(registration.path);
+    if (place == m_modified.end() || place->second.id != registration.record) {
         return false;
     }
-    m_modified.erase(modified);
+    auto& record = place->second;
+    --record.unsettled;
+    if (record.settled || record.unsettled > 0) {
+        return false;
+    }
+    const auto undone = std::move(record);
+    m_modified.erase(place);
     const auto parent = parentOf(registration.path);
-    if (wasOriginal) {
-        m_carriedOver.insert_or_assign(registration.path, *registration.carriedOver);
-        parent->replace(registration.shown);
+    if (undone.shown) {
+        parent->replace(undone.shown);
     } else {
         parent->remove(registration.path.fileName());
     }
-    if (registration.change == m_changes) {
-        m_stateChanged = registration.stateWasChanged;
+    if (undone.original) {
+        m_carriedOver.insert_or_assign(registration.path, *undone.original);
     }
+    m_stateChanged = m_treeChanged || !m_modified.empty();
     return true;
 }
 
 template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
+void ZipState<StorageItem, ByteStreamDevice>::ModifiedEntry::follow(const Path& from, const Path& to) {
+    if (original) {
+        original->moved = true;
+    }
+    if (shown) {
+        shown = std::make_shared<FolderEntry>(
+            FolderEntry{shown->type, shown->path.rebased(from, to), shown->size, shown->lastModified});
+    }
+}
+
+template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
 void ZipState<StorageItem, ByteStreamDevice>::markEntryChanged(const Path& path, std::uint64_t size) const {
-    noteChange();
+    m_stateChanged = true;
     auto& parent = ensureFolder(Path(path.parentPath()), m_archiveLastModified);
     if (const auto entry = parent.findFile(path.fileName())) {
         replaceEntry(parent, *entry, size, entry->lastModified);
@@ -88,7 +123,7 @@ void ZipState<StorageItem, ByteStreamDevice>::markEntryChanged(const Path& path,
 
 template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
 void ZipState<StorageItem, ByteStreamDevice>::markEntryChanged(const Path& path, const Time& time) const {
-    noteChange();
+    m_stateChanged = m_treeChanged = true;
     touchFolder(Path(path.parentPath()), time);
 }
 
@@ -128,6 +163,7 @@ void ZipState<StorageItem, ByteStreamDevice>::moveFile(const Path& from, const P
     }
     if (auto node = m_modified.extract(from)) {
         node.key() = to;
+        node.mapped().follow(from, to);
         m_modified.insert(std::move(node));
     }
     const auto entry = parentOf(from)->remove(from.fileName());
@@ -148,7 +184,7 @@ void ZipState<StorageItem, ByteStreamDevice>::moveFolder(const Path& from, const
         std::make_shared<FolderEntry>(FolderEntry{ZipEntryType::Folder, to, 0, entry->lastModified}));
     moveIndexBelow(from, to);
     detail::rekeySubtree(m_carriedOver, from, to, [](CarriedOverEntry& moved) { moved.moved = true; });
-    detail::rekeySubtree(m_modified, from, to, [](auto&) {});
+    detail::rekeySubtree(m_modified, from, to, [&](ModifiedEntry& moved) { moved.follow(from, to); });
     detail::rekeySubtree(m_createdFolders, from, to, [](auto&) {});
     markEntryChanged(from, time);
     markEntryChanged(to, time);
@@ -215,12 +251,6 @@ void ZipState<StorageItem, ByteStreamDevice>::forgetFile(const Path& path) const
     if (const auto contents = findFolder(path); contents && contents->empty()) {
         m_basalState.erase(path);
     }
-}
-
-template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
-void ZipState<StorageItem, ByteStreamDevice>::noteChange() const {
-    m_stateChanged = true;
-    ++m_changes;
 }
 
 } // namespace storage::zipprovider

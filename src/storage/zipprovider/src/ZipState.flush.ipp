@@ -60,6 +60,9 @@ void ZipState<StorageItem, ByteStreamDevice>::doFlush() const {
     const auto superseded = std::exchange(m_keptArchive, std::nullopt);
     try {
         rebuildBasalState();
+        if (!m_unread.empty()) {
+            detail::throwMiniZip(u"cannot read " + containerText() + u" after it was rebuilt: " + m_unread);
+        }
     } catch (...) {
         continueFrom(target);
         removeQuietly(superseded);
@@ -205,11 +208,13 @@ void ZipState<StorageItem, ByteStreamDevice>::continueFrom(TemporaryArchive& arc
         const EntryInfos infos(
             std::make_shared<ReadHandle>(std::make_unique<LocalArchiveStream>(archive.path())));
         install(infos, findFolder(Path(u"/"))->ownEntry()->lastModified);
+        m_unread.clear();
     } catch (const std::exception& error) {
         KX_LOG(m_logger) << "Could not read the kept archive: " << error.what();
         return;
     }
-    m_stateChanged = true;
+    // The container still lacks what the kept archive has.
+    m_stateChanged = m_treeChanged = true;
     removeQuietly(std::exchange(m_keptArchive, archive.path()));
     try {
         m_stamp = ContainerStamp::of(m_container.getFileAttributes());

@@ -86,24 +86,24 @@ public:
 
     // --- changes
 
-    /// Undoes the registration of a modified entry as long as nothing else has happened to the entry.
+    /// One opening of an entry for writing. Whoever moves the entry while it is open corrects the path.
     struct Registration {
         ZipEntryPath path;
         std::shared_ptr<WorkingFileEntry> entry;
-        std::optional<CarriedOverEntry> carriedOver;
-        /// What the index showed under the path before, null for nothing.
-        std::shared_ptr<FolderEntry> shown;
-        bool stateWasChanged;
-        std::uint64_t change;
+        /// Of the change record, which a flush ends.
+        std::uint64_t record;
     };
 
-    /// Records that the entry at `path` is written through `entry` from here on.
+    /// Records that the entry at `path` is written through `entry` from here on. settle() or revoke() has to
+    /// follow. Errors: those of the working file; nothing is recorded then.
     Registration registerModifiedEntry(const ZipEntryPath& path,
                                        const std::shared_ptr<WorkingFileEntry>& entry,
                                        bool entryDidNotExist) const;
-    /// Takes a registration back: the entry is as the archive has it, or gone if it was not there. Returns
-    /// false, with nothing done, when the entry was registered by others before or after it, was moved or was
-    /// removed.
+    /// The stream was closed: what its working file holds is what the next archive gets, also when a flush
+    /// has been in between. Errors: as registerModifiedEntry.
+    void settle(const Registration& registration) const;
+    /// The stream was given up. When no other is open on the entry and none was closed, the entry is again as
+    /// the archive has it, or gone if it was not there; returns whether.
     bool revoke(const Registration& registration) const;
     void markEntryChanged(const ZipEntryPath& path, std::uint64_t size) const;
     void markEntryChanged(const ZipEntryPath& path, const boost::posix_time::ptime& time) const;
@@ -137,13 +137,23 @@ private:
     using Time = boost::posix_time::ptime;
     using CarriedOverEntries = std::map<Path, CarriedOverEntry>;
 
+    /// The change record of an entry that was opened for writing since the last flush.
     struct ModifiedEntry {
         std::shared_ptr<WorkingFileEntry> entry;
-        /// How often the entry was opened for writing since the last flush.
-        int registrations = 0;
+        std::uint64_t id = 0;
+        /// Streams that are open on it, and whether one was closed, so that there is no way back.
+        int unsettled = 0;
+        bool settled = false;
+        /// What was before: the archive's entry, and what the index showed, null for nothing.
+        std::optional<CarriedOverEntry> original;
+        std::shared_ptr<FolderEntry> shown;
+
+        /// Has the way back lead to where the entry was moved.
+        void follow(const Path& from, const Path& to);
     };
 
     // the folder index (ZipState.index.ipp)
+    std::unique_ptr<foundation::storage::provider::ByteStream> openArchiveStream() const;
     std::shared_ptr<ReadHandle> openArchive() const;
     void install(const EntryInfos& infos, const Time& rootTime) const;
     BasalState buildRepresentation(const EntryInfos& infos, const Time& rootTime) const;
@@ -157,7 +167,6 @@ private:
     std::shared_ptr<FolderContents> parentOf(const Path& path) const;
     void touchFolder(const Path& folder, const Time& time) const;
     void forgetFile(const Path& path) const;
-    void noteChange() const;
     void moveIndexBelow(const Path& from, const Path& to) const;
 
     // the flush (ZipState.flush.ipp)
@@ -188,8 +197,10 @@ private:
     /// Folders made since the last flush, written as empty entries.
     mutable std::map<Path, Time> m_createdFolders;
     mutable bool m_stateChanged = false;
-    /// Counts changes, so that a registration knows whether it was the last one.
-    mutable std::uint64_t m_changes = 0;
+    /// Whether one of the changes is another than the opening of an entry, which can be taken back.
+    mutable bool m_treeChanged = false;
+    /// The number of change records made.
+    mutable std::uint64_t m_records = 0;
     /// Nothing when the container could not be asked after a copy into it was interrupted.
     mutable std::optional<ContainerStamp> m_stamp;
     mutable std::optional<std::size_t> m_fingerprint;

@@ -1,10 +1,12 @@
 #pragma once
 
+#include "EmptyArchive.h"
 #include "LocalArchiveStream.h"
 
 #include <fl/i18n/utf8.h>
 #include <foundation/log/log.h>
 
+#include <cstddef>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -54,10 +56,11 @@ void ZipState<StorageItem, ByteStreamDevice>::addToRepresentation(BasalState& st
     };
 
     const auto name = info.path.fileName();
-    Path current(u"/");
-    std::shared_ptr<FolderContents> parent = state.find(current)->second;
-    for (const auto& component : info.path.components()) {
-        current = current.child(component);
+    const auto path = info.path.asAbsolute();
+    std::shared_ptr<FolderContents> parent = state.find(path.prefix(0))->second;
+    for (std::size_t depth = 1; depth <= path.components().size(); ++depth) {
+        const auto current = path.prefix(depth);
+        const auto& component = path.components()[depth - 1];
         const auto& contents = ensure(current);
         // The name decides, not the depth: a file x/x shows as a file x in the root, too.
         if (component == name && info.type == ZipEntryType::File) {
@@ -101,7 +104,7 @@ void ZipState<StorageItem, ByteStreamDevice>::rebuildBasalState() const {
     const auto stamp = ContainerStamp::of(attributes);
     std::u16string unread;
     const auto archive = openArchive();
-    if (!archive->isOpen() && stamp.size != std::uint64_t{0}) {
+    if (!archive->isOpen() && stamp.size != std::uint64_t{0} && !isEmptyArchive(*openArchiveStream())) {
         unread = u"it is not a ZIP archive, or its end record is damaged";
     }
     const EntryInfos infos(archive);
@@ -129,7 +132,7 @@ void ZipState<StorageItem, ByteStreamDevice>::install(const EntryInfos& infos, c
     m_carriedOver = std::move(carriedOver);
     m_fingerprint = fingerprint;
     m_createdFolders.clear();
-    m_stateChanged = false;
+    m_stateChanged = m_treeChanged = false;
     // Working files that no stream holds are deleted here.
     m_modified.clear();
 }
@@ -173,9 +176,17 @@ ZipState<StorageItem, ByteStreamDevice>::modifiedEntry(const Path& path) const {
 }
 
 template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
+std::unique_ptr<foundation::storage::provider::ByteStream>
+ZipState<StorageItem, ByteStreamDevice>::openArchiveStream() const {
+    if (m_keptArchive) {
+        return std::make_unique<LocalArchiveStream>(*m_keptArchive);
+    }
+    return m_container.openReadOnlyStream();
+}
+
+template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
 auto ZipState<StorageItem, ByteStreamDevice>::openArchive() const -> std::shared_ptr<ReadHandle> {
-    return m_keptArchive ? std::make_shared<ReadHandle>(std::make_unique<LocalArchiveStream>(*m_keptArchive))
-                         : std::make_shared<ReadHandle>(m_container);
+    return std::make_shared<ReadHandle>(openArchiveStream());
 }
 
 } // namespace storage::zipprovider
