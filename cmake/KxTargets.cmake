@@ -39,15 +39,22 @@ function(kx_add_test target)
   target_compile_definitions(${target} PRIVATE KX_SOURCE_DIR="${PROJECT_SOURCE_DIR}" KX_BINARY_DIR="${PROJECT_BINARY_DIR}")
   target_link_libraries(${target} PRIVATE ${arg_LINK} GTest::gmock GTest::gtest_main "$<BUILD_INTERFACE:kx_flags>")
   set_target_properties(${target} PROPERTIES RUNTIME_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/tests")
-  set(environment "KX_SHARED_CORPUS=${PROJECT_SOURCE_DIR}/../shared/corpus;${arg_ENVIRONMENT}")
+  set(environment "KX_SHARED_CORPUS=${PROJECT_SOURCE_DIR}/../shared/corpus" ${arg_ENVIRONMENT})
   if(arg_WHOLE)
     add_test(NAME ${target} COMMAND ${target})
     set_tests_properties(${target} PROPERTIES
       TIMEOUT ${arg_TIMEOUT} ENVIRONMENT "${environment}" LABELS "${arg_LABELS}")
   else()
-    gtest_discover_tests(${target}
-      TEST_PREFIX "${target}." DISCOVERY_TIMEOUT 120
-      PROPERTIES TIMEOUT ${arg_TIMEOUT} ENVIRONMENT "${environment}" LABELS "${arg_LABELS}")
+    gtest_discover_tests(${target} TEST_PREFIX "${target}." DISCOVERY_TIMEOUT 120)
+    # Properties that are lists get lost on the way through gtest_discover_tests; ctest reads this file after it.
+    set(properties "${CMAKE_CURRENT_BINARY_DIR}/${target}_properties.cmake")
+    file(GENERATE OUTPUT "${properties}" CONTENT
+      "if(${target}_TESTS)
+  set_tests_properties(\${${target}_TESTS} PROPERTIES
+    TIMEOUT ${arg_TIMEOUT} ENVIRONMENT [==[${environment}]==] LABELS [==[${arg_LABELS}]==])
+endif()
+")
+    set_property(DIRECTORY APPEND PROPERTY TEST_INCLUDE_FILES "${properties}")
   endif()
 endfunction()
 
