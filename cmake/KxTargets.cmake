@@ -13,6 +13,7 @@ function(kx_add_library target)
   add_library(kx::${target} ALIAS ${target})
   string(TOUPPER ${target} upper)
   target_compile_definitions(${target} PRIVATE KX_BUILDING_${upper})
+  target_compile_features(${target} PUBLIC cxx_std_20)
   target_include_directories(${target} PUBLIC
     "$<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/src>"
     "$<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/kx>")

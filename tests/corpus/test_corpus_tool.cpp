@@ -1,5 +1,6 @@
 #include <cstdlib>
 #include <set>
+#include <string>
 
 #include <gtest/gtest.h>
 
@@ -9,6 +10,12 @@
 namespace {
 
 using namespace kx::test;
+
+/// No reader of the manifest accepts these, but all that the system keeps of them is whole.
+const std::set<std::string> readable = {
+    // The central directory gives a comment's length as shorter than it is.
+    "incons-central-file-comment-shorter.zip",
+};
 
 std::string tool() {
     const char* path = std::getenv("KXVFS");
@@ -25,7 +32,7 @@ TEST(CorpusThroughTheTool, UnreadableArchivesEndWithStatusOneAndAMessageThatName
         SCOPED_TRACE(archive.file);
         const std::string path = (corpus->folder / archive.file).string();
         const ProcessResult result = runProcess({tool(), "check", path});
-        EXPECT_EQ(result.exitCode, 1) << result.output << result.errors;
+        EXPECT_EQ(result.exitCode, readable.contains(archive.file) ? 0 : 1) << result.output << result.errors;
         EXPECT_NE((result.output + result.errors).find(archive.file), std::string::npos)
             << result.output << result.errors;
     }

@@ -75,19 +75,25 @@ def dependencies_between_folders_point_one_way(repository):
                     yield f"{name}:{number}: {folder} must not include {target}"
 
 
+def component_of(repository, name):
+    """The nearest folder above a file that has a CMakeLists.txt, without the leading src/."""
+    for parent in pathlib.PurePath(name).parents:
+        if str(parent / "CMakeLists.txt") in repository.files:
+            return str(parent)[len("src/") :]
+    return str(pathlib.PurePath(name).parent)[len("src/") :]
+
+
 def private_headers_stay_private(repository):
     for name in code_files(repository):
         if not name.startswith("src/"):
             continue
-        component = re.sub(r"/src/.*$|/[^/]*$", "", name[len("src/") :])
-        private = "/src/" in name[len("src/") :]
+        component = component_of(repository, name)
+        is_public = name.endswith((".h", ".hpp")) and "/src/" not in name and not name.startswith("src/apps/")
         for number, target in includes(repository, name):
             owner, found, _ = target.partition("/src/")
             if found and owner != component:
                 yield f"{name}:{number}: {target} is private to {owner}"
-            elif found and not private:
-                yield f"{name}:{number}: a public header includes the private {target}"
-            elif target.startswith("src/") and not private:
+            elif is_public and (found or target.startswith("src/")):
                 yield f"{name}:{number}: a public header includes the private {target}"
 
 
@@ -137,6 +143,8 @@ def documents_name_only_paths_that_exist(repository):
                     yield f"{name}:{number}: {link} does not exist"
             for path in re.findall(r"`([\w./-]+)`", line):
                 path = path.rstrip("/")
+                if str(folder / path) in known:
+                    continue
                 if path.partition("/")[0] in tops and "/" in path and path not in known:
                     yield f"{name}:{number}: {path} does not exist"
 

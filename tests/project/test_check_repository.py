@@ -40,10 +40,14 @@ class Checks(unittest.TestCase):
         wrong = {
             "src/storage/vfs/Vfs.h": "#include <storage/vfs/src/Table.h>\n",
             "src/storage/vfs/src/Vfs.cpp": "#include <storage/fileprovider/src/Journal.h>\n",
+            "src/storage/vfs/CMakeLists.txt": "",
         }
         self.assertEqual(len(self.found(check, wrong)), 2)
         right = {
             "src/storage/vfs/src/Vfs.cpp": "#include <storage/vfs/src/Table.h>\n#include <storage/vfs/Vfs.h>\n",
+            "src/storage/vfs/CMakeLists.txt": "",
+            "src/apps/tool/CMakeLists.txt": "",
+            "src/apps/tool/commands/Command.h": "#include <apps/tool/src/Session.h>\n",
             "tests/vfs/test.cpp": "#include <storage/vfs/src/Table.h>\n",
         }
         self.assertEqual(self.found(check, right), [])
@@ -70,7 +74,9 @@ class Checks(unittest.TestCase):
         check = "documents_name_only_paths_that_exist"
         files = {
             "docs/a.md": "`docs/a.md` `docs/missing.md` [b](b.md) [out](https://example.org/x) `plans.zip/docs/x`\n",
-            "docs/b.md": "[gone](../gone.md)\n",
+            "docs/b.md": "[gone](../gone.md) `src/near.h`\n",
+            "docs/src/near.h": "",
+            "src/far.h": "",
         }
         self.assertEqual(len(self.found(check, files)), 2)
 
