@@ -20,6 +20,10 @@ using storage::zipprovider::ZipEntryType;
 
 using Components = std::vector<ustring>;
 
+Components componentsOf(const ZipEntryPath& path) {
+    return {path.components().begin(), path.components().end()};
+}
+
 TEST(ZipEntryPath, TheEmptyStringYieldsARelativePathWithNoComponentsWhoseTextsAreAllEmpty) {
     const ZipEntryPath path(u"");
     EXPECT_FALSE(path.isAbsolute());
@@ -46,7 +50,7 @@ TEST(ZipEntryPath, SeveralSlashesYieldTheSameRootAsOne) {
 
 TEST(ZipEntryPath, TrailingSlashesLeaveNoTrace) {
     EXPECT_EQ(ZipEntryPath(u"a///"), ZipEntryPath(u"a"));
-    EXPECT_EQ(ZipEntryPath(u"a///").components(), Components{u"a"});
+    EXPECT_EQ(componentsOf(ZipEntryPath(u"a///")), Components{u"a"});
     EXPECT_FALSE(ZipEntryPath(u"a///").isAbsolute());
     EXPECT_EQ(ZipEntryPath(u"/a/b/"), ZipEntryPath(u"/a/b"));
 }
@@ -58,12 +62,12 @@ TEST(ZipEntryPath, DoubledSlashesLeaveNoTrace) {
 
 TEST(ZipEntryPath, ABackslashIsAnOrdinaryCharacterOfAComponent) {
     const ZipEntryPath path(u"dir\\file.txt");
-    EXPECT_EQ(path.components(), Components{u"dir\\file.txt"});
+    EXPECT_EQ(componentsOf(path), Components{u"dir\\file.txt"});
     EXPECT_FALSE(ZipEntryPath(u"\\a").isAbsolute());
 }
 
 TEST(ZipEntryPath, DriveLettersAndDotsAreOrdinaryComponents) {
-    EXPECT_EQ(ZipEntryPath(u"C:/./../x").components(), (Components{u"C:", u".", u"..", u"x"}));
+    EXPECT_EQ(componentsOf(ZipEntryPath(u"C:/./../x")), (Components{u"C:", u".", u"..", u"x"}));
     EXPECT_FALSE(ZipEntryPath(u"C:/x").isAbsolute());
 }
 
@@ -166,6 +170,32 @@ TEST(ZipEntryPath, AChildHasOneComponentMore) {
     EXPECT_EQ(ZipEntryPath(u"/").child(u"a"), ZipEntryPath(u"/a"));
     EXPECT_EQ(ZipEntryPath(u"a").child(u"b"), ZipEntryPath(u"a/b"));
     EXPECT_EQ(ZipEntryPath(u"a").asAbsolute(), ZipEntryPath(u"/a"));
+}
+
+TEST(ZipEntryPath, APrefixIsThePathOfAFolderAboveAndSortsAsItsTextDoes) {
+    const ZipEntryPath path(u"/a/b/c");
+    EXPECT_EQ(path.prefix(0), ZipEntryPath(u"/"));
+    EXPECT_EQ(path.prefix(2), ZipEntryPath(u"/a/b"));
+    EXPECT_EQ(path.prefix(3), path);
+    EXPECT_EQ(ZipEntryPath(u"a/b").prefix(0), ZipEntryPath(u""));
+    EXPECT_EQ(ZipEntryPath(u"a/b").prefix(1).asAbsolute(), ZipEntryPath(u"/a"));
+    EXPECT_EQ(path.prefix(2).parentPath(), u"/a");
+    EXPECT_EQ(path.prefix(2).fileName(), u"b");
+    EXPECT_EQ(path.prefix(1).child(u"x"), ZipEntryPath(u"/a/x"));
+    EXPECT_LT(path.prefix(1), path);
+    EXPECT_FALSE(path < path.prefix(1));
+    EXPECT_FALSE(path.prefix(2) < path.prefix(2));
+    EXPECT_LT(path.prefix(0), path.prefix(1));
+    EXPECT_NE(path.prefix(1), path.prefix(2));
+    EXPECT_TRUE(path.prefix(1).isAbove(path));
+    EXPECT_FALSE(path.isAbove(path.prefix(1)));
+    // Nothing is shared between the absolute and the relative path of one text.
+    EXPECT_LT(path.prefix(1), ZipEntryPath(u"a"));
+}
+
+TEST(ZipEntryPath, APrefixOutlivesThePathThatItWasMadeOf) {
+    const auto prefix = ZipEntryPath(u"/folder/file").prefix(1);
+    EXPECT_EQ(prefix.toString(), u"/folder");
 }
 
 TEST(ZipEntryPath, AFolderIsAboveWhatStandsInItAtAnyDepthAndNothingElse) {
