@@ -36,7 +36,7 @@ int complain(const CommandLine::Declared* command, std::string_view problem) {
 }
 
 int run(const CommandLine::Declared& chosen, const GlobalOptions& options) {
-    Session session(std::string(chosen.row->name), options);
+    Session session(std::string(chosen.row->name), options, chosen.command->needsDurableFiles());
     try {
         chosen.command->run(session);
     } catch (const OutputError&) {
@@ -69,6 +69,9 @@ int parse(CommandLine& line, int count, char** arguments) {
     } catch (const CLI::ParseError& problem) {
         if (problem.get_exit_code() == static_cast<int>(CLI::ExitCodes::Success))
             return line.app().exit(problem);
+        const auto rest = line.app().remaining();
+        if (!line.chosen() && !rest.empty() && !rest.front().starts_with('-'))
+            return complain(nullptr, fmt::format("there is no command \"{}\"", rest.front()));
         return complain(line.chosen(), problem.what());
     }
     return -1;

@@ -73,6 +73,10 @@ public:
         std::vector<std::filesystem::path> bundleFolders;
         /// Serves scheme "file"; the local files where null.
         std::shared_ptr<foundation::storage::provider::IProvider> localFiles;
+        /// Whether local files that are written through the front wait for the storage medium. Without it
+        /// they survive the end of the process, but may be lost with the system, as with any tool that copies
+        /// files; containers are always saved durably.
+        bool durableFiles = true;
         /// Told about bundles that could not be loaded, one message each. Messages are dropped where empty.
         std::function<void(const std::string& message)> warn;
     };

@@ -27,6 +27,9 @@ public:
         app.add_option("SOURCE... DEST", m_places, "What to move, and where to")->required()->expected(2, -1);
     }
 
+    /// A source goes only when its copy is certain to stay.
+    bool needsDurableFiles() const override { return true; }
+
     void lock(Session& session) override {
         std::vector<Session::ChangedPlace> places;
         for (const auto& typed : m_places)

@@ -23,6 +23,8 @@ public:
     /// Does it, with the options set. Failures of single operations go to Session::fail; what is thrown ends
     /// the command.
     virtual void run(Session& session) = 0;
+    /// Whether local files that it writes must be on the storage medium before it goes on.
+    virtual bool needsDurableFiles() const { return false; }
 };
 
 /// A row of the table that the command line, the help and the manual page are made from.

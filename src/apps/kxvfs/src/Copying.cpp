@@ -32,6 +32,8 @@ void Copying::setTarget(const std::string& typed, const std::string& archive, bo
     if (!folder && (severalSources || (m_target.location.folderMeant && !m_options.recursive)))
         throw CommandError(ErrorCode::NotFound,
                            m_target.isFile() ? "is not a folder" : "there is no such folder");
+    if (!folder && !m_target.provider().isFolder(m_target.iri().parent()))
+        throw CommandError(ErrorCode::NotFound, "the folder for it does not exist");
     m_intoTarget = folder && !m_options.exactTarget;
     m_target.location.iri = m_session.vfs().canonicalLocation(m_target.iri());
 }

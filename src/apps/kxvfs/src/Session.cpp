@@ -15,8 +15,9 @@ using namespace storage::vfs;
 
 namespace {
 
-std::unique_ptr<Vfs> makeVfs(const std::string& command) {
+std::unique_ptr<Vfs> makeVfs(const std::string& command, bool durableFiles) {
     Vfs::Options options;
+    options.durableFiles = durableFiles;
     options.warn = [command](const std::string& message) {
         ProgressLine::clear();
         fmt::print(stderr, "kxvfs: {}: {}\n", command, escaped(message));
@@ -26,9 +27,10 @@ std::unique_ptr<Vfs> makeVfs(const std::string& command) {
 
 } // namespace
 
-Session::Session(std::string command, GlobalOptions options)
-    : m_command(std::move(command)), m_options(options), m_out(options.json), m_vfs(makeVfs(m_command)),
-      m_resolver(*m_vfs), m_changes(std::make_unique<ChangeSession>(*m_vfs, [this](const StorageIRI& file) {
+Session::Session(std::string command, GlobalOptions options, bool durableFiles)
+    : m_command(std::move(command)), m_options(options), m_out(options.json),
+      m_vfs(makeVfs(m_command, durableFiles)), m_resolver(*m_vfs),
+      m_changes(std::make_unique<ChangeSession>(*m_vfs, [this](const StorageIRI& file) {
           note(fmt::format("waiting for another program that changes {}",
                            escaped(fl::i18n::toUtf8(file.getResolvedPath()))));
       })) {}

@@ -40,7 +40,8 @@ struct Place {
 /// One run of one command: the front to storage, standard output, and the failures met so far.
 class Session {
 public:
-    Session(std::string command, GlobalOptions options);
+    /// `durableFiles`: as Vfs::Options::durableFiles.
+    Session(std::string command, GlobalOptions options, bool durableFiles);
     ~Session();
 
     const GlobalOptions& options() const { return m_options; }

@@ -29,8 +29,10 @@ bool holds(const StorageIRI& container, const StorageIRI& other) {
 
 } // namespace
 
-ContainerTable::ContainerTable(BundleLoader& bundles, std::shared_ptr<IProvider> localFiles)
-    : m_bundles(bundles), m_localFiles(std::move(localFiles)) {}
+ContainerTable::ContainerTable(BundleLoader& bundles, std::shared_ptr<IProvider> localFiles,
+                               std::shared_ptr<IProvider> localContainers)
+    : m_bundles(bundles), m_localFiles(std::move(localFiles)), m_localContainers(std::move(localContainers)) {
+}
 
 MountedContainer ContainerTable::mount(const StorageIRI& location, Tolerance tolerance) {
     const MutexLock lock(m_mutex);
@@ -67,7 +69,8 @@ ContainerTable::Entry ContainerTable::makeEntry(const StorageIRI& root, Toleranc
     if (!factory)
         throw Exception(ErrorCode::InvalidArgument, root,
                         fmt::format("no provider serves the scheme \"{}\"", root.getScheme()));
-    const StorageItem item(mountLocked(container, tolerance).provider, container);
+    const auto outer = mountLocked(container, tolerance);
+    const StorageItem item(container.hasContainer() ? outer.provider : m_localContainers, container);
     if (!item.exists())
         throw Exception(ErrorCode::NotFound, container);
     Entry entry{root, {}, false};

@@ -16,9 +16,11 @@ namespace storage::vfs {
 /// others.
 class ContainerTable {
 public:
-    /// Both must outlive the table. `localFiles` serves scheme "file".
+    /// `bundles` must outlive the table. `localFiles` serves scheme "file", `localContainers` the local files
+    /// that are containers.
     ContainerTable(BundleLoader& bundles,
-                   std::shared_ptr<foundation::storage::provider::IProvider> localFiles);
+                   std::shared_ptr<foundation::storage::provider::IProvider> localFiles,
+                   std::shared_ptr<foundation::storage::provider::IProvider> localContainers);
 
     MountedContainer mount(const foundation::storage::provider::StorageIRI& location, Tolerance tolerance);
     foundation::storage::provider::StorageIRI
@@ -51,6 +53,7 @@ private:
 
     BundleLoader& m_bundles;
     const std::shared_ptr<foundation::storage::provider::IProvider> m_localFiles;
+    const std::shared_ptr<foundation::storage::provider::IProvider> m_localContainers;
 
     /// Guards the table; held while a container is opened and checked.
     foundation::core::Mutex m_mutex;

@@ -32,8 +32,15 @@ StorageIRI canonicalOrSame(ContainerTable& containers, const StorageIRI& locatio
 struct Vfs::Impl {
     explicit Impl(Options options)
         : logger("storage::vfs::Vfs"), bundles(std::move(options.bundleFolders), std::move(options.warn)),
-          containers(bundles, options.localFiles ? std::move(options.localFiles)
-                                                 : storage::fileprovider::LocalFileProvider::create()) {}
+          containers(bundles, localFiles(options, options.durableFiles), localFiles(options, true)) {}
+
+    static std::shared_ptr<IProvider> localFiles(const Options& options, bool durable) {
+        if (options.localFiles)
+            return options.localFiles;
+        storage::fileprovider::LocalFileOptions local;
+        local.sync = durable;
+        return storage::fileprovider::LocalFileProvider::create(local);
+    }
 
     foundation::log::basic_diagnostic_logger logger;
     BundleLoader bundles;
