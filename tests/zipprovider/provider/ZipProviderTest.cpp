@@ -1,6 +1,9 @@
 #include "ZipProviderTest.h"
 
+#include <storage/zipprovider/src/TimeSource.h>
 #include <support/archives/ArchiveBuilder.h>
+
+#include <boost/date_time/posix_time/posix_time_types.hpp>
 
 #include <algorithm>
 #include <cstdlib>
@@ -11,8 +14,19 @@
 namespace kx::test {
 
 using namespace foundation::storage::provider;
+using storage::zipprovider::TimeSource;
 
 namespace {
+
+class StandingClock final : public TimeSource {
+public:
+    boost::posix_time::ptime now() const override { return m_time; }
+    boost::posix_time::ptime lastModified(const fl::filesystem::path&) const override { return m_time; }
+
+private:
+    const boost::posix_time::ptime m_time{boost::gregorian::date(2022, 3, 4),
+                                          boost::posix_time::time_duration(5, 6, 8)};
+};
 
 bool isAscii(const std::string& text) {
     return std::all_of(text.begin(), text.end(), [](unsigned char c) { return c < 0x80; });
@@ -49,6 +63,14 @@ ScopedVariable::~ScopedVariable() {
     } else {
         ::unsetenv(m_name.c_str());
     }
+}
+
+ScopedTime::ScopedTime() {
+    TimeSource::set(std::make_shared<StandingClock>());
+}
+
+ScopedTime::~ScopedTime() {
+    TimeSource::set(nullptr);
 }
 
 testing::AssertionResult reports(ErrorCode code, const StorageIRI& location,

@@ -32,6 +32,15 @@ private:
     std::optional<std::string> m_before;
 };
 
+/// The clock stands still at 2022-03-04 05:06:08 UTC, for files too.
+class ScopedTime {
+public:
+    ScopedTime();
+    ~ScopedTime();
+    ScopedTime(const ScopedTime&) = delete;
+    ScopedTime& operator=(const ScopedTime&) = delete;
+};
+
 /// Whether `work` throws the host's exception with this code and this location.
 testing::AssertionResult reports(foundation::storage::provider::ErrorCode code,
                                  const foundation::storage::provider::StorageIRI& location,
