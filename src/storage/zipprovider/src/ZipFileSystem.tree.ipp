@@ -92,6 +92,11 @@ void ZipFileSystem<StorageItem, ByteStreamDevice>::moveFile(const ZipEntryPath& 
     if (source == destination) {
         return;
     }
+    if (!m_state.modifiedEntry(source)) {
+        // The index may show a file that is none (the first x of a file x/x): it has no bytes to replace
+        // those of the destination.
+        m_state.originalEntry(source);
+    }
     const auto time = TimeSource::current()->now();
     detachStreams(destination);
     m_state.moveFile(source, destination, time);
@@ -118,6 +123,11 @@ void ZipFileSystem<StorageItem, ByteStreamDevice>::moveFolder(const ZipEntryPath
             EntryNotFoundException(ZipEntryPath(destination.parentPath())));
     }
     checkDestination(destination, option);
+    if (const auto below = m_state.findFolder(destination); below && !below->empty()) {
+        // An archive may hold a file x and a file x/y. What is below the replaced file would get mixed up
+        // with what is moved.
+        foundation::core::except::throwInternal(EntryExistsException(destination));
+    }
     const auto time = TimeSource::current()->now();
     detachStreams(destination);
     m_state.moveFolder(source, destination, time);

@@ -138,8 +138,8 @@ void ZipState<StorageItem, ByteStreamDevice>::createFolder(const Path& path, con
 
 template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
 void ZipState<StorageItem, ByteStreamDevice>::removeFile(const Path& path, const Time& time) const {
-    forgetFile(path);
     parentOf(path)->remove(path.fileName());
+    forgetFile(path);
     markEntryChanged(path, time);
 }
 
@@ -243,13 +243,17 @@ void ZipState<StorageItem, ByteStreamDevice>::touchFolder(const Path& folder, co
     }
 }
 
-/// Drops what the next archive would take from the file at `path`, and the index's key that every file has.
+/// Drops what the next archive would take from the file at `path`, and the index's key that every file has. A
+/// file with entries below it, which the index shows as a file, leaves their folder behind.
 template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
 void ZipState<StorageItem, ByteStreamDevice>::forgetFile(const Path& path) const {
     m_carriedOver.erase(path);
     m_modified.erase(path);
-    if (const auto contents = findFolder(path); contents && contents->empty()) {
+    const auto contents = findFolder(path);
+    if (contents && contents->empty()) {
         m_basalState.erase(path);
+    } else if (contents) {
+        parentOf(path)->add(contents->ownEntry());
     }
 }
 
