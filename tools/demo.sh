@@ -20,10 +20,31 @@ fail() { printf 'demo: %s\n' "$*" >&2; exit 1; }
 
 # The command as one would type it, then the first lines of what it prints.
 show() {
-  printf '  $ %s\n' "$*"
-  "$@" >output.txt
-  head -n "$lines" output.txt | sed 's/^/    /'
-  local left=$(($(wc -l <output.txt) - lines))
+  printf '  $ %s\n' "$(typed "$@")"
+  run "$@"
+}
+
+# The same with a text on standard input.
+show_with_input() {
+  local text=$1
+  shift
+  printf '  $ echo %s | %s\n' "$(typed "$text")" "$(typed "$@")"
+  run "$@" <<<"$text"
+}
+
+typed() {
+  local word words=()
+  for word in "$@"; do
+    [[ $word =~ ^[A-Za-z0-9_./=+-]+$ ]] || word="'$word'"
+    words+=("$word")
+  done
+  printf '%s' "${words[*]}"
+}
+
+run() {
+  "$@" >"$work/output.txt"
+  head -n "$lines" "$work/output.txt" | sed 's/^/    /'
+  local left=$(($(wc -l <"$work/output.txt") - lines))
   if [ "$left" -gt 0 ]; then printf '    … %d more lines\n' "$left"; fi
 }
 lines=6
@@ -39,7 +60,6 @@ make_archive() {
   cd "$work"
   python3 "$repository/tools/demo_tree.py" "$repository" tree 5000
   (cd tree && show zip -q -r ../plans.zip .)
-  rm -f tree/output.txt
   proof "$(unzip -Z1 plans.zip | wc -l) entries, $(stat -c %s plans.zip) bytes"
 }
 
@@ -102,8 +122,8 @@ copy_out() {
 
 write_into() {
   title "Writing, appending, copying in"
-  printf 'first line\n' | show kxvfs write plans.zip/notes.txt
-  printf 'second line\n' | show kxvfs write --append plans.zip/notes.txt
+  show_with_input 'first line' kxvfs write plans.zip/notes.txt
+  show_with_input 'second line' kxvfs write --append plans.zip/notes.txt
   show kxvfs cat plans.zip/notes.txt
   [ "$(unzip -p plans.zip notes.txt)" = $'first line\nsecond line' ] || fail "unzip reads other notes"
   show kxvfs cp -r out/docs plans.zip/copied
@@ -123,9 +143,9 @@ nest() {
   title "An archive inside the archive"
   show kxvfs create inner.zip
   show kxvfs mkdir inner.zip/deep
-  printf 'deep inside\n' | show kxvfs write inner.zip/deep/note.txt
+  show_with_input 'deep inside' kxvfs write inner.zip/deep/note.txt
   show kxvfs cp inner.zip plans.zip/archive/
-  printf 'changed in place\n' | show kxvfs write --append plans.zip/archive/inner.zip/deep/note.txt
+  show_with_input 'changed in place' kxvfs write --append plans.zip/archive/inner.zip/deep/note.txt
   show kxvfs cat plans.zip/archive/inner.zip/deep/note.txt
   unzip -p plans.zip archive/inner.zip >inner-again.zip
   [ "$(unzip -p inner-again.zip deep/note.txt)" = $'deep inside\nchanged in place' ] ||
