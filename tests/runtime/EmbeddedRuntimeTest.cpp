@@ -268,8 +268,12 @@ TEST_F(EmbeddedRuntime, AnyTellsBothTypesOfACastThatFails) {
     } catch (const cppmicroservices::BadAnyCastException& error) {
         EXPECT_THAT(error.what(), AllOf(HasSubstr("int"), HasSubstr("string")));
     }
-    EXPECT_THROW(cppmicroservices::Any().ToString(), std::logic_error);
-    EXPECT_EQ(cppmicroservices::Any().ToStringNoExcept(), "");
+}
+
+TEST_F(EmbeddedRuntime, AnEmptyAnyHasNoText) {
+    const cppmicroservices::Any empty;
+    EXPECT_THROW(empty.ToString(), std::logic_error);
+    EXPECT_EQ(empty.ToStringNoExcept(), "");
 }
 
 } // namespace
