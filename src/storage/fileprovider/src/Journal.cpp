@@ -1,6 +1,7 @@
 #include <storage/fileprovider/src/Journal.h>
 
-#include <type_traits>
+#include <storage/fileprovider/src/WorkingNames.h>
+
 #include <zlib.h>
 
 namespace storage::fileprovider {
@@ -115,8 +116,8 @@ std::optional<Journal> decodeJournal(std::string_view bytes) {
     journal.stagingName = reader.text();
     const bool knownPhase =
         journal.phase == CopyOverPhase::Prepared || journal.phase == CopyOverPhase::Overwriting;
-    const bool plainName = !journal.stagingName.empty() && journal.stagingName.find('/') == std::string::npos;
-    return reader.isWhole() && knownPhase && plainName ? std::optional(journal) : std::nullopt;
+    return reader.isWhole() && knownPhase && isStagingName(journal.stagingName) ? std::optional(journal)
+                                                                                : std::nullopt;
 }
 
 } // namespace storage::fileprovider

@@ -283,6 +283,8 @@ void Recoverer::discardPrepared(const OpenJournal& journal) {
     }
     requireTrust(journal);
     const auto target = openTarget(journal);
+    // First, since only the journal leads to it.
+    m_environment->calls->unlink(journalDraftFor(journal.stagingPath()).c_str());
     if (const int error = undoCopyOver(*m_environment, journal.content, journal.path, target.get());
         error != 0) {
         throwSystemError(m_iri, error, "cannot undo an interrupted save that " + journal.path + " describes");

@@ -35,6 +35,15 @@ std::string shortName(std::string_view name) {
     return std::string(name.substr(0, end)) + '~' + hashText(name);
 }
 
+constexpr std::string_view stagingKind = "new";
+constexpr std::string_view journalKind = "journal";
+
+/// What stands behind the marker; empty without one, or with nothing in front of it.
+std::string_view kindOf(std::string_view name) {
+    const auto at = name.rfind(marker);
+    return at == std::string_view::npos || at == 0 ? std::string_view() : name.substr(at + marker.size());
+}
+
 bool isAllDigits(std::string_view text) {
     return std::all_of(text.begin(), text.end(), [](char c) { return c >= '0' && c <= '9'; });
 }
@@ -52,18 +61,25 @@ WorkingNames WorkingNames::inStateFolder(std::string_view stateFolder, std::stri
     return {stateFolder, hashText(target)};
 }
 
+std::string journalDraftFor(std::string_view stagingPath) {
+    const auto kind = stagingPath.rfind(marker) + marker.size();
+    std::string path(stagingPath.substr(0, kind));
+    path += journalKind;
+    path += stagingPath.substr(kind + stagingKind.size());
+    return path;
+}
+
+bool isStagingName(std::string_view name) {
+    const auto kind = kindOf(name);
+    return name.find('/') == std::string_view::npos && kind.size() > stagingKind.size() &&
+           kind.substr(0, stagingKind.size()) == stagingKind && isAllDigits(kind.substr(stagingKind.size()));
+}
+
 bool isWorkingName(std::string_view name) {
-    const auto at = name.rfind(marker);
-    if (name.empty() || name.front() != '.' || at == std::string_view::npos || at == 0) {
-        return false;
-    }
-    const auto kind = name.substr(at + marker.size());
-    constexpr std::string_view staging = "new";
-    constexpr std::string_view journal = "journal";
-    if (kind.substr(0, staging.size()) == staging) {
-        return kind.size() > staging.size() && isAllDigits(kind.substr(staging.size()));
-    }
-    return kind.substr(0, journal.size()) == journal && isAllDigits(kind.substr(journal.size()));
+    const auto kind = kindOf(name);
+    const bool isJournal =
+        kind.substr(0, journalKind.size()) == journalKind && isAllDigits(kind.substr(journalKind.size()));
+    return !name.empty() && name.front() == '.' && (isJournal || isStagingName(name));
 }
 
 } // namespace storage::fileprovider

@@ -35,6 +35,13 @@ private:
     std::string m_prefix;
 };
 
+/// Whether a name, without its folder, is that of a staging file, wherever it stands.
+bool isStagingName(std::string_view name);
+
+/// The draft of the journal that belongs to a staging file, from the path of that. Precondition:
+/// isStagingName.
+std::string journalDraftFor(std::string_view stagingPath);
+
 /// Whether a name, without its folder, is that of a working file beside a target.
 bool isWorkingName(std::string_view name);
 

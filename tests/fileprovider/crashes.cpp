@@ -1,0 +1,214 @@
+#include "LocalFilesTest.h"
+#include "SimulatedCrash.h"
+
+#include <random>
+
+namespace kx::test {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+/// One way in which a save goes.
+struct Scenario {
+    const char* name;
+    std::size_t oldSize;
+    std::size_t newSize;
+    bool exists = true;
+    bool hardLinked = false;
+    bool folderWritable = true;
+    bool attributes = true;
+    bool allocation = true;
+    bool append = false;
+};
+
+const Scenario scenarios[] = {
+    {"NewFile", 0, 9000, false},
+    {"ReplacedByRenaming", 9000, 20000},
+    {"Appended", 9000, 20000, true, false, true, true, true, true},
+    {"OverwrittenAndGrowing", 9000, 20000, true, true},
+    {"OverwrittenAndShrinking", 20000, 9000, true, true},
+    {"OverwrittenToNothing", 20000, 0, true, true},
+    {"OverwrittenFromNothing", 0, 9000, true, true},
+    {"OverwrittenWithoutMark", 9000, 20000, true, true, true, false},
+    {"OverwrittenWithoutReserving", 9000, 20000, true, true, true, true, false},
+    {"StagedInTheStateFolder", 9000, 20000, true, false, false},
+    {"StagedInTheStateFolderWithoutMark", 20000, 9000, true, false, false, false},
+};
+
+/// What becomes of what was not synced when the system stops.
+enum class Loss {
+    Nothing,
+    Everything,
+    Some,
+};
+
+class CrashTest : public LocalFilesTest, public testing::WithParamInterface<Scenario> {
+protected:
+    CrashTest() {
+        if (GetParam().exists) {
+            spit(file("a"), m_old);
+        }
+        if (GetParam().hardLinked) {
+            fs::create_hard_link(file("a"), file("link"));
+        }
+    }
+
+    std::shared_ptr<SimulatedCrash> makeCalls() const {
+        auto calls = std::make_shared<SimulatedCrash>(std::vector<fs::path>{folder(), stateFolder()});
+        if (!GetParam().folderWritable) {
+            calls->denyCreationIn(folder());
+        }
+        if (!GetParam().attributes) {
+            calls->withoutAttributes();
+        }
+        if (!GetParam().allocation) {
+            calls->withoutAllocation();
+        }
+        return calls;
+    }
+
+    /// Saves m_new; whether the caller was told that it is saved.
+    bool saveWith(const std::shared_ptr<SimulatedCrash>& calls) {
+        try {
+            const auto provider = LocalFileProvider::create(options(calls));
+            if (GetParam().append) {
+                writeFile(*provider, iri("a"), m_new.substr(m_old.size()), ByteStreamOpenOptions::append());
+            } else {
+                writeFile(*provider, iri("a"), m_new);
+            }
+            return true;
+        } catch (const Exception&) {
+            return false;
+        }
+    }
+
+    /// Opens the file as the next process would.
+    bool openWith(const std::shared_ptr<SimulatedCrash>& calls) {
+        try {
+            LocalFileProvider::create(options(calls))->openReadStream(iri("a"));
+            return true;
+        } catch (const Exception&) {
+            return false;
+        }
+    }
+
+    void losePower(SimulatedCrash& calls, Loss loss, unsigned seed) {
+        std::mt19937 random(seed);
+        if (loss != Loss::Nothing) {
+            calls.losePower([&] { return loss == Loss::Everything || random() % 2 == 0; });
+        }
+    }
+
+    /// The old file or the new one, whole, and still the file that it was.
+    void expectOldOrNew(bool mustBeNew) {
+        const bool there = fs::exists(file("a"));
+        ASSERT_TRUE(there || !GetParam().exists);
+        if (there) {
+            const auto bytes = read("a");
+            ASSERT_TRUE(bytes == m_new || (GetParam().exists && bytes == m_old)) << bytes.size() << " bytes";
+            ASSERT_TRUE(!mustBeNew || bytes == m_new);
+        }
+        ASSERT_TRUE(there || !mustBeNew);
+        if (GetParam().hardLinked) {
+            ASSERT_EQ(statusOf(file("a")).st_ino, statusOf(file("link")).st_ino);
+            ASSERT_EQ(statusOf(file("a")).st_nlink, 2U);
+        }
+    }
+
+    /// Nothing is left, or can be left, for another recovery.
+    void expectSettled() {
+        static_cast<void>(recover("a"));
+        expectNothingLeft();
+        ASSERT_EQ(recover("a"), RecoveryOutcome::Nothing);
+        ASSERT_EQ(attributeOf(file("a"), "user.kxvfs.save"), "");
+    }
+
+    void startAgain() {
+        for (const auto& where : {folder(), stateFolder()}) {
+            for (const auto& name : namesIn(where)) {
+                fs::remove(where / name);
+            }
+        }
+        if (GetParam().exists) {
+            spit(file("a"), m_old);
+        }
+        if (GetParam().hardLinked) {
+            fs::create_hard_link(file("a"), file("link"));
+        }
+    }
+
+    const std::string m_old = randomBytes(GetParam().oldSize, 1);
+    const std::string m_new = GetParam().append ? m_old + randomBytes(GetParam().newSize - m_old.size(), 2)
+                                                : randomBytes(GetParam().newSize, 2);
+};
+
+struct Stop {
+    Loss loss;
+    unsigned seed;
+};
+
+constexpr Stop stops[] = {{Loss::Nothing, 0}, {Loss::Everything, 0}, {Loss::Some, 1},
+                          {Loss::Some, 2},    {Loss::Some, 3},       {Loss::Some, 4}};
+
+} // namespace
+
+TEST_P(CrashTest, AStopAtAnyMomentLeavesTheOldOrTheNewFile) {
+    const auto whole = makeCalls();
+    ASSERT_TRUE(saveWith(whole));
+    ASSERT_TRUE(read("a") == m_new);
+    ASSERT_GT(whole->count(), 3U);
+    for (std::uint64_t moment = 1; moment <= whole->count(); ++moment) {
+        for (const auto& stop : stops) {
+            SCOPED_TRACE(testing::Message() << "before call " << moment << ", loss "
+                                            << static_cast<int>(stop.loss) << ", seed " << stop.seed);
+            startAgain();
+            const auto calls = makeCalls();
+            calls->crashBefore(moment);
+            const bool saved = saveWith(calls);
+            ASSERT_TRUE(calls->crashed());
+            losePower(*calls, stop.loss, stop.seed);
+            ASSERT_NO_FATAL_FAILURE(expectOldOrNew(saved));
+            ASSERT_NO_FATAL_FAILURE(expectSettled());
+            ASSERT_NO_FATAL_FAILURE(expectOldOrNew(saved));
+        }
+    }
+}
+
+TEST_P(CrashTest, ACompletedSaveSurvivesThePowerFailure) {
+    const auto calls = makeCalls();
+    ASSERT_TRUE(saveWith(calls));
+    losePower(*calls, Loss::Everything, 0);
+    ASSERT_NO_FATAL_FAILURE(expectOldOrNew(true));
+}
+
+TEST_P(CrashTest, AStopDuringTheRecoveryIsRecoveredToo) {
+    const auto whole = makeCalls();
+    ASSERT_TRUE(saveWith(whole));
+    for (std::uint64_t moment = 1; moment <= whole->count(); ++moment) {
+        for (const auto loss : {Loss::Nothing, Loss::Everything}) {
+            bool recoveryCrashed = true;
+            for (std::uint64_t second = 1; recoveryCrashed; ++second) {
+                SCOPED_TRACE(testing::Message() << "before call " << moment << ", then before call " << second
+                                                << " of the recovery, loss " << static_cast<int>(loss));
+                startAgain();
+                const auto calls = makeCalls();
+                calls->crashBefore(moment);
+                saveWith(calls);
+                losePower(*calls, loss, 0);
+                const auto recovering = makeCalls();
+                recovering->crashBefore(second);
+                openWith(recovering);
+                recoveryCrashed = recovering->crashed();
+                losePower(*recovering, loss, 0);
+                ASSERT_NO_FATAL_FAILURE(expectOldOrNew(false));
+                ASSERT_NO_FATAL_FAILURE(expectSettled());
+            }
+        }
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Saves, CrashTest, testing::ValuesIn(scenarios),
+                         [](const auto& tested) { return tested.param.name; });
+
+} // namespace kx::test
