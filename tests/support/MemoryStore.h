@@ -84,8 +84,14 @@ private:
     void erase(const fl::i18n::ustring& key) KX_REQUIRES(m_mutex);
     void rename(const fl::i18n::ustring& from, const fl::i18n::ustring& to) KX_REQUIRES(m_mutex);
 
+    /// Compares whole blocks of memory: keys may be tens of thousands of characters long.
+    struct SameKey {
+        bool operator()(const fl::i18n::ustring& a, const fl::i18n::ustring& b) const noexcept;
+    };
+    using Nodes = std::unordered_map<fl::i18n::ustring, Node, std::hash<fl::i18n::ustring>, SameKey>;
+
     mutable foundation::core::Mutex m_mutex;
-    std::unordered_map<fl::i18n::ustring, Node> m_nodes KX_GUARDED_BY(m_mutex);
+    Nodes m_nodes KX_GUARDED_BY(m_mutex);
     bool m_readOnly KX_GUARDED_BY(m_mutex) = false;
     std::map<ProviderOperation, std::uint64_t> m_counts KX_GUARDED_BY(m_mutex);
     std::uint64_t m_openStreams KX_GUARDED_BY(m_mutex) = 0;

@@ -4,6 +4,8 @@
 #include <foundation/storage/provider/IProvider.h>
 
 #include <algorithm>
+#include <utility>
+#include <vector>
 
 namespace foundation::storage::provider {
 
@@ -26,16 +28,14 @@ void IProvider::doCreateFolderRecursive(const StorageIRI& location) {
     // Lengths of the paths of the missing folders, from the lowest up: thousands of whole paths, each a
     // little shorter than the one before, would take a lot of memory.
     std::vector<std::size_t> missing;
-    for (StorageIRI folder = location; !doIsFolder(folder);) {
-        if (doIsFile(folder)) {
-            throw Exception(ErrorCode::AlreadyExists, folder, "a file stands in the way");
-        }
+    StorageIRI highest;
+    for (StorageIRI folder = location; folder != highest && !doIsFolder(folder);) {
         missing.push_back(folder.getResolvedPath().size());
-        auto parent = folder.parent();
-        if (parent == folder) {
-            break;
-        }
-        folder = std::move(parent);
+        highest = std::exchange(folder, folder.parent());
+    }
+    // Lower ones cannot be files: they would stand in a file.
+    if (!missing.empty() && doIsFile(highest)) {
+        throw Exception(ErrorCode::AlreadyExists, highest, "a file stands in the way");
     }
     std::for_each(missing.rbegin(), missing.rend(), [this, &location](std::size_t length) {
         const auto path = fl::i18n::ustring_view(location.getResolvedPath()).substr(0, length);
@@ -46,8 +46,14 @@ void IProvider::doCreateFolderRecursive(const StorageIRI& location) {
 void IProvider::doRemoveFolderRecursively(const StorageIRI& location) {
     const auto tree = detail::FolderTree::below(*this, location);
     // Backwards, every folder comes after its entries.
+    fl::i18n::ustring path;
     for (std::size_t index = tree.size(); index-- > 0;) {
-        const auto entry = location.child(tree.pathOf(index));
+        if (index + 1 < tree.size() && tree.parentOf(index + 1) == index) {
+            path.resize(path.size() - tree.nameOf(index + 1).size() - 1);
+        } else {
+            path = tree.pathOf(index);
+        }
+        const auto entry = location.child(path);
         tree.isFolder(index) ? doRemoveFolder(entry) : doRemoveFile(entry);
     }
     doRemoveFolder(location);

@@ -37,23 +37,32 @@ std::vector<FolderEntry> entriesUnlessGone(IProvider& provider, const StorageIRI
 FolderTree FolderTree::below(IProvider& provider, const StorageIRI& folder) {
     struct Pending {
         std::size_t parent;
+        /// Of the parent's path.
+        std::size_t length;
         FolderEntry entry;
     };
     std::vector<Pending> pending;
-    const auto postpone = [&pending](std::size_t parent, std::vector<FolderEntry> entries) {
-        std::for_each(entries.rbegin(), entries.rend(), [&pending, parent](FolderEntry& entry) {
-            pending.push_back({parent, std::move(entry)});
+    const auto postpone = [&pending](std::size_t parent, std::size_t length,
+                                     std::vector<FolderEntry> entries) {
+        std::for_each(entries.rbegin(), entries.rend(), [&](FolderEntry& entry) {
+            pending.push_back({parent, length, std::move(entry)});
         });
     };
 
     FolderTree tree;
-    postpone(top, entriesOf(provider, folder));
+    // The path of the folder that was looked into last: every pending entry stands in it or in a folder
+    // above it.
+    fl::i18n::ustring path;
+    postpone(top, 0, entriesOf(provider, folder));
     while (!pending.empty()) {
         auto next = std::move(pending.back());
         pending.pop_back();
         const auto index = tree.add(next.parent, std::move(next.entry));
         if (tree.isFolder(index)) {
-            postpone(index, entriesUnlessGone(provider, folder.child(tree.pathOf(index))));
+            path.resize(next.length);
+            path += path.empty() ? u"" : u"/";
+            path += tree.nameOf(index);
+            postpone(index, path.size(), entriesUnlessGone(provider, folder.child(path)));
         }
     }
     return tree;

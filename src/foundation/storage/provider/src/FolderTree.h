@@ -29,6 +29,8 @@ public:
     std::size_t size() const { return m_entries.size(); }
     bool isFolder(std::size_t index) const { return m_entries[index].entry.isFolder(); }
     const fl::i18n::ustring& nameOf(std::size_t index) const { return m_entries[index].entry.getName(); }
+    /// The folder's index, or top.
+    std::size_t parentOf(std::size_t index) const { return m_entries[index].parent; }
     /// The path relative to the listed folder, joined with "/".
     fl::i18n::ustring pathOf(std::size_t index) const;
 

@@ -116,7 +116,14 @@ std::optional<ustring> decodePercent(ustring_view text) {
 
 ustring replaceUnpairedSurrogates(ustring_view text) {
     ustring paired(text);
-    for (std::size_t at = 0; at < text.size();) {
+    std::size_t at = 0;
+    for (const char16_t unit : text) {
+        if ((unit & 0xF800) == 0xD800) {
+            break;
+        }
+        ++at;
+    }
+    while (at < text.size()) {
         const std::size_t begin = at;
         if (isSurrogate(nextCharacter(text, at))) {
             paired[begin] = replacementCharacter;

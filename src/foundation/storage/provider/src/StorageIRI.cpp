@@ -192,24 +192,27 @@ StorageIRI StorageIRI::withPath(ustring_view path) const {
 }
 
 StorageIRI StorageIRI::child(ustring_view name) const {
-    ustring path(m_path);
-    if (path.empty() || path.back() != u'/') {
-        path += u'/';
+    if (empty()) {
+        throw std::invalid_argument("cannot address " + quoted(name) + " in the empty IRI");
     }
-    return withPath(path.append(name));
+    StorageIRI iri = *this;
+    if (m_path.empty() || m_path.back() != u'/') {
+        iri.m_path += u'/';
+    }
+    iri.m_path += detail::replaceUnpairedSurrogates(name);
+    return iri;
 }
 
 StorageIRI StorageIRI::parent() const {
     const auto path = withoutTrailingSlashes(m_path);
-    if (path.empty()) {
-        return *this;
+    StorageIRI iri = *this;
+    if (!path.empty()) {
+        const auto slash = path.rfind(u'/');
+        const bool relative = slash == ustring_view::npos;
+        const auto folder = relative ? ustring_view() : withoutTrailingSlashes(path.substr(0, slash));
+        iri.m_path = folder.empty() && !relative ? ustring_view(u"/") : folder;
     }
-    const auto slash = path.rfind(u'/');
-    if (slash == ustring_view::npos) {
-        return withPath({});
-    }
-    const auto folder = withoutTrailingSlashes(path.substr(0, slash));
-    return withPath(folder.empty() ? ustring_view(u"/") : folder);
+    return iri;
 }
 
 ustring StorageIRI::getName() const {
