@@ -1,0 +1,282 @@
+#include "Fixture.h"
+
+#include <foundation/storage/provider/IProvider.h>
+#include <storage/fileprovider/LocalFileProvider.h>
+#include <storage/vfs/ChangeSession.h>
+#include <support/FaultInjectingProvider.h>
+#include <support/FaultPlan.h>
+#include <support/archives/IndependentReaders.h>
+
+#include <cstdlib>
+#include <optional>
+#include <thread>
+
+using namespace kx::test;
+using namespace storage::vfs;
+using foundation::storage::provider::ByteStreamOpenOptions;
+
+namespace {
+
+class VfsTest : public InFolder {};
+
+std::string plans() {
+    return simpleArchive({{"docs/a.txt", "text"}, {"b.txt", "b"}});
+}
+
+} // namespace
+
+TEST_F(VfsTest, LocalFilesNeedNoBundle) {
+    save("x.txt", "local");
+    Vfs::Options options;
+    options.bundleFolders = {folder.file("nowhere")};
+    options.warn = [](const std::string& message) { ADD_FAILURE() << message; };
+    Vfs vfs(options);
+    EXPECT_EQ(read(vfs, folder.iri("x.txt")), "local");
+}
+
+TEST_F(VfsTest, TheBundleBesideTheLibraryServesArchives) {
+    save("plans.zip", plans());
+    Vfs vfs;
+    EXPECT_EQ(read(vfs, inZip("plans.zip", u"/docs/a.txt")), "text");
+    EXPECT_EQ(vfs.schemes(), (std::vector<std::string>{"file", "zip"}));
+    const auto bundles = vfs.bundles();
+    ASSERT_EQ(bundles.size(), 1U);
+    EXPECT_EQ(bundles[0].symbolicName, "com_orbelkast_zipprovider");
+    EXPECT_EQ(bundles[0].problem, "");
+    EXPECT_FALSE(Vfs::componentRuntime().empty());
+}
+
+TEST_F(VfsTest, AContainerHasOneProviderHoweverItIsSpelled) {
+    save("real/plans.zip", plans());
+    std::filesystem::create_symlink(folder.file("real/plans.zip"), folder.file("link.zip"));
+    std::filesystem::create_directory_symlink(folder.file("real"), folder.file("other"));
+    Vfs vfs;
+    const auto provider = vfs.mount(inZip("real/plans.zip", u"/")).provider;
+    for (const auto* spelling :
+         {"link.zip", "other/plans.zip", "real//plans.zip", "other/../real/./plans.zip"})
+        EXPECT_EQ(vfs.mount(inZip(spelling, u"/docs")).provider, provider) << spelling;
+    const auto encoded = "zip:" + folder.iri("real").toUtf8() + "/pl%61ns.zip!/b.txt";
+    EXPECT_EQ(vfs.mount(StorageIRI::parse(encoded)).provider, provider);
+    EXPECT_EQ(vfs.canonicalLocation(inZip("link.zip", u"/docs//a.txt/")),
+              inZip("real/plans.zip", u"/docs/a.txt"));
+}
+
+TEST_F(VfsTest, ContainersNestAndShareTheirProviders) {
+    save("outer.zip", simpleArchive({{"in/inner.zip", plans()}}));
+    Vfs vfs;
+    const auto inner = inZip("outer.zip", u"/in/inner.zip");
+    const auto file = StorageIRI::inContainer("zip", inner, u"/docs/a.txt");
+    EXPECT_EQ(read(vfs, file), "text");
+    const auto spelledOtherwise =
+        StorageIRI::inContainer("zip", inZip("outer.zip", u"//in//inner.zip"), u"/b.txt");
+    EXPECT_EQ(vfs.mount(spelledOtherwise).provider, vfs.mount(file).provider);
+}
+
+TEST_F(VfsTest, ThreadsThatMountOneContainerGetOneProvider) {
+    save("plans.zip", plans());
+    Vfs vfs;
+    std::vector<std::shared_ptr<foundation::storage::provider::IProvider>> seen(8);
+    {
+        std::vector<std::jthread> threads;
+        for (auto& provider : seen)
+            threads.emplace_back([&] { provider = vfs.mount(inZip("plans.zip", u"/")).provider; });
+    }
+    for (const auto& provider : seen)
+        EXPECT_EQ(provider, seen.front());
+}
+
+TEST_F(VfsTest, AMissingContainerIsNotFound) {
+    Vfs vfs;
+    const auto failure = exceptionOf([&] { vfs.mount(inZip("no.zip", u"/x")); });
+    EXPECT_EQ(failure.getErrorCode(), ErrorCode::NotFound);
+    EXPECT_EQ(failure.getIRI(), folder.iri("no.zip"));
+}
+
+TEST_F(VfsTest, AFileThatIsNoArchiveIsRefusedInWords) {
+    save("notes.txt", "hello");
+    Vfs vfs;
+    const auto failure = exceptionOf([&] { vfs.mount(inZip("notes.txt", u"/"), Tolerance::Damaged); });
+    EXPECT_EQ(failure.getErrorCode(), ErrorCode::ContainerUnreadable);
+    EXPECT_EQ(failure.getIRI(), folder.iri("notes.txt"));
+    EXPECT_EQ(failure.getCause().find("not a ZIP archive: "), 0U) << failure.getCause();
+}
+
+TEST_F(VfsTest, ADamagedArchiveIsHandedOutOnlyWhereThatIsTolerated) {
+    ArchiveBuilder builder;
+    builder.add("a.txt", "a").add("b.txt", "b");
+    builder.last().central.signature = 0;
+    save("broken.zip", builder.build());
+    Vfs vfs;
+    const auto file = inZip("broken.zip", u"/a.txt");
+    const auto refused = [&] {
+        const auto failure = exceptionOf([&] { vfs.mount(file); });
+        EXPECT_EQ(failure.getErrorCode(), ErrorCode::ContainerUnreadable);
+        EXPECT_EQ(failure.getCause().find("damaged ZIP archive: "), 0U) << failure.getCause();
+    };
+    refused();
+    const auto mounted = vfs.mount(file, Tolerance::Damaged);
+    EXPECT_EQ(mounted.summary.condition, ArchiveCondition::Damaged);
+    EXPECT_EQ(readFile(*mounted.provider, file), "a");
+    refused();
+}
+
+TEST_F(VfsTest, AFileWithoutBytesIsAnEmptyArchive) {
+    save("empty.zip", "");
+    Vfs vfs;
+    const auto mounted = vfs.mount(inZip("empty.zip", u"/"));
+    EXPECT_EQ(mounted.summary.condition, ArchiveCondition::Empty);
+    EXPECT_FALSE(mounted.provider->listAll(inZip("empty.zip", u"/"))->hasNext());
+}
+
+TEST_F(VfsTest, ASchemeThatNobodyServesIsNamed) {
+    save("x.tar", "tar");
+    Vfs vfs;
+    const auto container =
+        exceptionOf([&] { vfs.mount(StorageIRI::inContainer("tar", folder.iri("x.tar"), u"/")); });
+    EXPECT_EQ(container.getErrorCode(), ErrorCode::InvalidArgument);
+    EXPECT_EQ(container.getCause(), "no provider serves the scheme \"tar\"");
+    const auto plain = exceptionOf([&] { vfs.mount(StorageIRI::parse("http://example.org/x")); });
+    EXPECT_EQ(plain.getCause(), "no provider serves the scheme \"http\"");
+}
+
+TEST_F(VfsTest, ABundleThatCannotBeLoadedIsNamedAndTheOthersServe) {
+    save("providers/a/broken.so", "no library");
+    std::filesystem::create_directories(folder.file("providers/b"));
+    save("plans.zip", plans());
+    std::filesystem::path bundle;
+    {
+        Vfs other;
+        bundle = other.bundles().at(0).file;
+    }
+    std::filesystem::create_symlink(bundle, folder.file("providers/b") / bundle.filename());
+    std::vector<std::string> warnings;
+    Vfs::Options options;
+    options.bundleFolders = {folder.file("providers")};
+    options.warn = [&](const std::string& message) { warnings.push_back(message); };
+    Vfs vfs(options);
+    EXPECT_EQ(read(vfs, inZip("plans.zip", u"/b.txt")), "b");
+    ASSERT_EQ(warnings.size(), 1U);
+    const auto expected =
+        "cannot load provider bundle " + folder.file("providers/a/broken.so").string() + ": ";
+    EXPECT_EQ(warnings[0].find(expected), 0U) << warnings[0];
+    const auto bundles = vfs.bundles();
+    ASSERT_EQ(bundles.size(), 2U);
+    EXPECT_NE(bundles[0].problem, "");
+    EXPECT_EQ(bundles[1].problem, "");
+}
+
+TEST_F(VfsTest, TheEnvironmentSaysWhereBundlesAre) {
+    setenv("KXVFS_PROVIDERS", folder.file("nowhere").c_str(), 1);
+    std::vector<std::string> warnings;
+    Vfs::Options options;
+    options.warn = [&](const std::string& message) { warnings.push_back(message); };
+    {
+        Vfs vfs(options);
+        EXPECT_EQ(vfs.schemes(), (std::vector<std::string>{"file"}));
+    }
+    unsetenv("KXVFS_PROVIDERS");
+    ASSERT_EQ(warnings.size(), 1U);
+    EXPECT_EQ(warnings[0].find("cannot look for providers in " + folder.file("nowhere").string() + ": "), 0U);
+}
+
+TEST_F(VfsTest, EntriesWithAbsoluteNamesAreListed) {
+    save("abs.zip", simpleArchive({{"x", "1"}, {"/abs/f", "2"}}));
+    Vfs vfs;
+    const auto mounted = vfs.mount(inZip("abs.zip", u"/"));
+    ASSERT_TRUE(mounted.absoluteEntries);
+    EXPECT_EQ(*mounted.absoluteEntries, (std::vector<fl::i18n::ustring>{u"/abs/f"}));
+}
+
+TEST_F(VfsTest, OnlyArchivesCountAsContainers) {
+    save("plans.zip", plans());
+    save("notes.txt", "hello");
+    save("empty", "");
+    Vfs vfs;
+    EXPECT_TRUE(vfs.isContainer(folder.iri("plans.zip")));
+    EXPECT_FALSE(vfs.isContainer(folder.iri("notes.txt")));
+    EXPECT_FALSE(vfs.isContainer(folder.iri("empty")));
+    EXPECT_FALSE(vfs.isContainer(folder.iri("missing")));
+    EXPECT_FALSE(vfs.isContainer(inZip("plans.zip", u"/b.txt")));
+}
+
+TEST_F(VfsTest, ANewArchiveIsValidAndTakesEntries) {
+    Vfs vfs;
+    vfs.createArchive(folder.iri("new.zip"));
+    EXPECT_EQ(verifyArchive(folder.file("new.zip")).problems(), "");
+    EXPECT_EQ(exceptionOf([&] { vfs.createArchive(folder.iri("new.zip")); }).getErrorCode(),
+              ErrorCode::AlreadyExists);
+    const auto file = inZip("new.zip", u"/a.txt");
+    writeFile(*vfs.mount(file).provider, file, "first");
+    EXPECT_EQ(verifyArchive(folder.file("new.zip")).names(), (std::vector<std::string>{"a.txt"}));
+}
+
+TEST_F(VfsTest, ClosingReadsTheContainerAgainLater) {
+    save("plans.zip", plans());
+    Vfs vfs;
+    std::weak_ptr<foundation::storage::provider::IProvider> before =
+        vfs.mount(inZip("plans.zip", u"/")).provider;
+    save("plans.zip", simpleArchive({{"other", "new"}}));
+    vfs.close(folder.iri("plans.zip"));
+    EXPECT_TRUE(before.expired());
+    EXPECT_EQ(read(vfs, inZip("plans.zip", u"/other")), "new");
+}
+
+TEST_F(VfsTest, ClosingAContainerClosesThoseInsideIt) {
+    save("outer.zip", simpleArchive({{"inner.zip", plans()}}));
+    Vfs vfs;
+    const auto inner = StorageIRI::inContainer("zip", inZip("outer.zip", u"/inner.zip"), u"/");
+    std::weak_ptr<foundation::storage::provider::IProvider> provider = vfs.mount(inner).provider;
+    vfs.close(folder.iri("outer.zip"));
+    EXPECT_TRUE(provider.expired());
+}
+
+namespace {
+
+/// A front over local files that fail as a plan says, with one change to plans.zip that could not be written.
+class UnsavedChange : public VfsTest {
+protected:
+    void SetUp() override {
+        save("plans.zip", plans());
+        Vfs::Options options;
+        options.localFiles = std::make_shared<FaultInjectingProvider>(
+            storage::fileprovider::LocalFileProvider::create(), plan);
+        vfs.emplace(options);
+    }
+
+    void changeAndFail(FaultPlan::Afterwards afterwards) {
+        const auto file = inZip("plans.zip", u"/c.txt");
+        ChangeSession session(*vfs);
+        session.lock({file});
+        writeFile(*session.changing(file), file, "late");
+        plan->failCall(1, {ProviderOperation::OpenStream}, afterwards);
+        EXPECT_EQ(session.commit().size(), 1U);
+    }
+
+    std::shared_ptr<FaultPlan> plan = std::make_shared<FaultPlan>();
+    std::optional<Vfs> vfs;
+};
+
+} // namespace
+
+TEST_F(UnsavedChange, IsTriedAgainWhenItsContainerIsClosedAndTheFailureIsThrown) {
+    changeAndFail(FaultPlan::Afterwards::FailsOn);
+    EXPECT_THROW(vfs->close(folder.iri("plans.zip")), std::exception);
+    EXPECT_EQ(verifyArchive(folder.file("plans.zip")).names(),
+              (std::vector<std::string>{"docs/a.txt", "b.txt"}));
+}
+
+TEST_F(UnsavedChange, IsReportedWhenEverythingIsClosed) {
+    changeAndFail(FaultPlan::Afterwards::FailsOn);
+    const auto failures = vfs->closeAll();
+    ASSERT_EQ(failures.size(), 1U);
+    EXPECT_EQ(failures[0].container, folder.iri("plans.zip"));
+    EXPECT_NE(failures[0].cause, "");
+    EXPECT_THROW(std::rethrow_exception(failures[0].error), std::exception);
+}
+
+TEST_F(UnsavedChange, IsSavedByClosingWhereThatIsPossibleAgain) {
+    changeAndFail(FaultPlan::Afterwards::Works);
+    EXPECT_TRUE(vfs->closeAll().empty());
+    EXPECT_EQ(verifyArchive(folder.file("plans.zip")).names(),
+              (std::vector<std::string>{"b.txt", "docs/a.txt", "c.txt"}));
+}
