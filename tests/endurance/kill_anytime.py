@@ -4,13 +4,15 @@ usage: kill_anytime.py KXVFS plain|hard-linked|symlinked|unwritable|full-disk KI
 
 After each kill the archive must be the one before the change or the one after it, whole, as soon as one other
 command has looked at it; its owner, mode, links and extended attributes are what they were; and that command
-leaves no stray file. KX_SEED repeats a run.
+leaves no stray file. What a change that failed by itself has kept, and named in its message, is no stray: it is
+taken away as a user would. KX_SEED repeats a run.
 """
 
 import os
 import pathlib
 import pwd
 import random
+import re
 import shutil
 import signal
 import stat
@@ -113,6 +115,12 @@ class Situation:
             found += [path for path in place.rglob("*") if not path.is_dir()]
         return found
 
+    def take_away_kept(self, message):
+        for kept in re.findall(r"is kept as (.*)", message):
+            folder = pathlib.Path(kept).parent
+            if folder != self.temporary:
+                shutil.rmtree(folder)
+
     def remove(self):
         if self.mounted:
             subprocess.run(["umount", "-l", self.folder], check=False)
@@ -143,8 +151,12 @@ def run(situation, kills, generator):
     note = situation.root / "note.txt"
     # A first change makes the archive one of the tool's own; it may fail where the disk is full.
     first = situation.start("mkdir", f"{situation.typed}/first")
+    _, errors = first.communicate()
+    situation.take_away_kept(errors.decode())
     started = time.monotonic()
-    first.wait()
+    second = situation.start("mkdir", f"{situation.typed}/second")
+    _, errors = second.communicate()
+    situation.take_away_kept(errors.decode())
     duration = max(time.monotonic() - started, 0.05)
     unchanged = situation.identity()
     before = contents(situation.file)
@@ -154,13 +166,18 @@ def run(situation, kills, generator):
         note.chmod(0o644)
         target = f"{situation.typed}/changed-{number % 7}.txt"
         process = situation.start("cp", note, target)
-        delay = generator.uniform(0, duration * 1.1)
+        delay = generator.uniform(0, duration)
+        started = time.monotonic()
         try:
             _, errors = process.communicate(timeout=delay)
             outcomes["finished"] += 1
+            # The next kills come sooner, so that most of them find the change under way.
+            duration = 0.9 * duration + 0.1 * (time.monotonic() - started)
+            situation.take_away_kept(errors.decode())
         except subprocess.TimeoutExpired:
             os.killpg(process.pid, signal.SIGKILL)
             process.communicate()
+            duration *= 1.02
         # One other command looks at the archive; whatever has to be recovered is recovered by it.
         look = situation.start("ls", f"{situation.typed}/")
         _, errors = look.communicate()
