@@ -1,0 +1,88 @@
+#pragma once
+
+#include <foundation/storage/provider/ByteStreamOpenOptions.h>
+#include <foundation/storage/provider/ErrorCode.h>
+
+#include <cstddef>
+#include <list>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace kx::test {
+
+/// What an archive with open streams ought to do, as plainly as it can be said: files and folders in a map,
+/// no container and no temporary files. All folders have entries of their own. Paths look like "/a/b".
+///
+/// The checks tell with which code an operation is refused, nothing when it is allowed; the changes expect
+/// that it is. As long as a stream for writing is open nothing is saved; what is saved is what an abandoned
+/// stream goes back to.
+class ArchiveModel {
+public:
+    using ErrorCode = foundation::storage::provider::ErrorCode;
+    using Options = foundation::storage::provider::ByteStreamOpenOptions;
+    using Refusal = std::optional<ErrorCode>;
+    /// What streams that are open on a file together share.
+    using WorkingFile = std::shared_ptr<std::string>;
+
+    struct Node {
+        bool isFolder = false;
+        std::string saved = {};
+        std::weak_ptr<std::string> working = {};
+        /// Set from the first opening for writing to the next save.
+        WorkingFile changed = {};
+        bool isNew = false;
+        bool wasClosed = false;
+        int writers = 0;
+        bool isGone = false;
+    };
+
+    struct Stream {
+        std::shared_ptr<Node> node;
+        WorkingFile working;
+        std::size_t position = 0;
+        bool canWrite = false;
+        bool canRead = true;
+        bool appends = false;
+    };
+
+    ArchiveModel();
+
+    const std::map<std::string, std::shared_ptr<Node>>& nodes() const { return m_nodes; }
+    std::list<Stream>& streams() { return m_streams; }
+    bool isFile(const std::string& path) const;
+    bool isFolder(const std::string& path) const;
+    /// What a stream that is opened at the moment would read.
+    static const std::string& bytesOf(const Node& node, WorkingFile& keep);
+    bool isBeingWritten() const { return m_writers > 0; }
+
+    Refusal checkNew(const std::string& path) const;
+    Refusal checkRemoveFile(const std::string& path) const;
+    Refusal checkRemoveFolder(const std::string& path) const;
+    Refusal checkMove(const std::string& from, const std::string& to, bool folder, bool replaces) const;
+    Refusal checkOpenForWriting(const std::string& path, const Options& options) const;
+
+    void createFile(const std::string& path);
+    void createFolder(const std::string& path);
+    void remove(const std::string& path);
+    void move(const std::string& from, const std::string& to);
+
+    void openForReading(const std::string& path);
+    void openForWriting(const std::string& path, const Options& options);
+    static void write(Stream& stream, std::string_view bytes);
+    void close(std::list<Stream>::iterator stream);
+    void abandon(std::list<Stream>::iterator stream);
+
+private:
+    static std::string parentOf(const std::string& path);
+    Stream& openWorking(const std::shared_ptr<Node>& node);
+    void changed();
+
+    std::map<std::string, std::shared_ptr<Node>> m_nodes;
+    std::list<Stream> m_streams;
+    int m_writers = 0;
+};
+
+} // namespace kx::test
