@@ -6,7 +6,10 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <ostream>
 #include <string>
+#include <utility>
+#include <vector>
 
 namespace {
 
@@ -31,6 +34,11 @@ struct CodeSet {
     std::string stored;
     std::string decoded;
 };
+
+/// For the messages of GoogleTest.
+void PrintTo(const CodeSet& codeSet, std::ostream* out) {
+    *out << codeSet.name;
+}
 
 class StoredName : public testing::TestWithParam<CodeSet> {};
 
@@ -59,8 +67,7 @@ INSTANTIATE_TEST_SUITE_P(
                     CodeSet{"IBM437", "en_US", "gr\x81\xE1", "gr\xC3\xBC\xC3\x9F"},
                     CodeSet{"KOI8-R", "ru_RU", "\xD4\xC5\xD3\xD4", "\xD1\x82\xD0\xB5\xD1\x81\xD1\x82"},
                     CodeSet{"SHIFT_JIS", "ja_JP", "\x93\xFA\x96\x7B", "\xE6\x97\xA5\xE6\x9C\xAC"},
-                    CodeSet{"EUC-JP", "ja_JP", "\xC6\xFC", "\xE6\x97\xA5"},
-                    CodeSet{"GB18030", "zh_CN", "\xCE\xC4\xBC\xFE", "\xE6\x96\x87\xE4\xBB\xB6"}),
+                    CodeSet{"EUC-JP", "ja_JP", "\xC6\xFC", "\xE6\x97\xA5"}),
     [](const auto& suite) {
         std::string name = suite.param.name;
         std::erase_if(name, [](char c) { return c == '-' || c == '_'; });

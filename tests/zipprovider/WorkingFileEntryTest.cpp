@@ -18,11 +18,11 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <memory>
 #include <string>
-#include <sys/resource.h>
 #include <system_error>
 #include <thread>
 #include <vector>
@@ -214,34 +214,17 @@ TEST_F(WorkingFile, ThatCannotBeOpenedIsReportedWithTheEntrysPath) {
     EXPECT_THROW(entry->getCachedFileSize(), fl::filesystem::FsysExceptionBase);
 }
 
-/// Lets this process open no more files until the end of the block.
-class NoMoreFiles {
-public:
-    NoMoreFiles() {
-        getrlimit(RLIMIT_NOFILE, &m_before);
-        rlimit none = m_before;
-        none.rlim_cur = 0;
-        setrlimit(RLIMIT_NOFILE, &none);
-    }
-    ~NoMoreFiles() { setrlimit(RLIMIT_NOFILE, &m_before); }
-
-    NoMoreFiles(const NoMoreFiles&) = delete;
-    NoMoreFiles& operator=(const NoMoreFiles&) = delete;
-
-private:
-    rlimit m_before{};
-};
-
 TEST_F(WorkingFile, ThatCannotBeMadeIsAFailureOfTheLocalFileSystem) {
     WorkingFileEntry entry(m_path);
     TextSource source("text");
-    {
-        const NoMoreFiles limit;
-        EXPECT_THROW(entry.getCachedFileSize(), fl::filesystem::FsysExceptionBase);
-        EXPECT_THROW(entry.doGetFileDevice(reading), fl::filesystem::FsysExceptionBase);
-        EXPECT_THROW(WorkingFileEntry(m_path, source), fl::filesystem::FsysExceptionBase);
-    }
+    // Nobody can make a file there.
+    setenv("TMPDIR", "/proc", 1);
+    EXPECT_THROW(entry.getCachedFileSize(), fl::filesystem::FsysExceptionBase);
+    EXPECT_THROW(entry.doGetFileDevice(reading), fl::filesystem::FsysExceptionBase);
+    EXPECT_THROW(WorkingFileEntry(m_path, source), fl::filesystem::FsysExceptionBase);
+    setenv("TMPDIR", m_folder.path().c_str(), 1);
     EXPECT_EQ(entry.getCachedFileSize(), 0u);
+    EXPECT_EQ(m_folder.files().size(), 1u);
 }
 
 TEST_F(WorkingFile, ThatDoesNotHoldEveryByteIsAFailureAndDoesNotStay) {
