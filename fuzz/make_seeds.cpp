@@ -106,6 +106,20 @@ Seeds entryReadingSeeds() {
     seeds["bare-descriptor"] =
         changedEntry([](ArchiveEntry& entry) { entry.descriptor = DataDescriptor::WithoutSignature; });
     seeds["zip64"] = changedEntry([](ArchiveEntry& entry) { entry.zip64 = true; });
+    seeds["zip64-field-too-short"] = changedEntry([](ArchiveEntry& entry) {
+        entry.centralExtra = extraField(1, "short");
+        entry.central.uncompressedSize = entry.central.compressedSize = 0xffffffff;
+    });
+    seeds["zip64-field-missing"] =
+        changedEntry([](ArchiveEntry& entry) { entry.central.uncompressedSize = 0xffffffff; });
+    seeds["zip64-place-outside"] = changedEntry([](ArchiveEntry& entry) {
+        entry.centralExtra = extraField(1, std::string(8, '\x7f'));
+        entry.central.localOffset = 0xffffffff;
+    });
+    seeds["zip64-size-enormous"] = changedEntry([](ArchiveEntry& entry) {
+        entry.centralExtra = extraField(1, std::string(8, '\xff'));
+        entry.central.uncompressedSize = 0xffffffff;
+    });
     seeds["encrypted"] = changedEntry([](ArchiveEntry& entry) { entry.flags = flag::encrypted; });
     seeds["wrong-crc"] =
         changedEntry([](ArchiveEntry& entry) { entry.local.crc32 = entry.central.crc32 = 0xdeadbeef; });
