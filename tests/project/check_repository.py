@@ -149,6 +149,73 @@ def documents_name_only_paths_that_exist(repository):
                     yield f"{name}:{number}: {path} does not exist"
 
 
+def cmake_calls(repository, name):
+    """The commands of a CMakeLists.txt, each as the list of its words, without comments."""
+    text = "\n".join(line.partition("#")[0] for _, line in repository.lines(name))
+    for command, arguments in re.findall(r"\b(\w+)\s*\(([^()]*)\)", text):
+        yield [command, *(word.strip('"') for word in arguments.split())]
+
+
+def listed_sources(repository, cmake_file, words):
+    paths = (str(pathlib.PurePath(cmake_file).parent / word) for word in words if word.endswith(".cpp"))
+    return [path for path in paths if path in repository.files]
+
+
+def tests_in_sources(repository):
+    """The names of all tests as ctest prints them, without the value that a test over several values ends with."""
+    test_macro = re.compile(r"^(TEST|TEST_F|TEST_P|TYPED_TEST)\(\s*(\w+),\s*(\w+)\)", re.MULTILINE)
+    instance = re.compile(r"^INSTANTIATE_TEST_SUITE_P\(\s*(\w+),\s*(\w+)", re.MULTILINE)
+    conformance = re.compile(r"^KX_\w+_CONFORMANCE\(\s*(\w+),", re.MULTILINE)
+    names = set()
+    libraries = {}
+    programs = []
+    for name in repository.select(r"(^|/)CMakeLists\.txt$"):
+        templates = {}
+        function = None
+        for command, *words in cmake_calls(repository, name):
+            if command == "function":
+                function = words
+            elif command == "add_test" and words[0] == "NAME":
+                if function:
+                    templates[function[0]] = words[1].replace("${" + function[1] + "}", "{}")
+                names.add(words[1])
+            elif command == "endfunction":
+                function = None
+            elif command in templates:
+                names.add(templates[command].format(words[0]))
+            elif command == "add_library":
+                libraries[words[0]] = listed_sources(repository, name, words)
+            elif command == "kx_add_test":
+                programs.append((words[0], listed_sources(repository, name, words), words))
+    for target, sources, words in programs:
+        own = "\n".join(repository.text(source) for source in sources)
+        linked = [source for word in words for source in libraries.get(word, [])]
+        for macro, suite, test in test_macro.findall("\n".join([own, *map(repository.text, linked)])):
+            if macro != "TEST_P":
+                names.add(f"{target}.{suite}.{test}")
+                continue
+            prefixes = [prefix for prefix, instantiated in instance.findall(own) if instantiated == suite]
+            if suite.endswith("Conformance"):
+                prefixes += conformance.findall(own)
+            names.update(f"{target}.{prefix}/{suite}.{test}" for prefix in prefixes)
+    return names
+
+
+def documented_behaviours_have_their_tests(repository):
+    document = "docs/behaviours.md"
+    names = tests_in_sources(repository)
+    for number, line in repository.lines(document):
+        cells = [cell.strip() for cell in line.strip().strip("|").split("|")]
+        if not line.startswith("|") or len(cells) != 2 or set(cells[0]) <= set("-: ") or cells[0] == "behaviour":
+            continue
+        tests = re.findall(r"`([^`]+)`", cells[1])
+        if not tests:
+            yield f"{document}:{number}: no test is named"
+        for test in tests:
+            if test not in names:
+                yield f"{document}:{number}: there is no test {test}"
+
+
 def readme_shows_the_compiled_example(repository):
     blocks = re.findall(r"^```cpp\n(.*?)^```$", repository.text("README.md"), re.MULTILINE | re.DOTALL)
     if repository.text("examples/read_archive/main.cpp") not in blocks:

@@ -80,6 +80,37 @@ class Checks(unittest.TestCase):
         }
         self.assertEqual(len(self.found(check, files)), 2)
 
+    def test_behaviours(self):
+        check = "documented_behaviours_have_their_tests"
+        tests = {
+            "tests/a/CMakeLists.txt": """
+                add_library(shared_suite OBJECT suite.cpp)
+                kx_add_test(test_a SOURCES a.cpp LINK shared_suite) # and test_b
+                function(kx_add_slow_test name script)
+                  add_test(NAME slow.${name} COMMAND run "${script}")
+                endfunction()
+                kx_add_slow_test(counting count.py)
+                add_test(NAME a.runs COMMAND a)
+            """,
+            "tests/a/a.cpp": "TEST(Sum, OfNothingIsZero) {}\nTEST_P(Each, IsRead) {}\nTYPED_TEST(Any, Works) {}\n"
+            "INSTANTIATE_TEST_SUITE_P(\n    Small, Each, testing::Values(1));\n"
+            "KX_PROVIDER_CONFORMANCE(Memory, make);\n",
+            "tests/a/suite.cpp": "TEST_P(ReadingConformance, Reads) {}\n",
+            "tests/a/unused.cpp": "TEST(Sum, IsUnused) {}\n",
+        }
+        head = "| behaviour | tests |\n|---|---|\n"
+        right = """| a | `test_a.Sum.OfNothingIsZero`, `test_a.Small/Each.IsRead` |
+| b | `test_a.Any.Works`<br>`test_a.Memory/ReadingConformance.Reads` |
+| c | `slow.counting`, `a.runs` |
+"""
+        self.assertEqual(self.found(check, {**tests, "docs/behaviours.md": head + right}), [])
+        wrong = """| a | `test_a.Sum.IsUnused` |
+| b | `test_b.Sum.OfNothingIsZero`, `test_a.Large/Each.IsRead` |
+| c | `slow.sleeping`, `test_a.Each.IsRead` |
+| d | |
+"""
+        self.assertEqual(len(self.found(check, {**tests, "docs/behaviours.md": head + wrong})), 6)
+
     def test_example(self):
         check = "readme_shows_the_compiled_example"
         example = {"examples/read_archive/main.cpp": "int main() {}\n"}
