@@ -72,13 +72,6 @@ fuzz: ## run every fuzz target for FUZZ_SECONDS (default 60)
 	@cmake --build --preset fuzz --parallel $(JOBS)
 	@tools/fuzz.sh build/fuzz $(FUZZ_SECONDS)
 
-.PHONY: bench
-bench: ## build and run the benchmarks
-	@tools/install-packages.sh build bench
-	$(call configure,bench)
-	@cmake --build --preset bench --parallel $(JOBS)
-	@for benchmark in build/bench/benchmarks/*; do if [ -x "$$benchmark" ]; then "$$benchmark"; fi; done
-
 .PHONY: coverage
 coverage: ## run the suite with coverage; report in build/coverage/report
 	@tools/install-packages.sh build test coverage

@@ -1,4 +1,4 @@
-# One call per library, test, example, fuzzer and benchmark.
+# One call per library, test, example and fuzzer.
 
 include(GoogleTest)
 
@@ -90,13 +90,4 @@ function(kx_add_fuzzer name)
     target_link_options(fuzz_${name} PRIVATE -fsanitize=fuzzer)
     set_target_properties(fuzz_${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/fuzz")
   endif()
-endfunction()
-
-# kx_add_benchmark(<target> SOURCES ... [LINK ...])
-function(kx_add_benchmark target)
-  cmake_parse_arguments(arg "" "" "SOURCES;LINK" ${ARGN})
-  add_executable(${target} ${arg_SOURCES})
-  target_include_directories(${target} PRIVATE "${PROJECT_SOURCE_DIR}/src" "${PROJECT_SOURCE_DIR}/tests")
-  target_link_libraries(${target} PRIVATE ${arg_LINK} benchmark::benchmark_main "$<BUILD_INTERFACE:kx_flags>")
-  set_target_properties(${target} PROPERTIES RUNTIME_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/benchmarks")
 endfunction()
