@@ -45,6 +45,7 @@ constexpr std::uint64_t checkedSub(std::uint64_t a, std::uint64_t b) {
     return a - b;
 }
 
+/// `a` times `b`.
 constexpr std::uint64_t checkedMul(std::uint64_t a, std::uint64_t b) {
     if (b != 0 && a > std::numeric_limits<std::uint64_t>::max() / b) {
         detail::throwOverflow("multiply", a, "by", b, "the product does not fit in 64 bits");

@@ -19,8 +19,8 @@ namespace foundation::log {
 KXFOUNDATION_LOG_API void enable(severity level, const std::vector<std::string>& channels = {});
 
 /// The same from a text as KX_LOG takes it: "info" or "debug", optionally followed by ':' and channels
-/// separated by
-/// ',' ("debug:storage::zipprovider::ZipState,storage::vfs"). The empty text and "off" switch off.
+/// separated by ',' ("debug:storage::zipprovider::ZipState,storage::vfs"). The empty text and "off" switch
+/// off.
 /// Errors: std::invalid_argument for any other text; nothing is changed then. (A KX_LOG that cannot be read
 /// gives a message on standard error and counts as empty.)
 KXFOUNDATION_LOG_API void enableFromText(std::string_view text);

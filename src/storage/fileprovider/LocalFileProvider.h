@@ -30,6 +30,7 @@ struct Environment;
 /// Threads: all operations may be called from several threads at once.
 class KXFILEPROVIDER_API LocalFileProvider final : public foundation::storage::provider::IProvider {
 public:
+    /// A provider over all local files; touches nothing. Never null.
     static std::shared_ptr<LocalFileProvider> create(const LocalFileOptions& options = {});
     ~LocalFileProvider() override;
 

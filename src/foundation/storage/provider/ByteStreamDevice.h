@@ -39,10 +39,12 @@ public:
         return got == 0 && count > 0 ? -1 : got;
     }
 
+    /// As ByteStream::write.
     std::streamsize write(const char* buffer, std::streamsize count) {
         return m_stream->write(buffer, count);
     }
 
+    /// As ByteStream::seek; reading and writing share one position.
     std::streampos seek(boost::iostreams::stream_offset offset, std::ios_base::seekdir way) {
         const auto origin = way == std::ios_base::beg   ? SeekOrigin::Begin
                             : way == std::ios_base::cur ? SeekOrigin::Current
@@ -50,6 +52,7 @@ public:
         return boost::iostreams::offset_to_position(m_stream->seek(offset, origin));
     }
 
+    /// Closes the stream, for all copies. Errors: those of ByteStream::close.
     void close() { m_stream->close(); }
 
 private:

@@ -114,7 +114,10 @@ public:
 
     // --- listings: files and folders ("all"), files, folders; in the provider's order of names
 
-    /// Errors of all listings: NotFound when there is no such folder.
+    // Errors of all listings: NotFound when there is no such folder; InvalidArgument for a malformed pattern.
+    // An iterator walks a snapshot; names come as a vector in the same order.
+
+    /// Files and folders of one folder. "Wildcards": those whose name matches; "NamesOnly": their names.
     std::unique_ptr<IFolderEntryIterator> listAll(const StorageIRI& folder);
     std::unique_ptr<IFolderEntryIterator> listAllWildcards(const StorageIRI& folder,
                                                            fl::i18n::ustring_view pattern);
@@ -190,18 +193,23 @@ public:
     /// as one and a trailing one is dropped, "." and ".." are ordinary names, and the empty path is the root.
     /// The item need not exist.
     StorageIRI getCanonicalLocation(const StorageIRI& location);
+    /// Whether names that differ in letter case alone are different names here; by default they are.
     FilenameSensitivity getFilenameSensitivity();
     /// Ends everything that runs in the background and drops the watched locations. The provider can be used
     /// on; calling it again does nothing.
     void shutdown();
+    /// Whether a file or a folder is there; a missing parent is no error.
     bool exists(const StorageIRI& location);
+    /// The same, telling which.
     Existence existsExtended(const StorageIRI& location);
-    /// Errors: NotFound.
+    /// Everything known of a file or folder. Errors: NotFound.
     ExtendedAttributes getExtendedAttributes(const StorageIRI& location);
+    /// The space behind the provider, in bytes; by default unknown.
     ProviderStorageInfo getProviderStorageInfo();
     /// Cuts a file to `size` bytes, or extends it with zeros. Errors: NotFound; NotWritable; InvalidArgument
     /// for a size beyond the greatest position of a stream.
     void truncateToSize(const StorageIRI& file, std::uint64_t size);
+    /// What the provider keeps in caches of its own; by default nothing.
     ProviderCacheUsage getProviderCacheUsage();
 
 protected:

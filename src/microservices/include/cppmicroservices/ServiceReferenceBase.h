@@ -27,6 +27,7 @@ public:
     /// The service's property, empty if it has none of that name; the case of `key` does not count.
     /// Works also after the service was unregistered.
     Any GetProperty(const std::string& key) const;
+    /// The names of all properties, in no particular order.
     std::vector<std::string> GetPropertyKeys() const;
 
     /// The bundle that registered the service; an invalid one if the service was unregistered.
@@ -34,6 +35,7 @@ public:
 
     /// Identifier of the interface as which the reference names the service, empty if of none in particular.
     std::string GetInterfaceId() const;
+    /// Whether the service offers the interface of that identifier.
     bool IsConvertibleTo(const std::string& interfaceId) const;
 
     /// Orders by preference: less is the lower ranking, at the same ranking the service that was registered

@@ -10,6 +10,7 @@ class ServiceRegistration : public ServiceRegistrationBase {
 public:
     ServiceRegistration() = default;
 
+    /// The service as one of its interfaces. Errors: std::logic_error after it was unregistered.
     template <class Interface>
     ServiceReference<Interface> GetReference() const {
         static_assert(detail::Contains<Interface, I1, Interfaces...>::value,
@@ -17,6 +18,7 @@ public:
         return ServiceRegistrationBase::GetReference(us_service_interface_iid<Interface>());
     }
 
+    /// The service as its first interface. Errors: as above.
     ServiceReference<I1> GetReference() const {
         return ServiceRegistrationBase::GetReference(us_service_interface_iid<I1>());
     }
