@@ -46,7 +46,7 @@ function(kx_add_test target)
     set_tests_properties(${target} PROPERTIES
       TIMEOUT ${arg_TIMEOUT} ENVIRONMENT "${environment}" LABELS "${arg_LABELS}")
   else()
-    gtest_discover_tests(${target} TEST_PREFIX "${target}." DISCOVERY_TIMEOUT 120)
+    gtest_discover_tests(${target} TEST_PREFIX "${target}." DISCOVERY_TIMEOUT 120 NO_PRETTY_VALUES)
     # Properties that are lists get lost on the way through gtest_discover_tests; ctest reads this file after it.
     set(properties "${CMAKE_CURRENT_BINARY_DIR}/${target}_properties.cmake")
     file(GENERATE OUTPUT "${properties}" CONTENT
