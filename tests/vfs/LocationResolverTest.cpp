@@ -122,6 +122,18 @@ TEST_F(LocationResolverTest, InnerPathsAreTakenLiterally) {
     EXPECT_EQ(at("zip:x"), inside("zip:x"));
 }
 
+TEST_F(LocationResolverTest, InnerPathsNeedAnArchive) {
+    const auto refusal = [&](const std::string& archive) {
+        return exceptionOf([&] { resolver.resolveInside(folder.file(archive).string(), "x"); }).getCause();
+    };
+    EXPECT_EQ(refusal("none.zip"), "there is no such archive");
+    EXPECT_EQ(refusal("dir"), "is a folder, not an archive");
+    EXPECT_EQ(refusal("plans.zip/docs"), "is a folder, not an archive");
+    EXPECT_EQ(refusal("plans.zip/none"), "there is no such archive");
+    EXPECT_EQ(refusal("plans.zip/docs/a.txt"), "not a ZIP archive");
+    EXPECT_EQ(refusal("notes.txt").find("not a ZIP archive"), 0U);
+}
+
 TEST_F(LocationResolverTest, TheLocalFileThatAPathLeadsIntoIsFoundWithoutOpeningIt) {
     const auto into = [&](const std::string& path, bool finalFile) {
         return resolver.localContainer(folder.file(path).string(), finalFile);

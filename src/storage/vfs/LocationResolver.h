@@ -55,6 +55,8 @@ public:
                                                                             bool finalFile) const;
 
     /// The place of `innerPath`, taken literally, in the archive that `archive` leads to.
+    /// Errors: those of resolve; NotFound, InvalidArgument or ContainerUnreadable (Exception) where that is
+    /// nothing, a folder or another file.
     Location resolveInside(std::string_view archive, std::string_view innerPath) const;
 
 private:

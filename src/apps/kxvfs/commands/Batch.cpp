@@ -36,6 +36,10 @@ public:
     void lock(Session& session) override { session.lock({{"/", m_archive}}); }
 
     void change(Session& session) override {
+        // An archive that cannot be changed at all is told once, not for every line.
+        if (!session.attempt(
+                m_archive, [&] { session.findToChange("/", storage::vfs::FileMeaning::Folder, m_archive); }))
+            return;
         const bool standardInput = m_file.empty() || m_file == "-";
         std::ifstream file;
         if (!standardInput) {

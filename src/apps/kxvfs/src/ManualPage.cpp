@@ -36,6 +36,12 @@ std::string paragraphs(std::string_view text) {
     return result;
 }
 
+/// "N" of "N:POSITIVE": what a value is called, without what is checked of it.
+std::string typeName(const CLI::Option& option) {
+    const auto type = option.get_type_name();
+    return type.substr(0, type.find(':'));
+}
+
 std::string options(const CLI::App& app) {
     std::string result;
     for (const auto* option : app.get_options()) {
@@ -47,7 +53,7 @@ std::string options(const CLI::App& app) {
         for (const auto& name : option->get_lnames())
             names += (names.empty() ? "\\-\\-" : ", \\-\\-") + roff(name);
         if (option->get_expected_min() > 0 && !option->get_type_name().empty())
-            names += " " + option->get_type_name();
+            names += " " + typeName(*option);
         result += fmt::format(".TP\n.B {}\n{}\n", names, roff(option->get_description()));
     }
     return result;

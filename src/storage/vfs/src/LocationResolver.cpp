@@ -152,10 +152,18 @@ std::optional<StorageIRI> LocationResolver::localContainer(std::string_view type
 }
 
 Location LocationResolver::resolveInside(std::string_view archive, std::string_view innerPath) const {
-    auto root = resolve(archive, FileMeaning::Folder);
-    auto path = normalizedPath(fl::i18n::fromUtf8(innerPath));
-    const bool folderMeant = innerPath.ends_with('/');
-    return {root.iri.withPath(path.empty() ? ustring(u"/") : path), std::string(innerPath), folderMeant};
+    const auto root = resolve(archive, FileMeaning::Folder).iri;
+    if (!root.hasContainer() || !normalizedPath(root.getResolvedPath()).empty()) {
+        const auto provider = m_vfs.mount(root, Tolerance::Damaged).provider;
+        if (provider->isFolder(root))
+            throw Exception(ErrorCode::InvalidArgument, root, "is a folder, not an archive");
+        if (provider->isFile(root))
+            throw Exception(ErrorCode::ContainerUnreadable, root, "not a ZIP archive");
+        throw Exception(ErrorCode::NotFound, root, "there is no such archive");
+    }
+    const auto path = normalizedPath(fl::i18n::fromUtf8(innerPath));
+    return {root.withPath(path.empty() ? ustring_view(u"/") : path), std::string(innerPath),
+            innerPath.ends_with('/')};
 }
 
 } // namespace storage::vfs

@@ -1,0 +1,213 @@
+#include "Tool.h"
+
+using namespace kx::test;
+
+namespace {
+
+class ChangingTest : public ToolWithPlans {
+protected:
+    const Names plans{"b.txt", "docs/", "docs/a.txt", "docs/sub/c.txt", "empty/"};
+
+    /// The names of plans.zip with some more and without others.
+    Names plansWith(const Names& more, const Names& less = {}) const {
+        auto names = plans;
+        for (const auto& name : less)
+            std::erase(names, name);
+        names.insert(names.end(), more.begin(), more.end());
+        std::sort(names.begin(), names.end());
+        return names;
+    }
+};
+
+} // namespace
+
+TEST_F(ChangingTest, WriteMakesReplacesAndAppends) {
+    output({"write", "plans.zip/docs/new.txt"}, "one\n");
+    output({"write", "--append", "plans.zip/docs/new.txt"}, "two\n");
+    EXPECT_EQ(output({"cat", "plans.zip/docs/new.txt"}), "one\ntwo\n");
+    output({"write", "plans.zip/docs/new.txt"}, "");
+    EXPECT_EQ(output({"cat", "plans.zip/docs/new.txt"}), "");
+    output({"write", "--append", "-a", "plans.zip", "made"}, "x");
+    EXPECT_EQ(names("plans.zip"), plansWith({"docs/new.txt", "made"}));
+    output({"write", "local.txt"}, "here");
+    EXPECT_EQ(load("local.txt"), "here");
+}
+
+TEST_F(ChangingTest, WriteRefusesFoldersAndMissingParents) {
+    const auto before = load("plans.zip");
+    EXPECT_EQ(failure({"write", "plans.zip/docs"}, "x"), "kxvfs: write: plans.zip/docs: is a folder\n");
+    EXPECT_EQ(failure({"write", "plans.zip/no/x"}, "x"),
+              "kxvfs: write: plans.zip/no/x: the folder for it does not exist\n");
+    EXPECT_EQ(load("plans.zip"), before);
+}
+
+TEST_F(ChangingTest, CarriedOverEntriesKeepTheirTimes) {
+    auto with = options();
+    with.environment.emplace_back("TZ", "Asia/Tokyo");
+    for (int i = 0; i < 3; ++i)
+        EXPECT_EQ(runProcess({binary(), "touch", "plans.zip/t" + std::to_string(i)}, with).exitCode, 0);
+    const auto verdict = verifyArchive(folder.file("plans.zip"));
+    ASSERT_TRUE(verdict.find("b.txt"));
+    EXPECT_EQ(verdict.find("b.txt")->modified, (std::array<int, 6>{2021, 12, 31, 23, 59, 58}));
+}
+
+TEST_F(ChangingTest, RmRemovesFilesAndWithROptionFolders) {
+    output({"rm", "plans.zip/b.txt"});
+    EXPECT_EQ(names("plans.zip"), plansWith({}, {"b.txt"}));
+    EXPECT_EQ(failure({"rm", "plans.zip/docs"}),
+              "kxvfs: rm: plans.zip/docs: is a folder; -r removes folders\n");
+    EXPECT_EQ(failure({"rm", "-d", "plans.zip/docs"}), "kxvfs: rm: plans.zip/docs: folder not empty\n");
+    output({"rm", "-d", "plans.zip/empty"});
+    output({"rm", "-r", "plans.zip/docs"});
+    EXPECT_EQ(names("plans.zip"), Names{});
+    output({"write", "plans.zip/again"}, "1");
+    EXPECT_EQ(names("plans.zip"), (Names{"again"}));
+}
+
+TEST_F(ChangingTest, RmDoesWhatItCan) {
+    EXPECT_EQ(failure({"rm", "plans.zip/none", "plans.zip/b.txt"}), "kxvfs: rm: plans.zip/none: not found\n");
+    EXPECT_EQ(names("plans.zip"), plansWith({}, {"b.txt"}));
+    output({"rm", "-f", "plans.zip/none"});
+    EXPECT_EQ(failure({"rm", "-r", "plans.zip/"}), "kxvfs: rm: plans.zip/: the root is not removed\n");
+    EXPECT_EQ(names("plans.zip"), plansWith({}, {"b.txt"}));
+}
+
+TEST_F(ChangingTest, AFailureAloneDoesNotRewriteTheArchive) {
+    const auto before = load("plans.zip");
+    failure({"rm", "plans.zip/none"});
+    failure({"mkdir", "plans.zip/docs"});
+    failure({"mv", "plans.zip/none", "plans.zip/x"});
+    failure({"cp", "none", "plans.zip/x"});
+    failure({"touch", "plans.zip/no/x"});
+    failure({"mkdir", "plans.zip/no/x"});
+    EXPECT_EQ(load("plans.zip"), before);
+}
+
+TEST_F(ChangingTest, MkdirMakesFolders) {
+    output({"mkdir", "plans.zip/new", "plans.zip/docs/deeper/"});
+    output({"mkdir", "-p", "plans.zip/x/y/z", "plans.zip/docs"});
+    EXPECT_EQ(names("plans.zip"), plansWith({"new/", "docs/deeper/", "x/", "x/y/", "x/y/z/"}));
+    EXPECT_EQ(failure({"mkdir", "plans.zip/docs"}), "kxvfs: mkdir: plans.zip/docs: already exists\n");
+    EXPECT_EQ(failure({"mkdir", "plans.zip/p/q"}),
+              "kxvfs: mkdir: plans.zip/p/q: the folder above does not exist; -p makes it\n");
+    EXPECT_NE(failure({"mkdir", "-p", "plans.zip/b.txt/x"}), "");
+    output({"mkdir", "local"});
+    EXPECT_TRUE(std::filesystem::is_directory(folder.file("local")));
+}
+
+TEST_F(ChangingTest, TouchMakesFilesAndRenewsTimes) {
+    output({"touch", "plans.zip/t", "plans.zip/b.txt"});
+    EXPECT_EQ(names("plans.zip"), plansWith({"t"}));
+    const auto verdict = verifyArchive(folder.file("plans.zip"));
+    EXPECT_GT(verdict.find("b.txt")->modified[0], 2021);
+    EXPECT_EQ(output({"cat", "plans.zip/b.txt"}), "b");
+    output({"touch", "-c", "plans.zip/none"});
+    EXPECT_EQ(names("plans.zip"), plansWith({"t"}));
+    EXPECT_NE(failure({"touch", "plans.zip/docs"}).find("cannot be set"), std::string::npos);
+}
+
+TEST_F(ChangingTest, MvRenamesWithinAnArchive) {
+    output({"mv", "plans.zip/docs", "plans.zip/papers"});
+    output({"mv", "plans.zip/b.txt", "plans.zip/papers/"});
+    EXPECT_EQ(names("plans.zip"),
+              (Names{"empty/", "papers/", "papers/a.txt", "papers/b.txt", "papers/sub/c.txt"}));
+    EXPECT_EQ(output({"cat", "plans.zip/papers/sub/c.txt"}), "see\n");
+    const auto verdict = verifyArchive(folder.file("plans.zip"));
+    EXPECT_EQ(verdict.find("papers/b.txt")->modified, (std::array<int, 6>{2021, 12, 31, 23, 59, 58}));
+}
+
+TEST_F(ChangingTest, MvReplacesFilesUnlessToldNotTo) {
+    output({"mv", "-n", "plans.zip/b.txt", "plans.zip/docs/a.txt"});
+    EXPECT_EQ(names("plans.zip"), plans);
+    output({"mv", "plans.zip/b.txt", "plans.zip/docs/a.txt"});
+    EXPECT_EQ(names("plans.zip"), plansWith({}, {"b.txt"}));
+    EXPECT_EQ(output({"cat", "plans.zip/docs/a.txt"}), "b");
+}
+
+TEST_F(ChangingTest, MvRefusesWhatWouldLoseThings) {
+    const auto before = load("plans.zip");
+    EXPECT_EQ(failure({"mv", "plans.zip/docs", "plans.zip/docs/sub"}),
+              "kxvfs: mv: plans.zip/docs: a folder cannot be moved into itself\n");
+    EXPECT_EQ(failure({"mv", "plans.zip/b.txt", "plans.zip/b.txt"}),
+              "kxvfs: mv: plans.zip/b.txt: source and destination are the same\n");
+    EXPECT_EQ(failure({"mv", "plans.zip/", "x"}), "kxvfs: mv: plans.zip/: cannot be moved\n");
+    EXPECT_NE(failure({"mv", "plans.zip/b.txt", "plans.zip/docs", "plans.zip/none"}), "");
+    EXPECT_EQ(load("plans.zip"), before);
+}
+
+TEST_F(ChangingTest, MvGoesBetweenArchivesAndLocalFolders) {
+    save("other.zip", simpleArchive({{"x", "1"}}));
+    output({"mv", "plans.zip/docs", "local"});
+    EXPECT_EQ(load("local/sub/c.txt"), "see\n");
+    EXPECT_EQ(names("plans.zip"), (Names{"b.txt", "empty/"}));
+    output({"mv", "local", "other.zip"});
+    EXPECT_FALSE(std::filesystem::exists(folder.file("local")));
+    output({"mv", "plans.zip/b.txt", "other.zip/local/moved.txt"});
+    EXPECT_EQ(names("plans.zip"), (Names{"empty/"}));
+    EXPECT_EQ(names("other.zip"),
+              (Names{"local/", "local/a.txt", "local/moved.txt", "local/sub/", "local/sub/c.txt", "x"}));
+}
+
+TEST_F(ChangingTest, MvKeepsTheSourceWhenTheCopyCannotBeSaved) {
+    save("other.zip", simpleArchive({{"open", "1"}}));
+    ArchiveBuilder builder;
+    builder.add("open", "1").add("secret", "2");
+    builder.last().flags = flag::encrypted;
+    save("secret.zip", builder.build());
+    save("local.txt", "precious");
+    EXPECT_NE(failure({"mv", "local.txt", "secret.zip/"}), "");
+    EXPECT_EQ(load("local.txt"), "precious");
+    EXPECT_NE(failure({"mv", "plans.zip/b.txt", "secret.zip/"}), "");
+    EXPECT_EQ(names("plans.zip"), plans);
+}
+
+TEST_F(ChangingTest, MvGoesBetweenNestedArchives) {
+    save("outer.zip",
+         simpleArchive({{"in.zip", simpleArchive({{"x", "inner"}, {"y", "stay"}})}, {"top", "t"}}));
+    output({"mv", "outer.zip/in.zip/x", "outer.zip/x"});
+    output({"mv", "outer.zip/top", "outer.zip/in.zip/top"});
+    EXPECT_EQ(names("outer.zip"), (Names{"in.zip", "x"}));
+    EXPECT_EQ(output({"ls", "outer.zip/in.zip"}), "top\ny\n");
+    EXPECT_EQ(output({"cat", "outer.zip/x", "outer.zip/in.zip/top"}), "innert");
+}
+
+TEST_F(ChangingTest, CreateMakesValidEmptyArchives) {
+    output({"create", "new.zip"});
+    EXPECT_EQ(names("new.zip"), Names{});
+    EXPECT_EQ(failure({"create", "new.zip", "plans.zip"}),
+              "kxvfs: create: new.zip: already exists\nkxvfs: create: plans.zip: already exists\n");
+    EXPECT_NE(failure({"create", "no/new.zip"}), "");
+    output({"create", "new.zip/inner.zip"});
+    output({"write", "new.zip/inner.zip/x"}, "1");
+    EXPECT_EQ(output({"find", "new.zip/inner.zip"}), "new.zip/inner.zip\nnew.zip/inner.zip/x\n");
+    EXPECT_EQ(names("new.zip"), (Names{"inner.zip"}));
+}
+
+TEST_F(ChangingTest, ReadOnlyArchivesAreNotChanged) {
+    const auto before = load("plans.zip");
+    std::filesystem::permissions(folder.file("plans.zip"), std::filesystem::perms::owner_read);
+    EXPECT_EQ(failure({"mkdir", "plans.zip/x"}), "kxvfs: mkdir: plans.zip/x: not writable\n");
+    EXPECT_EQ(load("plans.zip"), before);
+}
+
+TEST_F(ChangingTest, ALinkedArchiveStaysALink) {
+    std::filesystem::create_symlink("plans.zip", folder.file("link.zip"));
+    output({"touch", "link.zip/t"});
+    EXPECT_TRUE(std::filesystem::is_symlink(folder.file("link.zip")));
+    EXPECT_EQ(names("plans.zip"), plansWith({"t"}));
+}
+
+TEST_F(ChangingTest, ChangesGiveJson) {
+    const auto document = json({"mkdir", "plans.zip/x", "plans.zip/docs"});
+    ASSERT_EQ(document.size(), 2U);
+    EXPECT_EQ(document[0], (nlohmann::json{{"path", iri("plans.zip", "x")}, {"action", "created"}}));
+    EXPECT_EQ(document[1]["error"]["code"], 3);
+    EXPECT_EQ(json({"mv", "plans.zip/x", "plans.zip/y"})[0]["source"], iri("plans.zip", "x"));
+    EXPECT_EQ(json({"rm", "plans.zip/b.txt"})[0]["action"], "removed");
+}
+
+TEST_F(ChangingTest, RecoverTellsWhenThereIsNothingToDo) {
+    EXPECT_EQ(output({"recover", "plans.zip"}), "plans.zip: nothing to recover\n");
+    EXPECT_EQ(json({"recover", "plans.zip"})[0]["result"], "nothing");
+    EXPECT_EQ(failure({"recover", "none.zip"}), "kxvfs: recover: none.zip: there is no such archive\n");
+}

@@ -1,0 +1,114 @@
+#include "Tool.h"
+
+#include <cstdlib>
+#include <thread>
+
+using namespace kx::test;
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr std::size_t entries = 4;
+
+/// An archive whose rewriting takes a while.
+class InterruptionTest : public Tool {
+protected:
+    void SetUp() override {
+        Tool::SetUp();
+        ArchiveBuilder builder;
+        for (std::size_t i = 0; i < entries; ++i) {
+            std::string content;
+            unsigned state = 1U + static_cast<unsigned>(i);
+            for (int k = 0; k < 1'000'000; ++k)
+                content += static_cast<char>("abcdefgh"[(state = state * 1103515245u + 12345u) >> 29]);
+            builder.add("f" + std::to_string(i), content);
+        }
+        save("big.zip", builder.build());
+        save("new.txt", "new");
+    }
+
+    /// Signals a change of big.zip after `delay` milliseconds and returns how it ended.
+    int signalled(const std::string& signal, int delay) const {
+        auto with = options();
+        with.environment.emplace_back("KXVFS", binary());
+        return runProcess({"bash", "-c",
+                           "\"$KXVFS\" cp new.txt big.zip/new.txt & sleep " + std::to_string(delay / 1000.0) +
+                               "; kill -" + signal + " $! 2>/dev/null; wait $!"},
+                          with)
+            .exitCode;
+    }
+
+    /// The archive is whole, with or without the new file, and nothing but it and new.txt is in the folder.
+    void expectWhole(const std::string& when) const {
+        const auto found = names("big.zip");
+        EXPECT_GE(found.size(), entries) << when;
+        EXPECT_LE(found.size(), entries + 1) << when;
+        std::size_t files = 0;
+        for (const auto& entry : fs::directory_iterator(folder.path())) {
+            ++files;
+            EXPECT_TRUE(entry.path().filename() == "big.zip" || entry.path().filename() == "new.txt")
+                << when << ": " << entry.path();
+        }
+        EXPECT_EQ(files, 2U) << when;
+    }
+};
+
+} // namespace
+
+TEST_F(InterruptionTest, ATerminatedChangeLeavesAWholeArchiveAndNothingElse) {
+    bool interrupted = false;
+    for (const int delay : {5, 20, 60, 120, 250, 500}) {
+        const int status = signalled("TERM", delay);
+        EXPECT_TRUE(status == 0 || status == 128 + 15) << status;
+        interrupted = interrupted || status == 128 + 15;
+        const auto when = "after " + std::to_string(delay) + " ms";
+        EXPECT_EQ(leftovers(), 0U) << when;
+        output({"ls", "big.zip"});
+        // Opening the archive for a change takes away what an interrupted save left beside it.
+        output({"rm", "-f", "big.zip/new.txt"});
+        output({"touch", "big.zip/f0"});
+        expectWhole(when);
+    }
+    EXPECT_TRUE(interrupted);
+}
+
+TEST_F(InterruptionTest, WhatAKilledProcessLeftIsRemovedByTheNextRun) {
+    for (const int delay : {30, 100, 250}) {
+        signalled("KILL", delay);
+        output({"touch", "big.zip/f0"});
+        EXPECT_EQ(leftovers(), 0U) << "after " << delay << " ms";
+        expectWhole("after " + std::to_string(delay) + " ms");
+    }
+}
+
+TEST_F(InterruptionTest, FoldersOfRunningProcessesAreLeftAlone) {
+    auto with = options();
+    with.environment.emplace_back("KXVFS", binary());
+    const auto result = runProcess({"bash", "-c",
+                                    "(sleep 1; echo text) | \"$KXVFS\" write big.zip/slow & sleep 0.3; "
+                                    "\"$KXVFS\" ls big.zip > /dev/null; wait %1"},
+                                   with);
+    EXPECT_EQ(result.exitCode, 0) << result.errors;
+    EXPECT_EQ(output({"cat", "big.zip/slow"}), "text\n");
+}
+
+TEST_F(InterruptionTest, ProcessesThatChangeOneArchiveQueue) {
+    constexpr int processes = 8;
+    std::vector<ProcessResult> results(processes);
+    {
+        std::vector<std::jthread> threads;
+        for (int i = 0; i < processes; ++i)
+            threads.emplace_back([&, i] {
+                results[static_cast<std::size_t>(i)] =
+                    run({"cp", "new.txt", "big.zip/n" + std::to_string(i)});
+            });
+    }
+    bool waited = false;
+    for (const auto& result : results) {
+        EXPECT_EQ(result.exitCode, 0) << result.errors;
+        waited =
+            waited || result.errors.find("waiting for another program that changes ") != std::string::npos;
+    }
+    EXPECT_TRUE(waited);
+    EXPECT_EQ(names("big.zip").size(), entries + processes);
+}
