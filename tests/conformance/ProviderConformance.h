@@ -21,6 +21,8 @@ namespace provider = foundation::storage::provider;
 struct ProviderTraits {
     /// A stream for writing that is destroyed without close() leaves the file as it was.
     bool keepsOldContentsOnDiscard = false;
+    /// Listing a file, as if it were a folder, is NotFound; else a listing without entries.
+    bool refusesToListFiles = true;
     /// How many folders in one another the suite makes.
     std::size_t deepestFolder = 40;
     /// The number of bytes of what counts as a large file.

@@ -18,7 +18,7 @@ namespace {
 
 constexpr const char* markName = "user.kxvfs.save";
 // So that copies and writes of a few kilobytes take several calls.
-constexpr std::size_t largestTransfer = 4096;
+constexpr std::size_t largestTransfer = 8192;
 
 std::map<std::string, std::uint64_t> readNames(const std::string& folder) {
     std::map<std::string, std::uint64_t> names;
@@ -185,9 +185,9 @@ bool SimulatedCrash::putAside(const std::string& path) {
     return ::rename(path.c_str(), m_aside.file(std::to_string(m_asideCount++)).c_str()) == 0;
 }
 
-void SimulatedCrash::losePower(const std::function<bool()>& loses) {
+void SimulatedCrash::losePower(const std::function<bool(Unsynced)>& loses) {
     for (const auto& [folder, names] : m_syncedNames) {
-        if (loses()) {
+        if (loses(Unsynced::NamesOfAFolder)) {
             restoreFolder(folder, names);
         }
     }
@@ -198,11 +198,16 @@ void SimulatedCrash::losePower(const std::function<bool()>& loses) {
         }
     }
     for (const auto& [inode, path] : present) {
-        if (!fs::is_regular_file(fs::symlink_status(path)) || !loses()) {
+        if (!fs::is_regular_file(fs::symlink_status(path))) {
             continue;
         }
         const auto& contents = m_syncedFiles[inode];
-        spit(path, contents.bytes);
+        if (loses(Unsynced::BytesOfAFile)) {
+            spit(path, contents.bytes);
+        }
+        if (attributeOf(path, markName) == contents.mark || !loses(Unsynced::MarkOfAFile)) {
+            continue;
+        }
         if (contents.mark.empty()) {
             ::removexattr(path.c_str(), markName);
         } else {

@@ -46,8 +46,14 @@ public:
     std::uint64_t count() const { return m_count; }
     bool crashed() const { return m_crashed; }
 
-    /// Takes back what was not synced, of each file and folder for which `loses` returns true.
-    void losePower(const std::function<bool()>& loses);
+    /// What a failing power can take.
+    enum class Unsynced {
+        NamesOfAFolder,
+        BytesOfAFile,
+        MarkOfAFile,
+    };
+    /// Takes back what was not synced, where `loses` returns true.
+    void losePower(const std::function<bool(Unsynced)>& loses);
 
     int open(const char* path, int flags, mode_t mode) override;
     ssize_t write(int file, const char* buffer, std::size_t count, off_t position) override;

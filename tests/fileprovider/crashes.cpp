@@ -36,10 +36,13 @@ const Scenario scenarios[] = {
     {"StagedInTheStateFolderWithoutMark", 20000, 9000, true, false, false, false},
 };
 
-/// What becomes of what was not synced when the system stops.
+/// Which of what was not synced is lost when the system stops.
 enum class Loss {
     Nothing,
     Everything,
+    Names,
+    Bytes,
+    Marks,
     Some,
 };
 
@@ -94,10 +97,25 @@ protected:
     }
 
     void losePower(SimulatedCrash& calls, Loss loss, unsigned seed) {
+        using Unsynced = SimulatedCrash::Unsynced;
         std::mt19937 random(seed);
-        if (loss != Loss::Nothing) {
-            calls.losePower([&] { return loss == Loss::Everything || random() % 2 == 0; });
-        }
+        calls.losePower([&](Unsynced what) {
+            switch (loss) {
+            case Loss::Nothing:
+                return false;
+            case Loss::Everything:
+                return true;
+            case Loss::Names:
+                return what == Unsynced::NamesOfAFolder;
+            case Loss::Bytes:
+                return what == Unsynced::BytesOfAFile;
+            case Loss::Marks:
+                return what == Unsynced::MarkOfAFile;
+            case Loss::Some:
+                return random() % 2 == 0;
+            }
+            return false;
+        });
     }
 
     /// The old file or the new one, whole, and still the file that it was.
@@ -148,8 +166,8 @@ struct Stop {
     unsigned seed;
 };
 
-constexpr Stop stops[] = {{Loss::Nothing, 0}, {Loss::Everything, 0}, {Loss::Some, 1},
-                          {Loss::Some, 2},    {Loss::Some, 3},       {Loss::Some, 4}};
+constexpr Stop stops[] = {{Loss::Nothing, 0}, {Loss::Everything, 0}, {Loss::Names, 0}, {Loss::Bytes, 0},
+                          {Loss::Marks, 0},   {Loss::Some, 1},       {Loss::Some, 2}};
 
 } // namespace
 

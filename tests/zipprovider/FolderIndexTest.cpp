@@ -1,6 +1,7 @@
 #include "MemoryArchive.h"
 #include "ReadArchive.h"
 
+#include <storage/zipprovider/src/FileFolderEntryIterator.h>
 #include <storage/zipprovider/src/MiniZipException.h>
 
 #include <foundation/storage/provider/Exception.h>
@@ -339,6 +340,16 @@ TEST(BasalState, IsReplacedWholeByARebuildWhileOldContentsShowTheOldState) {
     EXPECT_NE(oldRoot->findFolder(u"old"), nullptr);
     EXPECT_EQ(oldRoot->findFolder(u"new"), nullptr);
     EXPECT_NE(oldFolder->findFile(u"a"), nullptr);
+}
+
+TEST(BasalState, AListingTakenBeforeARebuildKeepsYieldingTheChildrenThatExisted) {
+    MemoryArchive archive(simpleArchive({{"d/a", "1"}, {"d/b", "2"}, {"d/c", "3"}}));
+    const State state(archive.item());
+    FileFolderEntryIterator<is_file_or_folder_predicate> listing(state.findFolder(ZipEntryPath(u"/d")));
+    listing.next();
+    archive.replace(simpleArchive({{"d/x", "4"}}));
+    state.rebuildBasalState();
+    EXPECT_THAT(listNames(listing), ElementsAre(u"b", u"c"));
 }
 
 TEST(BasalState, StaysAsItIsWhenARebuildFails) {

@@ -27,6 +27,16 @@ const std::string& ArchiveModel::bytesOf(const Node& node, WorkingFile& keep) {
     return keep ? *keep : node.saved;
 }
 
+bool ArchiveModel::wouldBeNamedLikeAFolderAbove(const std::string& from, const std::string& to) const {
+    const auto clashes = [](const std::string& path) {
+        const auto name = path.substr(path.rfind('/')) + "/";
+        return path.find(name) != std::string::npos;
+    };
+    return clashes(to) || std::any_of(m_nodes.begin(), m_nodes.end(), [&](const auto& node) {
+               return node.first.starts_with(from + "/") && clashes(to + node.first.substr(from.size()));
+           });
+}
+
 auto ArchiveModel::checkNew(const std::string& path) const -> Refusal {
     if (m_nodes.contains(path)) {
         return ErrorCode::AlreadyExists;

@@ -352,6 +352,27 @@ TEST_F(ZipProviderFolders, AFileNamedLikeItsFolderShowsInTheFolderAbove) {
     EXPECT_EQ(archiveProblems(archive(), {{"x/x", "inner"}, {"other", "stays"}}), "");
 }
 
+TEST_F(ZipProviderFolders, AFolderAndAFileOfItsNameInItAreNeverLost) {
+    mount({{"other", "stays"}});
+    const auto hold = zip.writer("/hold");
+    zip.createFolder("/x");
+    zip.write("/x/x", "inner");
+    hold->close();
+    // The file stands in front of the folder's entry, so x shows as a file.
+    const Contents expected{{"other", "stays"}, {"hold", ""}, {"x/", ""}, {"x/x", "inner"}};
+    EXPECT_EQ(archiveProblems(archive(), expected), "");
+    EXPECT_TRUE(zip.isFile("/x"));
+    EXPECT_EQ(zip.read("/x/x"), "inner");
+    const auto broke = [](const std::function<void()>& work) {
+        return throwsUntranslated<std::runtime_error>("Retrieval of original entry name broke", work);
+    };
+    EXPECT_TRUE(broke([&] { zip.read("/x"); }));
+    EXPECT_TRUE(broke([&] { zip.write("/x", "goes nowhere"); }));
+    EXPECT_TRUE(broke([&] { zip.moveFile("/x", "/other", MoveOption::ReplaceExisting); }));
+    zip.removeFile("/hold");
+    EXPECT_EQ(archiveProblems(archive(), {{"other", "stays"}, {"x/", ""}, {"x/x", "inner"}}), "");
+}
+
 } // namespace
 
 } // namespace kx::test

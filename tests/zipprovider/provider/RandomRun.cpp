@@ -138,6 +138,11 @@ void RandomRun::applyToTree(const Step& step) {
     const auto& to = step.to;
     const bool replaces = replacesExisting(moveOptionOf(step));
     auto& zip = *m_zip;
+    const bool leadsElsewhere =
+        step.kind == Kind::MoveFile || step.kind == Kind::MoveFolder || step.kind == Kind::CopyFile;
+    if (m_model.wouldBeNamedLikeAFolderAbove(path, leadsElsewhere ? to : path)) {
+        return;
+    }
     switch (step.kind) {
     case Kind::CreateFile:
         if (perform(

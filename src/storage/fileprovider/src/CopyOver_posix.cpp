@@ -185,8 +185,8 @@ void finishCopyOver(const Environment& environment, const StorageIRI& iri, const
         }
     };
     check(copyBytes(environment, stagingFile, target, journal.newSize, false));
-    check(syncFile(environment, target));
     check(setSize(environment, target, journal.newSize));
+    check(syncFile(environment, target));
     if (journal.marked) {
         check(TargetMark::remove(environment, target));
     }

@@ -21,10 +21,10 @@ std::atomic<RebuildMode> currentMode = RebuildMode::Fast;
 
 bool carriesTheWritersMarks(const unz_file_info64& info, const EntryDescription& description) {
     return info.compression_method == Z_DEFLATED && info.flag == 0 && info.version == writerMadeBy &&
-           info.version_needed == writerNeeded && info.internal_fa == 0 && info.external_fa == 0 &&
-           info.size_file_extra == 0 && info.size_file_comment == 0 && info.disk_num_start == 0 &&
-           info.compressed_size < zip64Limit && info.uncompressed_size < zip64Limit &&
-           info.uncompressed_size == description.size;
+           info.version_needed == writerNeeded && info.internal_fa <= textAttribute &&
+           info.external_fa == 0 && info.size_file_extra == 0 && info.size_file_comment == 0 &&
+           info.disk_num_start == 0 && info.compressed_size < zip64Limit &&
+           info.uncompressed_size < zip64Limit && info.uncompressed_size == description.size;
 }
 
 /// Ends the reading of minizip's current entry.
@@ -101,7 +101,8 @@ bool copyStoredEntry(unzFile archive, const StoredEntryName& stored, MiniZipWrit
     if (!entry.isOpen()) {
         return false;
     }
-    openZipEntry(target, description, EntryData::AlreadyDeflated);
+    openZipEntry(target, description, EntryData::AlreadyDeflated,
+                 static_cast<std::uint32_t>(info.internal_fa));
     copyData(archive, target, info);
     return true;
 }

@@ -29,7 +29,8 @@ inline constexpr std::uint32_t localHeaderSignature = 0x04034b50;
 inline constexpr std::size_t localHeaderSize = 30;
 /// End-of-central-directory record, without its comment:
 ///
-///     0 signature    4 disk numbers, counts of entries, size and offset of the directory    20 comment length
+///     0 signature    4 disk numbers, counts of entries, size and offset of the directory    20 comment
+///     length
 inline constexpr std::uint32_t endRecordSignature = 0x06054b50;
 inline constexpr std::size_t endRecordSize = 22;
 /// Block of an extra field that holds, in this order and 8 bytes each, uncompressed size, compressed size and
@@ -40,6 +41,8 @@ inline constexpr std::uint64_t zip64Limit = 0xFFFFFFFF;
 /// What this system's writer puts into "version made by" and "version needed to extract".
 inline constexpr std::uint32_t writerMadeBy = 0;
 inline constexpr std::uint32_t writerNeeded = 20;
+/// Internal attributes of an entry that looks like text; those of any other that the writer deflates are 0.
+inline constexpr std::uint32_t textAttribute = 1;
 
 /// Bytes moved at a time when an entry is copied as it is stored.
 inline constexpr int storedCopyBufferSize = 65536;

@@ -21,8 +21,10 @@ fl::i18n::ustring zipEntryName(const ZipEntryPath& path, ZipEntryType type) {
     return name;
 }
 
-void openZipEntry(MiniZipWriteHandle& handle, const EntryDescription& description, EntryData data) {
+void openZipEntry(MiniZipWriteHandle& handle, const EntryDescription& description, EntryData data,
+                  std::uint32_t internalAttributes) {
     zip_fileinfo info{};
+    info.internal_fa = internalAttributes;
     info.tmz_date = toLocalDosTime(description.lastModified);
     const auto name = encodeEntryName(zipEntryName(description.path, description.type));
     // minizip takes the name as a C string, and the headers have 16 bits for its length: it would store

@@ -33,9 +33,11 @@ enum class EntryData {
     AlreadyDeflated,
 };
 
-/// Opens the next entry of the archive being written; minizip finishes the one before.
+/// Opens the next entry of the archive being written; minizip finishes the one before. What minizip deflates
+/// it also marks as text or not, in the internal attributes; data deflated before come with theirs.
 /// Errors: MiniZipException, also for a name that holds a NUL or is longer than 65535 bytes.
-void openZipEntry(MiniZipWriteHandle& handle, const EntryDescription& description, EntryData data);
+void openZipEntry(MiniZipWriteHandle& handle, const EntryDescription& description, EntryData data,
+                  std::uint32_t internalAttributes = 0);
 
 /// One entry of an archive being written, deflated. Also a Boost.Iostreams output device; copies write to the
 /// same entry. minizip finishes the entry when the next one is opened or the archive is closed, so the sink

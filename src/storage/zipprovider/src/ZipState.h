@@ -76,7 +76,7 @@ public:
     /// has a key in the index, too.)
     bool isFolder(const ZipEntryPath& folder) const;
 
-    /// The stored name and the description of an entry of the archive that is not changed.
+    /// The stored name and the description of a file of the archive that is not changed.
     /// Errors: std::runtime_error "Retrieval of original entry name broke".
     const CarriedOverEntry& originalEntry(const ZipEntryPath& path) const;
     /// A source of that entry's bytes, over an archive opened anew. Errors: MiniZipException.

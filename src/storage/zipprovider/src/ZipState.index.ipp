@@ -156,7 +156,8 @@ bool ZipState<StorageItem, ByteStreamDevice>::isFolder(const Path& folder) const
 template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
 const CarriedOverEntry& ZipState<StorageItem, ByteStreamDevice>::originalEntry(const Path& path) const {
     const auto place = m_carriedOver.find(path);
-    if (place == m_carriedOver.end()) {
+    // The index may show a file where the archive has a folder: the first x of a file x/x.
+    if (place == m_carriedOver.end() || place->second.type != ZipEntryType::File) {
         throw std::runtime_error("Retrieval of original entry name broke");
     }
     return place->second;
