@@ -21,7 +21,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <array>
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
@@ -173,8 +172,9 @@ TEST_F(WritingArchives, AHandleThatIsDestroyedCompletesTheArchive) {
         MiniZipWriteHandle archive(path());
         put(archive, file(u"a"), "text");
     }
-    EXPECT_EQ(verdict().problems(), "");
-    EXPECT_THAT(verdict().names(), ElementsAre("a"));
+    const auto seen = verdict();
+    EXPECT_EQ(seen.problems(), "");
+    EXPECT_THAT(seen.names(), ElementsAre("a"));
 }
 
 TEST_F(WritingArchives, AClosedHandleTakesNoEntries) {
@@ -246,8 +246,9 @@ TEST_F(WritingArchives, AnEntryIsWrittenWithoutZip64WhateverItsSizeIsSaidToBe) {
     archive.close();
     const auto bytes = bytesOf(path());
     EXPECT_EQ(littleEndian(std::string_view(bytes).substr(28, 2)), 0u) << "length of the local extra field";
-    EXPECT_EQ(verdict().problems(), "");
-    EXPECT_EQ(verdict().find("big")->size, 6u);
+    const auto seen = verdict();
+    EXPECT_EQ(seen.problems(), "");
+    EXPECT_EQ(seen.find("big")->size, 6u);
 }
 
 TEST_F(WritingArchives, ASinkDestroyedWithoutWritingLeavesAnEntryOfLengthZero) {
@@ -279,15 +280,12 @@ TEST_F(WritingArchives, AnEntryGetsTheLocalTimeOfItsInstant) {
         MiniZipWriteHandle archive(path());
         put(archive, file(u"a", time), "");
         archive.close();
-        return verdict().find("a")->modified;
+        return entriesOf(bytesOf(path())).at(0).lastModified;
     };
-    using Stamp = std::array<int, 6>;
-    EXPECT_EQ(stampIn("UTC0", someTime), (Stamp{2021, 7, 15, 12, 30, 10}));
-    EXPECT_EQ(stampIn("CET-1CEST,M3.5.0,M10.5.0/3", someTime), (Stamp{2021, 7, 15, 14, 30, 10}));
-    EXPECT_EQ(stampIn("EST5", ptime(date(2021, 1, 1), time_duration(3, 0, 0))),
-              (Stamp{2020, 12, 31, 22, 0, 0}));
-    const auto epoch = stampIn("CET-1", ptime(date(1970, 1, 1)));
-    EXPECT_EQ((Stamp{0, epoch[1], epoch[2], epoch[3], epoch[4], epoch[5]}), (Stamp{0, 1, 1, 1, 0, 0}));
+    EXPECT_EQ(stampIn("UTC0", someTime), someTime);
+    EXPECT_EQ(stampIn("CET-1CEST,M3.5.0,M10.5.0/3", someTime), someTime + boost::posix_time::hours(2));
+    EXPECT_EQ(stampIn("EST5", someTime), someTime - boost::posix_time::hours(5));
+    EXPECT_EQ(stampIn("CET-1", ptime(date(1970, 1, 1))).time_of_day(), time_duration(1, 0, 0));
 }
 
 TEST_F(WritingArchives, AWriteAcceptsAllBytesOfWhateverNumber) {
@@ -301,8 +299,9 @@ TEST_F(WritingArchives, AWriteAcceptsAllBytesOfWhateverNumber) {
                   static_cast<std::int64_t>(big.size() - 1));
     }
     archive.close();
-    EXPECT_EQ(verdict().problems(), "");
-    EXPECT_EQ(verdict().find("big")->crc32, crc32Of(big));
+    const auto seen = verdict();
+    EXPECT_EQ(seen.problems(), "");
+    EXPECT_EQ(seen.find("big")->crc32, crc32Of(big));
 }
 
 TEST_F(WritingArchives, ANameThatCannotBeStoredAsItIsIsRefused) {
@@ -423,8 +422,9 @@ TEST_F(WritingArchives, CopiesOfASinkWriteToTheSameEntry) {
     std::istringstream three(" three");
     boost::iostreams::copy(three, sink, 4096);
     archive.close();
-    EXPECT_EQ(verdict().problems(), "");
-    EXPECT_EQ(verdict().find("a")->crc32, crc32Of("one two three"));
+    const auto seen = verdict();
+    EXPECT_EQ(seen.problems(), "");
+    EXPECT_EQ(seen.find("a")->crc32, crc32Of("one two three"));
 }
 
 } // namespace

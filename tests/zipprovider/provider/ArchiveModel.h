@@ -58,8 +58,8 @@ public:
     static const std::string& bytesOf(const Node& node, WorkingFile& keep);
     bool isBeingWritten() const { return m_writers > 0; }
 
-    /// Whether a file at `to`, or below it when what stands at `from` is moved there, would have the name of a
-    /// folder above it, which then may show as a file itself: such an archive is beyond this model.
+    /// Whether a file at `to`, or below it when what stands at `from` is moved there, would have the name of
+    /// a folder above it, which then may show as a file itself: such an archive is beyond this model.
     bool wouldBeNamedLikeAFolderAbove(const std::string& from, const std::string& to) const;
 
     Refusal checkNew(const std::string& path) const;
