@@ -17,7 +17,7 @@ namespace storage::fileprovider {
 /// - 2: the space that the target grows by is reserved.
 ///   Undo: cut to the old size as well.
 /// - 3: the target is marked, the journal says "overwriting".
-/// - 4: the bytes are copied, synced, the target is cut to size.
+/// - 4: the bytes are copied, the target is cut to size and synced.
 ///   Finish: do it again.
 /// - 5: the mark, the journal and the staging file are removed.
 ///   Finish: remove what is left.
@@ -25,9 +25,10 @@ namespace storage::fileprovider {
 /// Each step is on the medium before the next begins.
 ///
 /// `staging` is complete and synced; it is gone when this returns. Waits for, finishes or undoes an earlier
-/// copy-over of the same target. Errors: the provider's Exception. Up to step 3 the target keeps its old
-/// contents and the staging file is the caller's to remove; afterwards (`begun` is true then) the staging
-/// file must stay, and the cause says so.
+/// copy-over of the same target.
+/// Errors: the provider's Exception. Up to step 3 the target keeps its old contents and the staging file is
+/// the caller's to remove; afterwards (`begun` is true then) the staging file must stay, and the cause says
+/// so.
 void copyOver(const EnvironmentPtr& environment, const foundation::storage::provider::StorageIRI& iri,
               const std::string& target, Staging& staging, bool& begun);
 
