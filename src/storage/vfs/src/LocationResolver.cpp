@@ -153,8 +153,9 @@ std::optional<StorageIRI> LocationResolver::localContainer(std::string_view type
 
 Location LocationResolver::resolveInside(std::string_view archive, std::string_view innerPath) const {
     const auto root = resolve(archive, FileMeaning::Folder).iri;
+    // Mounting says what is wrong with a local file that is no archive.
+    const auto provider = m_vfs.mount(root, Tolerance::Damaged).provider;
     if (!root.hasContainer() || !normalizedPath(root.getResolvedPath()).empty()) {
-        const auto provider = m_vfs.mount(root, Tolerance::Damaged).provider;
         if (provider->isFolder(root))
             throw Exception(ErrorCode::InvalidArgument, root, "is a folder, not an archive");
         if (provider->isFile(root))
