@@ -107,7 +107,6 @@ int main(int count, char** arguments) {
         ProgressLine::clear();
     });
     const int status = guardedRun(*chosen, line.options());
-    stopIfEnding();
     for (const auto& rescued : temporary->keepRescued())
         fmt::print(stderr, "kxvfs: {}: the archive that could not be put in place is kept as {}\n",
                    chosen->row->name, rescued.string());

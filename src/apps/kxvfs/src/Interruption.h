@@ -9,10 +9,6 @@ namespace apps::kxvfs {
 /// stands. Call it once, before any thread is started; the signals are handled on a thread of their own.
 void endOnSignals(std::function<void()> cleanUp);
 
-/// Does not return once a signal has asked for the end: what fails now fails because of the cleaning up, and
-/// is not to be told.
-void stopIfEnding();
-
 /// Writing to a pipe that nobody reads gives an error instead of ending the process.
 void ignoreBrokenPipes();
 

@@ -1,6 +1,5 @@
 #include <apps/kxvfs/src/Interruption.h>
 
-#include <atomic>
 #include <csignal>
 #include <pthread.h>
 #include <thread>
@@ -9,9 +8,6 @@
 namespace apps::kxvfs {
 
 namespace {
-
-/// Set by the signals' thread, read by the main thread.
-std::atomic<bool> ending = false;
 
 [[noreturn]] void endBySignal(int signal) {
     sigset_t only;
@@ -42,15 +38,9 @@ void endOnSignals(std::function<void()> cleanUp) {
         int signal = 0;
         if (sigwait(&signals, &signal) != 0)
             return;
-        ending = true;
         cleanUp();
         endBySignal(signal);
     }).detach();
-}
-
-void stopIfEnding() {
-    while (ending)
-        pause();
 }
 
 void ignoreBrokenPipes() {

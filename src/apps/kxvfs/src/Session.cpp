@@ -1,6 +1,5 @@
 #include <apps/kxvfs/src/Session.h>
 
-#include <apps/kxvfs/src/Interruption.h>
 #include <apps/kxvfs/src/Printable.h>
 #include <apps/kxvfs/src/Progress.h>
 
@@ -116,7 +115,6 @@ void Session::fail(std::string_view shown, ErrorCode code, const std::string& ca
 }
 
 void Session::report(std::string_view shown, const Failure& failure) {
-    stopIfEnding();
     ++m_failures;
     // What was listed before stands above the message also when both go to one place.
     std::fflush(stdout);

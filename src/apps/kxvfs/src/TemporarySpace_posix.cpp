@@ -112,13 +112,9 @@ std::vector<fs::path> TemporarySpace::keepRescued() {
 }
 
 void TemporarySpace::remove() const noexcept {
-    if (m_folder.empty() || m_kept)
-        return;
-    // Away from its name first: the main thread may still be making files in it.
-    std::error_code failure;
-    const fs::path ended = m_folder.native() + ".ended";
-    fs::rename(m_folder, ended, failure);
-    fs::remove_all(failure ? m_folder : ended, failure);
+    std::error_code ignored;
+    if (!m_folder.empty() && !m_kept)
+        fs::remove_all(m_folder, ignored);
 }
 
 } // namespace apps::kxvfs
