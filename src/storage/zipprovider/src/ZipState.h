@@ -76,11 +76,11 @@ public:
     /// has a key in the index, too.)
     bool isFolder(const ZipEntryPath& folder) const;
 
-    /// The stored name and the description of an entry of the archive that is not changed.
+    /// The stored name and the description of a file of the archive that is not changed.
     /// Errors: std::runtime_error "Retrieval of original entry name broke".
     const CarriedOverEntry& originalEntry(const ZipEntryPath& path) const;
-    /// A source of that entry's bytes, over an archive opened anew.
-    /// Errors: as originalEntry, also for a folder; MiniZipException.
+    /// A source of that file's bytes, over an archive opened anew.
+    /// Errors: as originalEntry; MiniZipException.
     std::unique_ptr<EntrySource> openOriginalEntry(const ZipEntryPath& path) const;
     /// The working file of an entry opened for writing since the last flush; null when there is none.
     std::shared_ptr<WorkingFileEntry> modifiedEntry(const ZipEntryPath& path) const;

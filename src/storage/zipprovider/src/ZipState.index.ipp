@@ -156,7 +156,8 @@ bool ZipState<StorageItem, ByteStreamDevice>::isFolder(const Path& folder) const
 template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
 const CarriedOverEntry& ZipState<StorageItem, ByteStreamDevice>::originalEntry(const Path& path) const {
     const auto place = m_carriedOver.find(path);
-    if (place == m_carriedOver.end()) {
+    // The index may show a file where the archive has a folder: the first x of a file x/x.
+    if (place == m_carriedOver.end() || place->second.type != ZipEntryType::File) {
         throw std::runtime_error("Retrieval of original entry name broke");
     }
     return place->second;
@@ -165,12 +166,7 @@ const CarriedOverEntry& ZipState<StorageItem, ByteStreamDevice>::originalEntry(c
 template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
 auto ZipState<StorageItem, ByteStreamDevice>::openOriginalEntry(const Path& path) const
     -> std::unique_ptr<EntrySource> {
-    const auto& entry = originalEntry(path);
-    // The index may show a file where the archive has a folder: the first x of a file x/x.
-    if (entry.type != ZipEntryType::File) {
-        throw std::runtime_error("Retrieval of original entry name broke");
-    }
-    return std::make_unique<EntrySource>(openArchive(), entry.stored);
+    return std::make_unique<EntrySource>(openArchive(), originalEntry(path).stored);
 }
 
 template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
