@@ -58,6 +58,17 @@ std::string bytesOf(const std::filesystem::path& path) {
     return {std::istreambuf_iterator<char>(in), {}};
 }
 
+template <typename Work>
+std::string failureOf(Work work) {
+    try {
+        work();
+    } catch (MiniZipException& error) {
+        EXPECT_NE(dynamic_cast<foundation::core::except::IInternalException*>(&error), nullptr);
+        return error.what();
+    }
+    return {};
+}
+
 class WritingArchives : public testing::Test {
 protected:
     std::filesystem::path path() const { return m_folder.file("archive.zip"); }
