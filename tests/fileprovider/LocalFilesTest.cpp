@@ -104,14 +104,15 @@ RecoveryOutcome LocalFilesTest::recover(std::string_view name) {
 }
 
 void LocalFilesTest::expectNothingLeft(foundation::core::SourceLocation place) {
-    const testing::ScopedTrace trace(place.file(), place.line(), "expected no working files");
+    const testing::ScopedTrace trace(place.file(), static_cast<int>(place.line()),
+                                     "expected no working files");
     EXPECT_EQ(workingFilesIn(folder()), std::vector<std::string>());
     EXPECT_EQ(namesIn(stateFolder()), std::vector<std::string>());
 }
 
 std::string LocalFilesTest::expectError(ErrorCode code, const std::function<void()>& operation,
                                         foundation::core::SourceLocation place) {
-    const testing::ScopedTrace trace(place.file(), place.line(), "expected error");
+    const testing::ScopedTrace trace(place.file(), static_cast<int>(place.line()), "expected error");
     try {
         operation();
     } catch (const Exception& error) {
