@@ -186,15 +186,22 @@ TEST_F(FailingDefaults, ExistenceAndAttributesReportEveryFailure) {
                  [](bool) {});
 }
 
-/// A folder that goes between its listing and the look into it.
-class VanishingFolder final : public IProvider {
+/// A storage as awkward as the interface allows: a folder goes between its listing and the look into it,
+/// another is made by someone else at the same moment, sizes are unknown, and opening with truncation empties
+/// the file at once.
+class AwkwardProvider final : public IProvider {
 public:
-    explicit VanishingFolder(std::shared_ptr<InMemoryProvider> memory) : m_memory(std::move(memory)) {}
-    ~VanishingFolder() override { endChangePolling(); }
+    explicit AwkwardProvider(std::shared_ptr<InMemoryProvider> memory) : m_memory(std::move(memory)) {}
+    ~AwkwardProvider() override { endChangePolling(); }
 
 private:
     void doCreateFile(const StorageIRI& location) override { m_memory->createFile(location); }
-    void doCreateFolder(const StorageIRI& location) override { m_memory->createFolder(location); }
+    void doCreateFolder(const StorageIRI& location) override {
+        if (location.getName() == u"contested") {
+            m_memory->createFolder(location);
+        }
+        m_memory->createFolder(location);
+    }
     bool doIsFile(const StorageIRI& location) override { return m_memory->isFile(location); }
     bool doIsFolder(const StorageIRI& location) override { return m_memory->isFolder(location); }
     void doRemoveFile(const StorageIRI& location) override { m_memory->removeFile(location); }
@@ -214,6 +221,9 @@ private:
     }
     std::unique_ptr<ByteStream> doOpenStream(const StorageIRI& location,
                                              const ByteStreamOpenOptions& options) override {
+        if (options.truncation == StreamTruncation::Truncate) {
+            m_memory->openStream(location, options)->close();
+        }
         return m_memory->openStream(location, options);
     }
     std::unique_ptr<ByteStream> doOpenReadStream(const StorageIRI& location) override {
@@ -240,13 +250,34 @@ TEST(ConcurrentChanges, AFolderThatGoesDuringARecursiveListingCountsAsEmpty) {
     const auto memory = std::make_shared<InMemoryProvider>();
     memory->createFolderRecursive(memory->at(u"/f/vanishing"));
     memory->createFolder(memory->at(u"/f/z"));
-    VanishingFolder storage(memory);
+    AwkwardProvider storage(memory);
     EXPECT_EQ(storage.listAllRecursiveNamesOnly(memory->at(u"/f")), (Names{u"vanishing", u"z"}));
+}
+
+TEST(ConcurrentChanges, AFolderThatAnotherMakesAtTheSameMomentIsNoErrorInRecursiveCreation) {
+    const auto memory = std::make_shared<InMemoryProvider>();
+    AwkwardProvider storage(memory);
+    EXPECT_NO_THROW(storage.createFolderRecursive(memory->at(u"/a/contested/b")));
+    EXPECT_TRUE(memory->isFolder(memory->at(u"/a/contested/b")));
+}
+
+TEST(CopiesOntoThemselves, AFileThatOpeningWouldEmptyKeepsItsContents) {
+    const auto memory = std::make_shared<InMemoryProvider>();
+    AwkwardProvider storage(memory);
+    const auto file = memory->at(u"/a");
+    writeFile(storage, file, "contents");
+    const auto opened = memory->callCount(ProviderOperation::OpenStream);
+    for (const auto* spelling : {u"/a", u"//a"}) {
+        storage.copyFile(file, memory->at(spelling), MoveOption::ReplaceExisting);
+        storage.copyFileAtomic(file, memory->at(spelling), MoveOption::ReplaceExisting);
+        EXPECT_EQ(readFile(storage, file), "contents");
+    }
+    EXPECT_EQ(memory->callCount(ProviderOperation::OpenStream), opened);
 }
 
 TEST(UnknownSizes, TruncatingFindsTheSizeBySeeking) {
     const auto memory = std::make_shared<InMemoryProvider>();
-    VanishingFolder storage(memory);
+    AwkwardProvider storage(memory);
     writeFile(storage, memory->at(u"/a"), "0123456789");
     storage.truncateToSize(memory->at(u"/a"), 3);
     EXPECT_EQ(readFile(storage, memory->at(u"/a")), "012");

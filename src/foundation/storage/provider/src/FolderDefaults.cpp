@@ -28,15 +28,12 @@ void IProvider::doCreateFolderRecursive(const StorageIRI& location) {
     // Lengths of the paths of the missing folders, from the lowest up: thousands of whole paths, each a
     // little shorter than the one before, would take a lot of memory.
     std::vector<std::size_t> missing;
-    StorageIRI highest;
-    for (StorageIRI folder = location; folder != highest && !doIsFolder(folder);) {
+    StorageIRI below;
+    for (StorageIRI folder = location; folder != below && !doIsFolder(folder);) {
         missing.push_back(folder.getResolvedPath().size());
-        highest = std::exchange(folder, folder.parent());
+        below = std::exchange(folder, folder.parent());
     }
-    // Lower ones cannot be files: they would stand in a file.
-    if (!missing.empty() && doIsFile(highest)) {
-        throw Exception(ErrorCode::AlreadyExists, highest, "a file stands in the way");
-    }
+    // Where a file stands in the way, it is the first that cannot be made.
     std::for_each(missing.rbegin(), missing.rend(), [this, &location](std::size_t length) {
         const auto path = fl::i18n::ustring_view(location.getResolvedPath()).substr(0, length);
         createFolderUnlessThere(*this, location.withPath(path));
