@@ -108,7 +108,7 @@ TEST_F(ZipProviderErrors, MovingAFileReportsTheDestinationWhateverIsWrong) {
     const auto move = [&](const char* from, const char* to, MoveOption option) {
         return [=, this] { zip.moveFile(from, to, option); };
     };
-    using enum MoveOption;
+    using enum foundation::storage::provider::MoveOption;
     for (const auto option : {FailIfExists, AllowCopy}) {
         EXPECT_TRUE(reports(ErrorCode::AlreadyExists, zip.at("/docs/b.txt"),
                             move("/docs/a.txt", "/docs/b.txt", option)));
@@ -131,7 +131,7 @@ TEST_F(ZipProviderErrors, MovingAFolderReportsTheDestinationWhateverIsWrong) {
     const auto move = [&](const char* from, const char* to, MoveOption option) {
         return [=, this] { zip.moveFolder(from, to, option); };
     };
-    using enum MoveOption;
+    using enum foundation::storage::provider::MoveOption;
     for (const auto option : {FailIfExists, AllowCopy}) {
         EXPECT_TRUE(reports(ErrorCode::AlreadyExists, zip.at("/bad.txt"), move("/docs", "/bad.txt", option)));
     }
