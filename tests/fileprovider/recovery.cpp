@@ -3,6 +3,8 @@
 #include "SimulatedCrash.h"
 
 #include <algorithm>
+#include <atomic>
+#include <thread>
 #include <unistd.h>
 
 namespace kx::test {
@@ -308,6 +310,34 @@ TEST_F(LocalFileRecovery, AReaderWaitsForALivingProcessThatOverwrites) {
     EXPECT_EQ(read("a"), m_new);
     EXPECT_EQ(saver.result(), "saved");
     expectNothingLeft();
+}
+
+TEST_F(LocalFileRecovery, AHaltedProcessBeginsNoSaveAndTellsOfThoseThatHaveBegun) {
+    OtherProcess ending([&]() -> std::string {
+        const auto files = LocalFileProvider::create(options());
+        const auto begun = files->openStream(iri("a"), {});
+        writeFile(*files, iri("done"), m_new);
+        const auto halted = storage::fileprovider::haltSaves();
+        std::atomic<bool> wentOn = false;
+        std::thread([&] {
+            const auto stream = files->openStream(iri("b"), {});
+            wentOn = true;
+        }).detach();
+        ::usleep(200'000);
+        std::string told = wentOn ? "went on:" : "stopped:";
+        for (const auto& location : halted) {
+            told += " " + location.toUtf8();
+        }
+        // The streams are still open when the process ends.
+        spit(file("told"), told);
+        ::_exit(0);
+    });
+    ending.result();
+    EXPECT_EQ(slurp(file("told")), "stopped: " + iri("a").toUtf8());
+    EXPECT_EQ(recoverFile(iri("a"), options()).outcome, RecoveryOutcome::DiscardedUnfinishedSave);
+    EXPECT_EQ(slurp(file("a")), m_old);
+    EXPECT_EQ(slurp(file("done")), m_new);
+    EXPECT_TRUE(workingFilesIn(folder()).empty());
 }
 
 } // namespace kx::test

@@ -81,6 +81,35 @@ TEST_F(InterruptionTest, WhatAKilledProcessLeftIsRemovedByTheNextRun) {
     }
 }
 
+TEST_F(InterruptionTest, ASecondSignalDoesNotWaitForTheCleaningUp) {
+    if (!programExists("python3"))
+        GTEST_SKIP() << "python3 is not installed";
+    // A terminal that takes nothing more holds up the last step of the cleaning up.
+    save("second.py", R"(
+import os, pty, signal, subprocess, time
+master, slave = pty.openpty()
+os.set_blocking(slave, False)
+try:
+    while True:
+        os.write(slave, b'x' * 1000)
+except BlockingIOError:
+    pass
+os.set_blocking(slave, True)
+def block():
+    signal.pthread_sigmask(signal.SIG_BLOCK, {signal.SIGINT, signal.SIGTERM})
+tool = subprocess.Popen([os.environ['KXVFS'], '--finish-interrupted-run', '15', 'line', ''],
+                        stderr=slave, preexec_fn=block)
+time.sleep(0.6)
+print(tool.poll())
+tool.send_signal(signal.SIGINT)
+print(tool.wait(20))
+)");
+    auto with = options();
+    with.environment.emplace_back("KXVFS", binary());
+    const auto result = runProcess({"python3", "second.py"}, with);
+    EXPECT_EQ(result.output, "None\n-2\n") << result.errors;
+}
+
 TEST_F(InterruptionTest, FoldersOfRunningProcessesAreLeftAlone) {
     auto with = options();
     with.environment.emplace_back("KXVFS", binary());

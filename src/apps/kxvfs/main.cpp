@@ -6,6 +6,7 @@
 #include <apps/kxvfs/src/TemporarySpace.h>
 
 #include <foundation/log/control.h>
+#include <storage/vfs/Recovery.h>
 
 #include <fmt/format.h>
 
@@ -26,6 +27,14 @@ constexpr int usageStatus = 2;
 void useUtc() {
     setenv("TZ", "UTC", 1);
     tzset();
+}
+
+/// Nothing is made beside a local file from here on that is not among these.
+std::vector<std::string> locationsBeingSaved() {
+    std::vector<std::string> locations;
+    for (const auto& file : storage::vfs::haltSaves())
+        locations.push_back(file.toUtf8());
+    return locations;
 }
 
 int complain(const CommandLine::Declared* command, std::string_view problem) {
@@ -80,6 +89,7 @@ int parse(CommandLine& line, int count, char** arguments) {
 } // namespace
 
 int main(int count, char** arguments) {
+    finishInterruptedRun(count, arguments);
     useUtc();
     ignoreBrokenPipes();
     // For the build and for packagers, not for people: no option of the help.
@@ -100,17 +110,17 @@ int main(int count, char** arguments) {
         foundation::log::enable(line.options().verbosity > 1 ? foundation::log::severity::debug
                                                              : foundation::log::severity::info);
 
-    // Shared with the thread of the signals, which outlives this function.
-    const auto temporary = std::make_shared<TemporarySpace>();
-    endOnSignals([temporary] {
-        temporary->remove();
-        ProgressLine::clear();
+    TemporarySpace::removeAbandoned();
+    holdSignals();
+    TemporarySpace temporary;
+    endOnSignals([folder = temporary.folder()] {
+        return Remains{folder, locationsBeingSaved(), ProgressLine::isShown()};
     });
     const int status = guardedRun(*chosen, line.options());
-    for (const auto& rescued : temporary->keepRescued())
+    for (const auto& rescued : temporary.keepRescued())
         fmt::print(stderr, "kxvfs: {}: the archive that could not be put in place is kept as {}\n",
                    chosen->row->name, rescued.string());
-    temporary->remove();
+    temporary.remove();
     if (status < 0)
         endByBrokenPipe();
     return status;

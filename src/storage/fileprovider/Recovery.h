@@ -38,4 +38,10 @@ struct RecoveryReport {
 KXFILEPROVIDER_API RecoveryReport recoverFile(const foundation::storage::provider::StorageIRI& file,
                                               const LocalFileOptions& options = {});
 
+/// For a process that is about to end in the middle of its work: lets no save of a file begin any more, in
+/// this process, and returns the files whose saves have begun. A thread that begins one stops there for good.
+/// When the process has ended, recoverFile, called by another one, settles these files, and nothing of the
+/// saves is left. Threads: any.
+KXFILEPROVIDER_API std::vector<foundation::storage::provider::StorageIRI> haltSaves();
+
 } // namespace storage::fileprovider

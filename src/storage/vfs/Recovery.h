@@ -30,4 +30,9 @@ struct Recovery {
 /// container does the same without a word. Errors: those of the provider of local files. Threads: any.
 KXVFS_API Recovery recoverContainer(const foundation::storage::provider::StorageIRI& location);
 
+/// For a process that is about to end in the middle of its work: lets no save of a local file begin any more,
+/// in this process, and returns the files whose saves have begun. A thread that begins one stops there for
+/// good. recoverContainer settles these files once the process has ended. Threads: any.
+KXVFS_API std::vector<foundation::storage::provider::StorageIRI> haltSaves();
+
 } // namespace storage::vfs

@@ -1,13 +1,38 @@
 #pragma once
 
+#include <filesystem>
 #include <functional>
+#include <string>
+#include <vector>
 
 namespace apps::kxvfs {
 
-/// Ends the process when a signal asks for it (Ctrl-C, hang-up, termination), after `cleanUp` ran. Storage is
-/// safe at any instant, so nothing is waited for: what was not saved by then is dropped and the old archive
-/// stands. Call it once, before any thread is started; the signals are handled on a thread of their own.
-void endOnSignals(std::function<void()> cleanUp);
+/// What a run leaves behind that is ended in its middle.
+struct Remains {
+    /// TemporarySpace::folder.
+    std::filesystem::path temporaryFolder;
+    /// The locations of the files whose saves had begun.
+    std::vector<std::string> unfinishedSaves;
+    /// A progress line stands on the terminal.
+    bool progressLine = false;
+};
+
+/// First of all in main: in a process image that endOnSignals has started, removes the remains, ends the
+/// process by its signal and does not return. Otherwise does nothing.
+void finishInterruptedRun(int count, char** arguments);
+
+/// Lets the signals that ask for the end (Ctrl-C, hang-up, termination) wait for endOnSignals. Call it once,
+/// before any thread is started and before there is anything to remove.
+void holdSignals();
+
+/// Ends the process when one of these signals asks for it. Nothing of the work under way is waited for: the
+/// process replaces its image by a fresh one, which ends every thread at the instruction it is at, so that
+/// nothing can be made any more; the fresh image removes `remains()` and ends by the signal. What was not
+/// saved by then is dropped and the old archive stands. A second signal a moment later ends it at once; the
+/// next run removes what is left then.
+/// `remains` runs on a thread of its own, while all others go on; whatever they make must be known to it
+/// before it is made. Call it once.
+void endOnSignals(std::function<Remains()> remains);
 
 /// Writing to a pipe that nobody reads gives an error instead of ending the process.
 void ignoreBrokenPipes();

@@ -7,6 +7,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstdio>
 
 namespace apps::kxvfs {
@@ -19,7 +20,8 @@ constexpr auto patience = 500ms;
 constexpr auto interval = 100ms;
 constexpr std::size_t barWidth = 20;
 
-bool lineShown = false;
+/// The signals' thread asks for it.
+std::atomic<bool> lineShown = false;
 
 /// The end of a name that fits into `width` columns.
 std::string tail(const std::string& name, std::size_t width) {
@@ -42,17 +44,27 @@ void ProgressLine::show(std::string_view text) {
     static const bool terminal = errorIsTerminal();
     if (!terminal)
         return;
+    lineShown = true;
     fmt::print(stderr, "\r\x1b[K{}", text);
     std::fflush(stderr);
-    lineShown = true;
 }
 
 void ProgressLine::clear() {
     if (!lineShown)
         return;
+    erase();
+    lineShown = false;
+}
+
+bool ProgressLine::isShown() {
+    return lineShown;
+}
+
+void ProgressLine::erase() {
+    if (!errorIsTerminal())
+        return;
     fmt::print(stderr, "\r\x1b[K");
     std::fflush(stderr);
-    lineShown = false;
 }
 
 CopyProgressBar::CopyProgressBar(bool wanted)

@@ -15,6 +15,10 @@ public:
     static void show(std::string_view text);
     /// Takes the line away, before anything else is printed.
     static void clear();
+    /// Whether there is a line to take away. Callable from any thread.
+    static bool isShown();
+    /// Takes away a line that another process has left.
+    static void erase();
 };
 
 /// Shows how far a copy has come: the file, a bar, the total. Quick copies show nothing.

@@ -19,6 +19,7 @@ constexpr std::string_view prefix = "kxvfs-";
 constexpr std::string_view lockName = ".lock";
 constexpr std::string_view keepName = ".keep";
 constexpr std::string_view rescuedEnding = "sanitized.zip";
+constexpr int removalTurns = 3;
 
 /// The lock file of a folder, opened; -1 where it cannot be.
 int openLock(const fs::path& folder) {
@@ -44,14 +45,21 @@ bool isOld(const fs::path& folder) {
     return !failure && fs::file_time_type::clock::now() - written > std::chrono::hours(1);
 }
 
-bool isOwn(const fs::path& folder) {
+/// Another user could lead a link to anywhere.
+bool isOwnSpace(const fs::path& folder) {
     struct stat status {};
-    return lstat(folder.c_str(), &status) == 0 && S_ISDIR(status.st_mode) && status.st_uid == geteuid();
+    return folder.filename().native().starts_with(prefix) && lstat(folder.c_str(), &status) == 0 &&
+           S_ISDIR(status.st_mode) && status.st_uid == geteuid();
+}
+
+bool isToKeep(const fs::path& folder) {
+    std::error_code ignored;
+    return fs::exists(folder / keepName, ignored);
 }
 
 void removeIfAbandoned(const fs::path& folder) {
     std::error_code ignored;
-    if (!isOwn(folder) || fs::exists(folder / keepName, ignored))
+    if (!isOwnSpace(folder) || isToKeep(folder))
         return;
     const int lock = openLock(folder);
     if (lock < 0) {
@@ -64,22 +72,21 @@ void removeIfAbandoned(const fs::path& folder) {
     close(lock);
 }
 
-void removeAbandoned(const fs::path& parent) {
+} // namespace
+
+void TemporarySpace::removeAbandoned() {
     std::error_code failure;
+    const auto parent = fs::temp_directory_path(failure);
     for (fs::directory_iterator entry(parent, failure), end; !failure && entry != end;
          entry.increment(failure))
-        if (entry->path().filename().native().starts_with(prefix))
-            removeIfAbandoned(entry->path());
+        removeIfAbandoned(entry->path());
 }
-
-} // namespace
 
 TemporarySpace::TemporarySpace() {
     std::error_code failure;
     const auto parent = fs::temp_directory_path(failure);
     if (failure)
         return;
-    removeAbandoned(parent);
     auto name = (parent / (std::string(prefix) + "XXXXXX")).string();
     if (!mkdtemp(name.data()))
         return;
@@ -102,7 +109,6 @@ std::vector<fs::path> TemporarySpace::keepRescued() {
         if (entry.path().filename().native().ends_with(rescuedEnding))
             rescued.push_back(entry.path());
     if (!rescued.empty()) {
-        m_kept = true;
         const int marker =
             open((m_folder / keepName).c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, S_IRUSR | S_IWUSR);
         if (marker >= 0)
@@ -111,10 +117,12 @@ std::vector<fs::path> TemporarySpace::keepRescued() {
     return rescued;
 }
 
-void TemporarySpace::remove() const noexcept {
+void TemporarySpace::removeLeft(const fs::path& folder) noexcept {
     std::error_code ignored;
-    if (!m_folder.empty() && !m_kept)
-        fs::remove_all(m_folder, ignored);
+    // Another process that finds it abandoned removes it at the same time; what one misses because of that,
+    // the next turn takes.
+    for (int turn = 0; turn < removalTurns && isOwnSpace(folder) && !isToKeep(folder); ++turn)
+        fs::remove_all(folder, ignored);
 }
 
 } // namespace apps::kxvfs

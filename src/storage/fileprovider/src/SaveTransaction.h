@@ -2,6 +2,7 @@
 
 #include <foundation/storage/provider/StorageIRI.h>
 #include <storage/fileprovider/src/Environment.h>
+#include <storage/fileprovider/src/SavesUnderWay.h>
 #include <storage/fileprovider/src/Staging.h>
 
 #include <sys/stat.h>
@@ -65,6 +66,7 @@ private:
     const EnvironmentPtr m_environment;
     const foundation::storage::provider::StorageIRI m_iri;
     const SaveRequest m_request;
+    const SavesUnderWay::Mark m_mark;
     std::string m_target;
     Status m_before;
     std::optional<Staging> m_staging;

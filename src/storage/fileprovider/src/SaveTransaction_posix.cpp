@@ -47,7 +47,7 @@ bool needsOverwriting(int error) {
 
 SaveTransaction::SaveTransaction(EnvironmentPtr environment, const StorageIRI& iri,
                                  const SaveRequest& request)
-    : m_environment(std::move(environment)), m_iri(iri), m_request(request) {
+    : m_environment(std::move(environment)), m_iri(iri), m_request(request), m_mark(m_iri) {
     if (const int error = resolveLinks(toLocalFilePath(iri), m_target); error != 0) {
         throwSystemError(m_iri, error);
     }

@@ -31,4 +31,8 @@ Recovery recoverContainer(const foundation::storage::provider::StorageIRI& locat
     return {resultOf(report.outcome), std::move(report.details)};
 }
 
+std::vector<foundation::storage::provider::StorageIRI> haltSaves() {
+    return storage::fileprovider::haltSaves();
+}
+
 } // namespace storage::vfs
