@@ -77,6 +77,7 @@ protected:
 
 constexpr auto inFileSystem = " src/storage/zipprovider/src/ZipFileSystem";
 constexpr auto inState = " src/storage/zipprovider/src/ZipState";
+constexpr auto inPolicy = " src/storage/zipprovider/src/FlushingPolicy";
 
 std::string scope(const std::string& function, const std::string& source) {
     return "[" + function + "]" + source;
@@ -126,9 +127,12 @@ TEST_F(LoggedProvider, LogsTheCountOfWritableStreamsAndTheQuestionWhetherToFlush
                               first->close();
                               second->close();
                           }),
-                ElementsAre(" m_modifiedInUse=1", " m_modifiedInUse=2", " m_modifiedInUse=1",
-                            "Trigger a flush if zero modified in use?", " m_modifiedInUse=0",
-                            "Trigger a flush if zero modified in use?"));
+                ElementsAre(scope("incrementModifiedInUse", inPolicy), " m_modifiedInUse=1",
+                            scope("incrementModifiedInUse", inPolicy), " m_modifiedInUse=2",
+                            scope("decrementModifiedInUse", inPolicy), " m_modifiedInUse=1",
+                            scope("setStateChanged", inPolicy), "Trigger a flush if zero modified in use?",
+                            scope("decrementModifiedInUse", inPolicy), " m_modifiedInUse=0",
+                            scope("setStateChanged", inPolicy), "Trigger a flush if zero modified in use?"));
 }
 
 TEST_F(LoggedProvider, LogsWhetherAFlushUpdatesTheArchive) {
@@ -149,7 +153,9 @@ TEST_F(LoggedProvider, LogsNoQuestionsAtTheLevelOfArguments) {
     EXPECT_THAT(records, testing::Not(Contains(HasSubstr("About to"))));
     EXPECT_THAT(recordsOf(
                     policy, [&] { m_provider->openStream(at(u"/a.txt"), {})->close(); }, severity::info),
-                ElementsAre(" m_modifiedInUse=1", " m_modifiedInUse=0"));
+                ElementsAre(scope("incrementModifiedInUse", inPolicy), " m_modifiedInUse=1",
+                            scope("decrementModifiedInUse", inPolicy), " m_modifiedInUse=0",
+                            scope("setStateChanged", inPolicy)));
 }
 
 TEST_F(LoggedProvider, MarksEveryScopeThatAnExceptionLeaves) {

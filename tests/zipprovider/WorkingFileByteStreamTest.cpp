@@ -12,6 +12,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cstddef>
 #include <functional>
 #include <ios>
 #include <memory>
@@ -317,31 +318,35 @@ protected:
 };
 
 TEST_F(LoggedStream, SaysWhetherAWritableOneAppends) {
+    const auto scope = AllOf(HasSubstr("WorkingFileByteStream::WorkingFileByteStream("),
+                             HasSubstr(" src/storage/zipprovider/src/WorkingFileByteStream:"));
     open(reading);
-    EXPECT_THAT(m_log.texts(), IsEmpty());
+    EXPECT_THAT(m_log.texts(), ElementsAre(scope));
     const auto appender = open(appending);
     const auto writer = open(writing);
-    EXPECT_THAT(m_log.texts(), ElementsAre("Does byte stream have open mode have append flag? 1",
-                                           "Does byte stream have open mode have append flag? 0"));
-    EXPECT_EQ(records()[0].level, severity::debug);
+    EXPECT_THAT(m_log.texts(),
+                ElementsAre(scope, scope, "Does byte stream have open mode have append flag? 1", scope,
+                            "Does byte stream have open mode have append flag? 0"));
+    EXPECT_EQ(records()[2].level, severity::debug);
+    EXPECT_EQ(records()[2].indent, records()[1].indent + 1);
 }
 
 TEST_F(LoggedStream, OfAWriteHasTheCountTheSizesBeforeAndAfterAndWhatWasWritten) {
     const auto stream = open(overwriting);
     stream->write("12345", 5);
     const auto made = records();
-    ASSERT_EQ(made.size(), 6u);
-    EXPECT_THAT(made[1].text, AllOf(HasSubstr("WorkingFileByteStream::doWrite("),
+    ASSERT_EQ(made.size(), 7u);
+    EXPECT_THAT(made[2].text, AllOf(HasSubstr("WorkingFileByteStream::doWrite("),
                                     HasSubstr(" src/storage/zipprovider/src/WorkingFileByteStream:")));
-    EXPECT_EQ(made[2].text, " n=5");
-    EXPECT_EQ(made[2].level, severity::info);
-    EXPECT_EQ(made[2].indent, made[1].indent + 1);
-    EXPECT_EQ(made[3].text, "Cached file size before write: 0");
-    EXPECT_EQ(made[3].level, severity::debug);
-    EXPECT_EQ(made[4].text, "Cached file size after write: 5");
+    EXPECT_EQ(made[3].text, " n=5");
+    EXPECT_EQ(made[3].level, severity::info);
+    EXPECT_EQ(made[3].indent, made[2].indent + 1);
+    EXPECT_EQ(made[4].text, "Cached file size before write: 0");
     EXPECT_EQ(made[4].level, severity::debug);
-    EXPECT_EQ(made[5].text, "(wrote) 5");
-    EXPECT_EQ(made[5].indent, made[1].indent);
+    EXPECT_EQ(made[5].text, "Cached file size after write: 5");
+    EXPECT_EQ(made[5].level, severity::debug);
+    EXPECT_EQ(made[6].text, "(wrote) 5");
+    EXPECT_EQ(made[6].indent, made[2].indent);
 }
 
 TEST_F(LoggedStream, OfASeekHasOffsetDirectionAndThePositionReached) {
@@ -364,11 +369,23 @@ TEST_F(LoggedStream, MarksAnOperationThatFails) {
 }
 
 TEST_F(LoggedStream, OfACloseSaysWhetherTheFileSystemIsTold) {
-    open(reading)->close();
-    EXPECT_EQ(records().back().text, "Will send closed signal to ZipFS if writable? 0");
-    open(overwriting)->close();
-    EXPECT_EQ(records().back().text, "Will send closed signal to ZipFS if writable? 1");
-    EXPECT_EQ(records().back().level, severity::debug);
+    const auto logOfClosing = [&](int mode) {
+        const auto stream = open(mode);
+        const auto before = records().size();
+        stream->close();
+        const auto all = records();
+        return std::vector(all.begin() + static_cast<std::ptrdiff_t>(before), all.end());
+    };
+    for (const int mode : {reading, overwriting}) {
+        const auto made = logOfClosing(mode);
+        ASSERT_EQ(made.size(), 2u);
+        EXPECT_THAT(made[0].text, AllOf(HasSubstr("WorkingFileByteStream::doClose("),
+                                        HasSubstr(" src/storage/zipprovider/src/WorkingFileByteStream:")));
+        EXPECT_EQ(made[1].text, std::string("Will send closed signal to ZipFS if writable? ") +
+                                    (mode == reading ? "0" : "1"));
+        EXPECT_EQ(made[1].level, severity::debug);
+        EXPECT_EQ(made[1].indent, made[0].indent + 1);
+    }
 }
 
 } // namespace

@@ -93,7 +93,8 @@ TEST_F(WorkingFile, OfAnEmptyEntryIsMadeAndDeletedAtOnceWhenItsSizeIsLoggedAtRem
                                     {"storage::zipprovider::WorkingFileEntry"});
     { const WorkingFileEntry entry(m_path); }
     EXPECT_THAT(m_folder.files(), IsEmpty());
-    EXPECT_THAT(log.texts(), ElementsAre("Removing ", "Size before removal: 0"));
+    EXPECT_THAT(log.texts(),
+                ElementsAre(HasSubstr("WorkingFileEntry::doRemove("), "Removing ", "Size before removal: 0"));
 }
 
 TEST_F(WorkingFile, IsMadeByTheFirstUseWhicheverThatIs) {
@@ -305,7 +306,7 @@ TEST_F(WorkingFile, LogsWhatIsDoneWithIt) {
     entry->getCachedFileLastModified();
     entry.reset();
     const auto records = log.records();
-    ASSERT_EQ(records.size(), 5u);
+    ASSERT_EQ(records.size(), 6u);
     for (const auto& record : records) {
         EXPECT_EQ(record.channel, "storage::zipprovider::WorkingFileEntry");
     }
@@ -317,18 +318,21 @@ TEST_F(WorkingFile, LogsWhatIsDoneWithIt) {
     EXPECT_EQ(records[2].text, " m_checkoutPath.string()=" + path);
     EXPECT_EQ(records[2].level, foundation::log::severity::debug);
     EXPECT_EQ(records[2].indent, records[1].indent + 1);
-    EXPECT_EQ(records[3].text, "Removing " + path);
-    EXPECT_EQ(records[3].level, foundation::log::severity::debug);
-    EXPECT_EQ(records[4].text, "Size before removal: 4");
+    EXPECT_THAT(records[3].text, AllOf(HasSubstr("WorkingFileEntry::doRemove("),
+                                       HasSubstr(" src/storage/zipprovider/src/WorkingFileEntry:")));
+    EXPECT_EQ(records[4].text, "Removing " + path);
     EXPECT_EQ(records[4].level, foundation::log::severity::debug);
+    EXPECT_EQ(records[4].indent, records[3].indent + 1);
+    EXPECT_EQ(records[5].text, "Size before removal: 4");
+    EXPECT_EQ(records[5].level, foundation::log::severity::debug);
 }
 
 TEST_F(WorkingFile, MarksAScopeThatAnExceptionLeaves) {
     const ScopedRecordCollector log(foundation::log::severity::info);
     TextSource source("text", true);
     EXPECT_THROW(WorkingFileEntry(m_path, source), MiniZipException);
-    ASSERT_EQ(log.texts().size(), 2u);
-    EXPECT_EQ(log.texts().back(), "[throw]");
+    EXPECT_THAT(log.texts(), ElementsAre(HasSubstr("WorkingFileEntry::WorkingFileEntry("),
+                                         HasSubstr("WorkingFileEntry::doRemove("), "[throw]"));
 }
 
 } // namespace

@@ -1,12 +1,15 @@
 #include "FileSizeLimit.h"
 #include "ReadArchive.h"
 #include "ScopedTimeZone.h"
+#include "WorkingFolder.h"
 
 #include <storage/zipprovider/src/LocalFileFunctions.h>
 #include <storage/zipprovider/src/MiniZipException.h>
 #include <storage/zipprovider/src/MiniZipWriteHandle.h>
 #include <storage/zipprovider/src/StoredEntryCopy.h>
+#include <storage/zipprovider/src/WorkingFileEntry.h>
 #include <storage/zipprovider/src/ZipConstants.h>
+#include <storage/zipprovider/src/ZipEntryAppender.h>
 #include <storage/zipprovider/src/ZipEntrySink.h>
 
 #include <foundation/core/except/IInternalException.h>
@@ -425,6 +428,47 @@ TEST_F(WritingArchives, CopiesOfASinkWriteToTheSameEntry) {
     const auto seen = verdict();
     EXPECT_EQ(seen.problems(), "");
     EXPECT_EQ(seen.find("a")->crc32, crc32Of("one two three"));
+}
+
+// --- appending what does not come from an old archive
+
+class AppendingEntries : public WritingArchives {
+protected:
+    static void fill(WorkingFileEntry& entry, const std::string& contents) {
+        auto device = entry.doGetFileDevice(std::ios_base::out | std::ios_base::binary);
+        device.write(contents.data(), static_cast<std::streamsize>(contents.size()));
+        device.close();
+    }
+
+    const WorkingFolder m_working;
+};
+
+TEST_F(AppendingEntries, WritesFilesFromTheirWorkingFilesAndFoldersAsEmptyEntries) {
+    MiniZipWriteHandle archive(path());
+    put(archive, file(u"old"), "carried over");
+    ZipEntryAppender appender(archive, path(), 1);
+    WorkingFileEntry contents(ZipEntryPath(u"/docs/a.txt"));
+    fill(contents, "written");
+    appender.appendFile(ZipEntryPath(u"/docs/a.txt"), contents);
+    appender.appendFolder(ZipEntryPath(u"/made"), someTime);
+    archive.close();
+    const auto seen = verdict();
+    EXPECT_EQ(seen.problems(), "");
+    EXPECT_THAT(seen.names(), ElementsAre("old", "docs/a.txt", "made/"));
+    EXPECT_EQ(seen.entries.at(1).crc32, crc32Of("written"));
+    EXPECT_EQ(m_working.files().size(), 1u);
+}
+
+TEST_F(AppendingEntries, NoticesThatTheArchiveFileIsGone) {
+    MiniZipWriteHandle archive(path());
+    ZipEntryAppender appender(archive, path(), 0);
+    WorkingFileEntry contents(ZipEntryPath(u"/a.txt"));
+    fill(contents, "written");
+    appender.appendFile(ZipEntryPath(u"/a.txt"), contents);
+    std::filesystem::remove(path());
+    const std::string gone = "ZipEntryAppender: Problem getting last write time of zip file";
+    EXPECT_EQ(failureOf([&] { appender.appendFile(ZipEntryPath(u"/b.txt"), contents); }), gone);
+    EXPECT_EQ(failureOf([&] { appender.appendFolder(ZipEntryPath(u"/made"), someTime); }), gone);
 }
 
 } // namespace

@@ -227,6 +227,22 @@ TEST_F(ZipProviderErrors, TruncatingAndAppendingTogetherIsRefusedAndChangesNothi
     expectUntouched();
 }
 
+TEST_F(ZipProviderErrors, WhatExistsAndWhatIsMissingIsToldBeforeTheOpenModeIsLookedAt) {
+    const auto open = [&](const char* path, StreamDisposition disposition) {
+        return [=, this] {
+            zip.writer(path, {StreamAccess::Write, disposition, StreamTruncation::Truncate,
+                              StreamPositioning::Append});
+        };
+    };
+    EXPECT_TRUE(reports(ErrorCode::NotFound, zip.at("/no/a.txt"),
+                        open("/no/a.txt", StreamDisposition::OpenOrCreate)));
+    EXPECT_TRUE(
+        reports(ErrorCode::AlreadyExists, zip.at("/docs"), open("/docs", StreamDisposition::OpenOrCreate)));
+    EXPECT_TRUE(reports(ErrorCode::NotFound, zip.at("/docs/c.txt"),
+                        open("/docs/c.txt", StreamDisposition::OpenExisting)));
+    expectUntouched();
+}
+
 TEST_F(ZipProviderErrors, OpeningForReadingReportsEveryKindOfFailureWithItsCode) {
     const auto open = [&](const char* path) { return [=, this] { zip.reader(path); }; };
     EXPECT_TRUE(reports(ErrorCode::NotFound, zip.at("/docs/c.txt"), open("/docs/c.txt")));

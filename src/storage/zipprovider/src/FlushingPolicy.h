@@ -25,12 +25,14 @@ public:
 
     /// One more writable stream is open.
     void incrementModifiedInUse() {
+        KX_LOG_FUNCTION(m_logger);
         ++m_modifiedInUse;
         KX_LOG(m_logger) << " m_modifiedInUse=" << m_modifiedInUse;
     }
 
     /// One writable stream was closed.
     void decrementModifiedInUse() {
+        KX_LOG_FUNCTION(m_logger);
         --m_modifiedInUse;
         KX_LOG(m_logger) << " m_modifiedInUse=" << m_modifiedInUse;
     }
@@ -38,6 +40,7 @@ public:
     /// Something changed: flushes unless writable streams are open. A count below zero never flushes.
     /// Errors: those of the flush.
     void setStateChanged() {
+        KX_LOG_FUNCTION(m_logger);
         KX_LOG_DEBUG(m_logger) << "Trigger a flush if zero modified in use?";
         if (m_modifiedInUse == 0) {
             m_state.doFlush();

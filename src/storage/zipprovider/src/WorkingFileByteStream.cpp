@@ -17,6 +17,7 @@ using foundation::storage::provider::SeekOrigin;
 WorkingFileByteStream::WorkingFileByteStream(std::shared_ptr<WorkingFileEntry> entry, int openMode)
     : m_entry(std::move(entry)), m_device(m_entry->doGetFileDevice(openMode)),
       m_logger("storage::zipprovider::WorkingFileByteStream") {
+    KX_LOG_FUNCTION(m_logger);
     if ((openMode & std::ios_base::out) != 0) {
         m_writable = true;
         KX_LOG_DEBUG(m_logger) << "Does byte stream have open mode have append flag? "
@@ -87,6 +88,7 @@ std::int64_t WorkingFileByteStream::doSeek(std::int64_t offset, SeekOrigin direc
 }
 
 void WorkingFileByteStream::doClose() {
+    KX_LOG_FUNCTION(m_logger);
     KX_LOG_DEBUG(m_logger) << "Will send closed signal to ZipFS if writable? " << m_writable;
     if (m_closed.exchange(true)) {
         return;

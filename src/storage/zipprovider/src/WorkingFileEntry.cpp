@@ -78,6 +78,7 @@ boost::posix_time::ptime WorkingFileEntry::getCachedFileLastModified() {
 }
 
 void WorkingFileEntry::doRemove() {
+    KX_LOG_FUNCTION(m_logger);
     KX_LOG_DEBUG(m_logger) << "Removing " << [this] {
         const MutexLock lock(m_mutex);
         return m_checkoutPath.string();

@@ -53,8 +53,9 @@ private:
     void fill(IEntrySource& source) KX_EXCLUDES(m_mutex);
 
     const ZipEntryPath m_path;
-    foundation::core::Mutex m_mutex;
+    /// Empty until the working file is made.
     fl::filesystem::path m_checkoutPath KX_GUARDED_BY(m_mutex);
+    foundation::core::Mutex m_mutex;
     foundation::log::basic_diagnostic_logger m_logger;
 };
 

@@ -73,12 +73,12 @@ auto ZipFileSystem<StorageItem, ByteStreamDevice>::checkOutEntry(const ZipEntryP
     KX_LOG_FUNCTION(m_logger);
     const foundation::core::MutexLock lock(m_mutex);
     KX_LOG(m_logger) << " path=" << path;
+    const auto [entry, entryDidNotExist] = setAndGetWritableWFE(path, options);
     const auto mode = detail::toOpenMode(options);
     if ((mode & std::ios_base::trunc) != 0 && (mode & std::ios_base::app) != 0) {
         // No device opens that way; refused before anything is recorded.
         foundation::core::except::throwInternal(WorkingEntryOpenException(path.toString()));
     }
-    const auto [entry, entryDidNotExist] = setAndGetWritableWFE(path, options);
     m_openWriters.push_front({m_state.registerModifiedEntry(path, entry, entryDidNotExist)});
     const auto writer = m_openWriters.begin();
     std::unique_ptr<ByteStream> stream;

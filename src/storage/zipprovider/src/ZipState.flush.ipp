@@ -9,7 +9,6 @@
 #include <foundation/core/except/throwInternal.h>
 #include <foundation/log/log.h>
 
-#include <boost/iostreams/copy.hpp>
 #include <boost/iostreams/device/file.hpp>
 #include <boost/iostreams/stream.hpp>
 
@@ -114,8 +113,9 @@ void ZipState<StorageItem, ByteStreamDevice>::buildArchive(const std::shared_ptr
                                                            const TemporaryArchive& target) const {
     MiniZipWriteHandle writer(target.path());
     writeCarriedOverEntries(archive, writer);
-    writeModifiedEntries(writer);
-    writeFolders(writer);
+    ZipEntryAppender appender(writer, target.path(), m_carriedOver.size());
+    writeModifiedEntries(appender);
+    writeFolders(appender);
     writer.close();
 }
 
@@ -140,11 +140,10 @@ void ZipState<StorageItem, ByteStreamDevice>::writeCarriedOverEntries(
 }
 
 template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
-void ZipState<StorageItem, ByteStreamDevice>::writeModifiedEntries(MiniZipWriteHandle& target) const {
-    std::uint64_t index = m_carriedOver.size();
+void ZipState<StorageItem, ByteStreamDevice>::writeModifiedEntries(ZipEntryAppender& target) const {
     for (const auto& [path, modified] : m_modified) {
         try {
-            writeModifiedEntry(path, *modified.entry, index++, target);
+            target.appendFile(path, *modified.entry);
         } catch (const MiniZipException& failure) {
             detail::throwMiniZip(u"cannot rebuild " + containerText() + u": cannot write its entry " +
                                  path.toString() + u": " + fl::i18n::fromUtf8(failure.what()));
@@ -153,29 +152,14 @@ void ZipState<StorageItem, ByteStreamDevice>::writeModifiedEntries(MiniZipWriteH
 }
 
 template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
-void ZipState<StorageItem, ByteStreamDevice>::writeModifiedEntry(const Path& path, WorkingFileEntry& entry,
-                                                                 std::uint64_t index,
-                                                                 MiniZipWriteHandle& target) {
-    const auto size = entry.getCachedFileSize();
-    const auto device = entry.doGetFileDevice(std::ios_base::in | std::ios_base::binary);
-    const ZipEntrySink sink(target, {ZipEntryType::File, Path(path.toString(false)), size,
-                                     entry.getCachedFileLastModified(), index});
-    const auto copied = boost::iostreams::copy(device, sink, fileCopyBufferSize);
-    // The device reports a read error as the end of the file. More bytes are no error: a stream that is open
-    // while its provider goes may be writing.
-    if (static_cast<std::uint64_t>(copied) < size) {
-        detail::throwMiniZip(u"its working file could not be read to the end");
-    }
-}
-
-template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
-void ZipState<StorageItem, ByteStreamDevice>::writeFolders(MiniZipWriteHandle& target) const {
-    std::uint64_t index = m_carriedOver.size() + m_modified.size();
+void ZipState<StorageItem, ByteStreamDevice>::writeFolders(ZipEntryAppender& target) const {
     for (const auto& [path, time] : m_createdFolders) {
-        WorkingFileEntry empty(path);
-        const auto device = empty.doGetFileDevice(std::ios_base::in | std::ios_base::binary);
-        const ZipEntrySink sink(target, {ZipEntryType::Folder, Path(path.toString(false)), 0, time, index++});
-        boost::iostreams::copy(device, sink, fileCopyBufferSize);
+        try {
+            target.appendFolder(path, time);
+        } catch (const MiniZipException& failure) {
+            detail::throwMiniZip(u"cannot rebuild " + containerText() + u": cannot write its folder " +
+                                 path.toString() + u": " + fl::i18n::fromUtf8(failure.what()));
+        }
     }
 }
 

@@ -7,6 +7,7 @@
 #include "MiniZipWriteHandle.h"
 #include "TemporaryArchive.h"
 #include "WorkingFileEntry.h"
+#include "ZipEntryAppender.h"
 #include "ZipEntryInfos.h"
 #include "ZipEntrySink.h"
 #include "ZipEntrySource.h"
@@ -177,10 +178,8 @@ private:
     void buildArchive(const std::shared_ptr<ReadHandle>& archive, const TemporaryArchive& target) const;
     void writeCarriedOverEntries(const std::shared_ptr<ReadHandle>& archive,
                                  MiniZipWriteHandle& target) const;
-    void writeModifiedEntries(MiniZipWriteHandle& target) const;
-    static void writeModifiedEntry(const Path& path, WorkingFileEntry& entry, std::uint64_t index,
-                                   MiniZipWriteHandle& target);
-    void writeFolders(MiniZipWriteHandle& target) const;
+    void writeModifiedEntries(ZipEntryAppender& target) const;
+    void writeFolders(ZipEntryAppender& target) const;
     void bringIntoContainer(TemporaryArchive& archive) const;
     void continueFrom(TemporaryArchive& archive) const;
     void removeQuietly(const std::optional<fl::filesystem::path>& archive) const;
