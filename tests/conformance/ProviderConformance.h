@@ -46,6 +46,9 @@ public:
     virtual void reopen() {}
     /// Makes the storage read-only. False where that is not possible.
     virtual bool makeReadOnly() { return false; }
+    /// What is wrong with that which the provider has stored, as programs that know nothing of the provider
+    /// see it; empty when nothing. Asked at the end of every test, when no stream is open any more.
+    virtual std::string problemsOfTheStorage() { return {}; }
 };
 
 /// How to make one; the parameter of the suites.
@@ -76,6 +79,7 @@ protected:
     using Names = std::vector<ustring>;
 
     ProviderConformance() : m_tested(GetParam()()) {}
+    void TearDown() override { EXPECT_EQ(m_tested->problemsOfTheStorage(), ""); }
 
     ProviderUnderTest& tested() { return *m_tested; }
     provider::IProvider& storage() { return m_tested->get(); }

@@ -1,11 +1,17 @@
 #include "ProviderConformance.h"
 
+#include <fl/i18n/utf8.h>
 #include <storage/fileprovider/LocalFileProvider.h>
 #include <storage/zipprovider/src/ZipProviderFactory.h>
 #include <support/InMemoryProvider.h>
 #include <support/TemporaryFolder.h>
+#include <support/archives/ExpectedEntries.h>
+#include <support/contents.h>
+
+#include <boost/date_time/posix_time/posix_time_types.hpp>
 
 #include <filesystem>
+#include <fstream>
 #include <utility>
 
 namespace kx::test {
@@ -16,6 +22,30 @@ using Container = provider::StorageItem;
 
 std::shared_ptr<provider::IProvider> openZip(const Container& container) {
     return storage::zipprovider::ZipProviderFactory().createProvider(container);
+}
+
+std::array<int, 6> stampOf(const boost::posix_time::ptime& time) {
+    const auto date = time.date();
+    const auto clock = time.time_of_day();
+    return {date.year(),        date.month(),         date.day(),
+            int(clock.hours()), int(clock.minutes()), int(clock.seconds())};
+}
+
+/// All that a provider shows of an archive.
+ExpectedEntries shownBy(provider::IProvider& zip, const provider::StorageIRI& root) {
+    ExpectedEntries entries;
+    for (const auto& entry : listEntries(*zip.listAllRecursive(root))) {
+        const auto location = root.child(entry.getName());
+        const auto name = fl::i18n::toUtf8(entry.getName());
+        if (entry.isFolder()) {
+            entries[name + "/"] = {{}, stampOf(zip.getFolderAttributes(location).getLastModified())};
+        } else {
+            const auto attributes = zip.getFileAttributes(location);
+            entries[name] = {readFile(zip, location), stampOf(attributes.getLastModified())};
+            EXPECT_EQ(attributes.getSize(), entries[name].bytes.size()) << name;
+        }
+    }
+    return entries;
 }
 
 /// An archive, with a folder of it as the place of the tests.
@@ -35,11 +65,28 @@ public:
         m_zip.reset();
         m_zip = openZip(container());
     }
+    /// Independent readers must see in the archive what a provider that knows nothing of the one before
+    /// shows.
+    std::string problemsOfTheStorage() override {
+        reopen();
+        const auto root = provider::StorageIRI::inContainer("zip", container().getLocation(), u"/");
+        return differences(verdict(), shownBy(*m_zip, root));
+    }
 
 protected:
     explicit ZipUnderTest(fl::i18n::ustring root) : m_root(std::move(root)) {}
 
     virtual const Container& container() const = 0;
+    virtual ArchiveVerdict verdict() const = 0;
+    static ArchiveVerdict verdictOf(const std::string& archive) {
+        if (archive.empty()) {
+            // Nothing was ever written; to other programs that is no archive.
+            return {};
+        }
+        const TemporaryFolder folder;
+        std::ofstream(folder.file("archive.zip"), std::ios::binary) << archive;
+        return verifyArchive(folder.file("archive.zip"));
+    }
     /// For constructors: opens the archive and makes the tests' folder in it.
     void start() {
         m_zip = openZip(container());
@@ -65,6 +112,9 @@ public:
 
 protected:
     const Container& container() const override { return m_container; }
+    ArchiveVerdict verdict() const override {
+        return verdictOf(readFile(*m_memory, m_container.getLocation()));
+    }
 
 private:
     const std::shared_ptr<InMemoryProvider> m_memory = std::make_shared<InMemoryProvider>();
@@ -87,6 +137,7 @@ public:
 
 protected:
     const Container& container() const override { return m_container; }
+    ArchiveVerdict verdict() const override { return verifyArchive(m_folder.file("plans.zip")); }
 
 private:
     storage::fileprovider::LocalFileOptions options() const {
@@ -124,6 +175,13 @@ public:
 
 protected:
     const Container& container() const override { return *m_inner; }
+    ArchiveVerdict verdict() const override {
+        const auto outer = verdictOf(readFile(*m_memory, m_memory->at(u"/outer.zip")));
+        EXPECT_EQ(outer.problems(), "");
+        EXPECT_EQ(outer.names(), std::vector<std::string>{"inner.zip"});
+        const auto inner = outer.inside.find("inner.zip");
+        return inner == outer.inside.end() ? ArchiveVerdict() : inner->second;
+    }
 
 private:
     void openOuter() {

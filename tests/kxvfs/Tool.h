@@ -4,6 +4,7 @@
 #include <support/archives/ArchiveBuilder.h>
 #include <support/archives/IndependentReaders.h>
 #include <support/archives/Process.h>
+#include <support/archives/WrittenArchives.h>
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
@@ -19,10 +20,17 @@ namespace kx::test {
 
 using Names = std::vector<std::string>;
 
-/// Runs the tool in a folder of its own, with a folder for temporary files of its own.
+/// Runs the tool in a folder of its own, with a folder for temporary files of its own. At the end of each
+/// test independent readers judge every archive in either, other than those that the test saved itself.
 class Tool : public ::testing::Test {
 protected:
     void SetUp() override { std::filesystem::create_directories(temporary.path()); }
+
+    void TearDown() override {
+        m_archives.addFolder(folder.path());
+        m_archives.addFolder(temporary.path());
+        EXPECT_EQ(m_archives.problems(), "");
+    }
 
     static std::string binary() { return KX_BINARY_DIR "/bin/kxvfs"; }
 
@@ -64,6 +72,7 @@ protected:
         const auto file = folder.file(name);
         std::filesystem::create_directories(file.parent_path());
         std::ofstream(file, std::ios::binary) << bytes;
+        m_archives.remember(bytes);
         return file;
     }
 
@@ -93,6 +102,9 @@ protected:
 
     TemporaryFolder folder;
     TemporaryFolder temporary;
+
+private:
+    mutable WrittenArchives m_archives;
 };
 
 /// plans.zip: b.txt, docs/a.txt, docs/sub/c.txt, empty/.

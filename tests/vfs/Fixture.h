@@ -6,6 +6,7 @@
 #include <storage/vfs/Vfs.h>
 #include <support/TemporaryFolder.h>
 #include <support/archives/ArchiveBuilder.h>
+#include <support/archives/WrittenArchives.h>
 #include <support/contents.h>
 
 #include <gtest/gtest.h>
@@ -19,13 +20,20 @@ namespace kx::test {
 using foundation::storage::provider::ErrorCode;
 using foundation::storage::provider::StorageIRI;
 
-/// A local folder to work in.
+/// A local folder to work in. At the end of each test independent readers judge every archive in it, other
+/// than those that the test saved itself.
 class InFolder : public ::testing::Test {
 protected:
+    void TearDown() override {
+        m_archives.addFolder(folder.path());
+        EXPECT_EQ(m_archives.problems(), "");
+    }
+
     std::filesystem::path save(std::string_view name, std::string_view bytes) const {
         const auto file = folder.file(name);
         std::filesystem::create_directories(file.parent_path());
         std::ofstream(file, std::ios::binary) << bytes;
+        m_archives.remember(bytes);
         return file;
     }
 
@@ -43,6 +51,9 @@ protected:
     }
 
     TemporaryFolder folder;
+
+private:
+    mutable WrittenArchives m_archives;
 };
 
 /// Runs `work` and returns the Exception that it throws; a test failure where it throws none.

@@ -16,6 +16,7 @@
 #include <support/TemporaryFolder.h>
 #include <support/archives/ArchiveBuilder.h>
 #include <support/archives/IndependentReaders.h>
+#include <support/archives/WrittenArchives.h>
 #include <support/contents.h>
 
 #include <boost/date_time/posix_time/posix_time.hpp>
@@ -74,10 +75,24 @@ std::string failureOf(Work work) {
 
 class WritingArchives : public testing::Test {
 protected:
+    void TearDown() override {
+        m_archives.addFolder(m_folder.path());
+        EXPECT_EQ(m_archives.problems(), "");
+    }
+
     std::filesystem::path path() const { return m_folder.file("archive.zip"); }
+    /// For an archive that other programs cannot read, with good reason.
+    void leaveUnjudged() { m_archives.remember(bytesOf(path())); }
+    void place(const std::string& bytes) {
+        m_archives.remember(bytes);
+        std::ofstream(path(), std::ios_base::binary) << bytes;
+    }
     ArchiveVerdict verdict() const { return verifyArchive(path()); }
 
     TemporaryFolder m_folder;
+
+private:
+    WrittenArchives m_archives;
 };
 
 // --- opening for writing
@@ -92,7 +107,7 @@ TEST_F(WritingArchives, APathThatDoesNotExistIsCreatedForItsOwnerAlone) {
 }
 
 TEST_F(WritingArchives, APathThatAlreadyHoldsAZipFileIsAddedToRatherThanTruncated) {
-    std::ofstream(path(), std::ios_base::binary) << simpleArchive({{"old", "old text"}});
+    place(simpleArchive({{"old", "old text"}}));
     MiniZipWriteHandle archive(path());
     put(archive, file(u"new"), "new text");
     archive.close();
@@ -103,7 +118,7 @@ TEST_F(WritingArchives, APathThatAlreadyHoldsAZipFileIsAddedToRatherThanTruncate
 }
 
 TEST_F(WritingArchives, APathThatHoldsNoZipFileIsRefusedByNameAndLeftAsItIs) {
-    std::ofstream(path()) << "no archive";
+    place("no archive");
     EXPECT_EQ(failureOf([&] { MiniZipWriteHandle archive(path()); }),
               "Error while calling zipOpen in MiniZipWriteHandle::MiniZipWriteHandle for " + path().string());
     EXPECT_EQ(bytesOf(path()), "no archive");
@@ -203,6 +218,7 @@ TEST_F(WritingArchives, AFullDiskIsReportedByTheWriteOrTheCloseAndNotByADestruct
         EXPECT_EQ(failureOf([&] { archive.close(); }), "MiniZipWriteHandle: Problem closing zip file");
         EXPECT_NO_THROW(archive.close());
     }
+    leaveUnjudged();
 }
 
 // --- entries
@@ -319,6 +335,7 @@ TEST_F(WritingArchives, ANameThatCannotBeStoredAsItIsIsRefused) {
     const auto entries = entriesOf(bytesOf(path()));
     ASSERT_EQ(entries.size(), 1u);
     EXPECT_EQ(entries[0].path.fileName().size(), 65'535u);
+    leaveUnjudged();
 }
 
 TEST_F(WritingArchives, ANameIsWrittenAsUtf8WithoutTheFlagThatSaysSo) {

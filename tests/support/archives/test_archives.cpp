@@ -1,4 +1,7 @@
+#include <array>
+#include <filesystem>
 #include <fstream>
+#include <functional>
 
 #include <unistd.h>
 
@@ -6,8 +9,10 @@
 
 #include <support/archives/ArchiveBuilder.h>
 #include <support/archives/ArchiveShapes.h>
+#include <support/archives/ExpectedEntries.h>
 #include <support/archives/IndependentReaders.h>
 #include <support/archives/Process.h>
+#include <support/archives/WrittenArchives.h>
 
 namespace {
 
@@ -20,7 +25,7 @@ protected:
                  ("archive-" + std::to_string(getpid()) + "-" +
                   testing::UnitTest::GetInstance()->current_test_info()->name() + ".zip");
     }
-    void TearDown() override { std::filesystem::remove(m_path); }
+    void TearDown() override { std::filesystem::remove_all(m_path); }
 
     ArchiveVerdict verdictOf(const std::string& bytes) {
         std::ofstream(m_path, std::ios::binary)
@@ -138,6 +143,72 @@ TEST_F(BuiltArchives, TellWhereTheirPartsBegin) {
     EXPECT_EQ(layout.centralHeaders[1], layout.centralDirectory);
     EXPECT_EQ(bytes.compare(layout.centralDirectory, 4, "PK\x01\x02"), 0);
     EXPECT_EQ(bytes.compare(layout.endRecord, 4, "PK\x05\x06"), 0);
+}
+
+TEST_F(BuiltArchives, AreLookedIntoWhereTheyHoldOthers) {
+    ArchiveBuilder broken;
+    broken.add("x", "text");
+    broken.last().crc32 = 1;
+    const ArchiveVerdict sound =
+        verdictOf(simpleArchive({{"inner.zip", simpleArchive({{"x", "text"}})}, {"b", "b"}}));
+    EXPECT_EQ(sound.problems(), "");
+    ASSERT_TRUE(sound.inside.contains("inner.zip"));
+    EXPECT_EQ(sound.inside.at("inner.zip").names(), std::vector<std::string>{"x"});
+    const ArchiveVerdict verdict = verdictOf(simpleArchive({{"inner.zip", broken.build()}}));
+    EXPECT_EQ(verdict.problems().find("in inner.zip: unzip does not accept the archive: "), 0u)
+        << verdict.problems();
+}
+
+TEST_F(BuiltArchives, DifferFromTheExpectedEntriesInNamesKindsSizesBytesAndTimes) {
+    ArchiveBuilder builder;
+    builder.add("docs/").add("docs/\xC3\xBC.txt", "text");
+    builder.last().modified = DosTime::of(2021, 3, 4, 5, 6, 8);
+    const ArchiveVerdict verdict = verdictOf(builder.build());
+    const ExpectedEntries same{{"docs/", {}},
+                               {"docs/\xC3\xBC.txt", {"text", std::array{2021, 3, 4, 5, 6, 8}}}};
+    EXPECT_EQ(differences(verdict, same), "");
+    const auto changed = [&](const std::function<void(ExpectedEntries&)>& change) {
+        auto expected = same;
+        change(expected);
+        return differences(verdict, expected);
+    };
+    const std::string file = "docs/\xC3\xBC.txt";
+    EXPECT_EQ(changed([](auto& expected) { expected["more"]; }), "more is missing\n");
+    EXPECT_EQ(changed([](auto& expected) { expected.erase("docs/"); }), "docs/ is not expected\n");
+    EXPECT_EQ(changed([&](auto& expected) { expected[file].bytes = "longer"; }),
+              file + " has 4 bytes instead of 6\n");
+    EXPECT_EQ(changed([&](auto& expected) { expected[file].bytes = "tex7"; }), file + " has other bytes\n");
+    EXPECT_EQ(changed([&](auto& expected) { expected[file].modified = std::array{2021, 3, 4, 5, 6, 10}; }),
+              file + " is of 2021-3-4-5-6-8 instead of 2021-3-4-5-6-10\n");
+    EXPECT_EQ(differences(verdictOf(simpleArchive({{"a", "1"}, {"a", "1"}})), {{"a", {"1", {}}}}),
+              "a is there twice\n");
+}
+
+TEST_F(BuiltArchives, AreJudgedWhenTheSystemWroteThemAndNotWhenTheTestMadeThem) {
+    ArchiveBuilder builder;
+    builder.add("a", "text");
+    builder.last().crc32 = 1;
+    const auto damaged = builder.build();
+    const auto file = m_path / "deeper" / "damaged";
+    std::filesystem::create_directories(file.parent_path());
+    std::ofstream(file, std::ios::binary) << damaged;
+    const auto judge = [&](WrittenArchives& archives) {
+        archives.addFolder(m_path);
+        return archives.problems();
+    };
+    WrittenArchives known;
+    known.remember(damaged);
+    EXPECT_EQ(judge(known), "");
+    WrittenArchives unknown;
+    EXPECT_EQ(judge(unknown).find(file.string() + ": unzip does not accept the archive: "), 0u);
+    WrittenArchives elsewhere;
+    elsewhere.add("mem:///sound.zip", simpleArchive({{"a", "text"}}));
+    elsewhere.add("mem:///letter.txt", "Dear reader");
+    EXPECT_EQ(elsewhere.problems(), "");
+    elsewhere.add("mem:///without-name", damaged);
+    elsewhere.add("mem:///empty.zip", "");
+    EXPECT_NE(elsewhere.problems().find("mem:///without-name: "), std::string::npos);
+    EXPECT_NE(elsewhere.problems().find("mem:///empty.zip: "), std::string::npos);
 }
 
 TEST(Processes, ReportOutputErrorsAndExitCode) {

@@ -5,7 +5,9 @@
 #include <foundation/storage/provider/Exception.h>
 #include <support/InMemoryProvider.h>
 #include <support/TemporaryFolder.h>
+#include <support/archives/ExpectedEntries.h>
 #include <support/archives/IndependentReaders.h>
+#include <support/archives/WrittenArchives.h>
 #include <support/contents.h>
 
 #include <gtest/gtest.h>
@@ -72,7 +74,9 @@ std::vector<SeenEntry> seenEntries(const std::string& archive);
 std::vector<std::string> storedNames(const std::string& archive);
 
 /// A ZIP provider over a container in memory, with a temporary folder of its own, so that what stays behind
-/// in it is seen. The container is an empty file, which is an empty archive.
+/// in it is seen. The container is an empty file, which is an empty archive. At the end of each test
+/// independent readers judge every archive in either, other than those that the test put into the container
+/// itself.
 class ZipProviderTest : public testing::Test {
 protected:
     using ErrorCode = foundation::storage::provider::ErrorCode;
@@ -82,7 +86,7 @@ protected:
     using StorageItem = foundation::storage::provider::StorageItem;
 
     ZipProviderTest();
-
+    void TearDown() override;
     /// Puts another archive into the container and mounts it anew.
     void mount(const std::string& archive);
     /// An archive of these entries, mounted.
@@ -102,6 +106,9 @@ protected:
     std::shared_ptr<InMemoryProvider> memory;
     StorageItem container;
     MountedZip zip;
+
+private:
+    WrittenArchives m_archives;
 };
 
 } // namespace kx::test
