@@ -1,10 +1,9 @@
 #include "FileSizeLimit.h"
-#include "ReadArchive.h"
+#include "ReadFailures.h"
 #include "ScopedTimeZone.h"
 #include "WorkingFolder.h"
 
 #include <storage/zipprovider/src/LocalFileFunctions.h>
-#include <storage/zipprovider/src/MiniZipException.h>
 #include <storage/zipprovider/src/MiniZipWriteHandle.h>
 #include <storage/zipprovider/src/StoredEntryCopy.h>
 #include <storage/zipprovider/src/WorkingFileEntry.h>
@@ -12,9 +11,7 @@
 #include <storage/zipprovider/src/ZipEntryAppender.h>
 #include <storage/zipprovider/src/ZipEntrySink.h>
 
-#include <foundation/core/except/IInternalException.h>
 #include <support/TemporaryFolder.h>
-#include <support/archives/ArchiveBuilder.h>
 #include <support/archives/IndependentReaders.h>
 #include <support/archives/WrittenArchives.h>
 #include <support/contents.h>
@@ -60,17 +57,6 @@ void put(MiniZipWriteHandle& archive, const EntryDescription& entry, const std::
 std::string bytesOf(const std::filesystem::path& path) {
     std::ifstream in(path, std::ios_base::binary);
     return {std::istreambuf_iterator<char>(in), {}};
-}
-
-template <typename Work>
-std::string failureOf(Work work) {
-    try {
-        work();
-    } catch (MiniZipException& error) {
-        EXPECT_NE(dynamic_cast<foundation::core::except::IInternalException*>(&error), nullptr);
-        return error.what();
-    }
-    return {};
 }
 
 class WritingArchives : public testing::Test {
