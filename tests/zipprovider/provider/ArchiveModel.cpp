@@ -1,12 +1,24 @@
 #include "ArchiveModel.h"
 
 #include <algorithm>
+#include <ctime>
 #include <utility>
 #include <vector>
 
 namespace kx::test {
 
 using namespace foundation::storage::provider;
+
+namespace {
+
+std::int64_t localTimeOf(std::int64_t seconds) {
+    const std::time_t instant = seconds;
+    std::tm local{};
+    ::localtime_r(&instant, &local);
+    return ::timegm(&local);
+}
+
+} // namespace
 
 ArchiveModel::ArchiveModel() {
     m_nodes["/"] = std::make_shared<Node>(Node{.isFolder = true});
@@ -93,7 +105,7 @@ void ArchiveModel::createFile(const std::string& path) {
 }
 
 void ArchiveModel::createFolder(const std::string& path) {
-    m_nodes[path] = std::make_shared<Node>(Node{.isFolder = true});
+    m_nodes[path] = std::make_shared<Node>(Node{.isFolder = true, .stamp = m_now, .isUnsaved = true});
     changed();
 }
 
@@ -211,9 +223,25 @@ void ArchiveModel::changed() {
         return;
     }
     for (const auto& [path, node] : m_nodes) {
+        node->wasWritten |= node->isUnsaved;
         if (node->changed) {
             node->saved = *node->changed;
             node->changed.reset();
+            node->wasWritten = true;
+        }
+        node->isUnsaved = false;
+    }
+}
+
+void ArchiveModel::takeTimes(std::uint64_t rebuilds) {
+    for (const auto& [path, node] : m_nodes) {
+        if (node->wasWritten) {
+            node->stamp = localTimeOf(node->isFolder ? node->stamp : m_now);
+            node->wasWritten = false;
+        } else {
+            for (std::uint64_t i = 0; i < rebuilds; ++i) {
+                node->stamp = localTimeOf(node->stamp);
+            }
         }
     }
 }

@@ -4,6 +4,7 @@
 #include <foundation/storage/provider/ErrorCode.h>
 
 #include <cstddef>
+#include <cstdint>
 #include <list>
 #include <map>
 #include <memory>
@@ -37,6 +38,13 @@ public:
         bool wasClosed = false;
         int writers = 0;
         bool isGone = false;
+        /// The stored stamp, as seconds since 1970 of what it shows; of an unsaved folder when it was made.
+        std::int64_t stamp = 0;
+        /// It is written by the next save, and not carried over: a folder that was made, a file that was
+        /// changed.
+        bool isUnsaved = false;
+        /// A save has written it since takeTimes() was called last.
+        bool wasWritten = false;
     };
 
     struct Stream {
@@ -76,6 +84,13 @@ public:
     void openForReading(const std::string& path);
     void openForWriting(const std::string& path, const Options& options);
     static void write(Stream& stream, std::string_view bytes);
+    /// In seconds since 1970.
+    void setTime(std::int64_t now) { m_now = now; }
+    /// What the saves since the last call have made of the stamps: a file that they wrote has the local time
+    /// of now, a folder that of its making; everything else was carried over `rebuilds` times, each of which
+    /// takes its stamp for UTC and stores the local time.
+    void takeTimes(std::uint64_t rebuilds);
+
     void close(std::list<Stream>::iterator stream);
     void abandon(std::list<Stream>::iterator stream);
 
@@ -87,6 +102,7 @@ private:
     std::map<std::string, std::shared_ptr<Node>> m_nodes;
     std::list<Stream> m_streams;
     int m_writers = 0;
+    std::int64_t m_now = 0;
 };
 
 } // namespace kx::test

@@ -1,26 +1,60 @@
 #include "RandomRun.h"
 
 #include "InPlaceProvider.h"
-#include "ZipProviderTest.h"
 
+#include <foundation/storage/provider/FileAttributes.h>
+#include <foundation/storage/provider/FolderAttributes.h>
+#include <storage/zipprovider/src/TimeSource.h>
 #include <support/FaultInjectingProvider.h>
+#include <support/ForwardingProvider.h>
+
+#include <boost/date_time/posix_time/posix_time.hpp>
 
 #include <algorithm>
 #include <array>
-#include <cstdlib>
+#include <ctime>
 #include <filesystem>
+#include <fstream>
 #include <iterator>
 #include <map>
 #include <ostream>
 #include <set>
+#include <utility>
 
 namespace kx::test {
 
 using namespace foundation::storage::provider;
 
+/// Goes on when it is told to, for files too.
+class SteppingClock final : public storage::zipprovider::TimeSource {
+public:
+    boost::posix_time::ptime now() const override { return boost::posix_time::from_time_t(seconds); }
+    boost::posix_time::ptime lastModified(const fl::filesystem::path&) const override { return now(); }
+
+    // Some hours before daylight saving time begins in the zones that the runs are in.
+    std::int64_t seconds = 1'647'000'000;
+};
+
 namespace {
 
 using Kind = Step::Kind;
+
+/// Counts how often a container is opened for writing, that is how often its archive is rebuilt.
+class CountedOpenings final : public ForwardingProvider {
+public:
+    CountedOpenings(std::shared_ptr<IProvider> target, std::shared_ptr<std::uint64_t> count)
+        : ForwardingProvider(std::move(target)), m_count(std::move(count)) {}
+
+protected:
+    std::unique_ptr<ByteStream> doOpenStream(const StorageIRI& location,
+                                             const ByteStreamOpenOptions& options) override {
+        ++*m_count;
+        return ForwardingProvider::doOpenStream(location, options);
+    }
+
+private:
+    const std::shared_ptr<std::uint64_t> m_count;
+};
 
 constexpr auto savedAgain = "/saved again";
 
@@ -28,6 +62,20 @@ void require(bool condition, const std::string& complaint) {
     if (!condition) {
         throw Mismatch(complaint);
     }
+}
+
+std::array<int, 6> stampOf(std::int64_t seconds) {
+    const std::time_t instant = seconds;
+    std::tm parts{};
+    ::gmtime_r(&instant, &parts);
+    return {parts.tm_year + 1900, parts.tm_mon + 1, parts.tm_mday, parts.tm_hour, parts.tm_min, parts.tm_sec};
+}
+
+/// An archive of no bytes at all has no entries.
+ArchiveVerdict verdictOf(const std::string& archive) {
+    const TemporaryFolder folder;
+    std::ofstream(folder.file("written.zip"), std::ios::binary) << archive;
+    return archive.empty() ? ArchiveVerdict() : verifyArchive(folder.file("written.zip"));
 }
 
 MoveOption moveOptionOf(const Step& step) {
@@ -50,15 +98,18 @@ std::ostream& operator<<(std::ostream& out, RandomPlace place) {
     return out << "InsideAnotherArchive";
 }
 
-RandomRun::RandomRun(RandomPlace place) : m_place(place) {
-    ::setenv("TMPDIR", m_temporary.path().c_str(), 1);
+RandomRun::RandomRun(RandomPlace place, const std::string& zone)
+    : m_zone(zone), m_clock(std::make_shared<SteppingClock>()), m_place(place) {
+    storage::zipprovider::TimeSource::set(m_clock);
     m_memory->createFile(m_memory->at(u"/plans.zip"));
     mount();
 }
 
 RandomRun::~RandomRun() {
     m_streams.clear();
-    ::unsetenv("TMPDIR");
+    m_zip.reset();
+    m_outer.reset();
+    storage::zipprovider::TimeSource::set(nullptr);
 }
 
 void RandomRun::mount() {
@@ -66,7 +117,8 @@ void RandomRun::mount() {
     if (m_place == RandomPlace::InPlaceFile) {
         below = std::make_shared<InPlaceProvider>(below);
     }
-    const StorageItem container(std::make_shared<FaultInjectingProvider>(below, m_plan),
+    const StorageItem container(std::make_shared<FaultInjectingProvider>(
+                                    std::make_shared<CountedOpenings>(below, m_rebuilds), m_plan),
                                 m_memory->at(u"/plans.zip"));
     if (m_place == RandomPlace::InsideAnotherArchive) {
         m_outer = std::make_unique<MountedZip>(container);
@@ -95,6 +147,8 @@ void RandomRun::remount() {
 }
 
 void RandomRun::apply(const Step& step) {
+    m_clock->seconds += 3602;
+    m_model.setTime(m_clock->seconds);
     switch (step.kind) {
     case Kind::ReadStream:
     case Kind::WriteStream:
@@ -107,6 +161,9 @@ void RandomRun::apply(const Step& step) {
         break;
     default:
         applyToTree(step);
+    }
+    if (m_spoil) {
+        m_spoil(step, m_model);
     }
     compareTrees();
     if (++m_steps % 20 == 0 || step.kind == Kind::Remount) {
@@ -122,14 +179,22 @@ void RandomRun::apply(const Step& step) {
 void RandomRun::finish() {
     remount();
     compareTrees();
-    Contents expected;
+    ExpectedEntries expected;
     for (const auto& [path, node] : m_model.nodes()) {
         compareBytes(path);
         if (path != "/") {
-            expected[path.substr(1) + (node->isFolder ? "/" : "")] = node->saved;
+            expected[path.substr(1) + (node->isFolder ? "/" : "")] = {node->saved, stampOf(node->stamp)};
         }
     }
-    const auto problems = archiveProblems(readAll(*m_zip->container().openReadOnlyStream()), expected);
+    auto verdict = verdictOf(readFile(*m_memory, m_memory->at(u"/plans.zip")));
+    if (m_place == RandomPlace::InsideAnotherArchive) {
+        require(verdict.problems().empty(), verdict.problems());
+        require(verdict.names() == std::vector<std::string>{"inner.zip"},
+                "the outer archive has other entries");
+        const auto inner = verdict.inside.find("inner.zip");
+        verdict = inner == verdict.inside.end() ? ArchiveVerdict() : ArchiveVerdict(inner->second);
+    }
+    const auto problems = differences(verdict, expected);
     require(problems.empty(), problems);
 }
 
@@ -359,6 +424,12 @@ void RandomRun::saveAgain() {
 }
 
 void RandomRun::compareTrees() {
+    m_model.takeTimes(std::exchange(*m_rebuilds, 0));
+    compareListings();
+    compareAttributes();
+}
+
+void RandomRun::compareListings() {
     std::map<std::string, std::set<std::string>> folders;
     for (const auto& [path, node] : m_model.nodes()) {
         if (node->isFolder) {
@@ -371,21 +442,43 @@ void RandomRun::compareTrees() {
         }
     }
     for (const auto& [path, names] : folders) {
-        auto listed = m_zip->list(path);
-        std::sort(listed.begin(), listed.end());
-        require(listed == std::vector<std::string>(names.begin(), names.end()),
-                "the listing of " + path + " differs");
+        // In the order of the names, to which the slash of a folder does not belong.
+        std::vector<std::string> expected(names.begin(), names.end());
+        const auto withoutSlash = [](const std::string& name) { return name.substr(0, name.find('/')); };
+        std::sort(expected.begin(), expected.end(),
+                  [&](const auto& a, const auto& b) { return withoutSlash(a) < withoutSlash(b); });
+        require(m_zip->list(path) == expected, "the listing of " + path + " differs");
     }
+}
+
+void RandomRun::compareAttributes() {
     for (const auto& [path, node] : m_model.nodes()) {
         require(m_zip->isFolder(path) == node->isFolder && m_zip->isFile(path) != node->isFolder,
                 "the kind of " + path + " differs");
-        if (!node->isFolder && !node->changed) {
-            require(m_zip->size(path) == node->saved.size(), "the size of " + path + " differs");
-        } else if (!node->isFolder) {
-            require(m_zip->size(path) == node->changed->size(),
-                    "the size of the changed " + path + " differs");
+        if (!node->isFolder) {
+            const auto& bytes = node->changed ? *node->changed : node->saved;
+            require(m_zip->size(path) == bytes.size(), "the size of " + path + " differs");
         }
+        // The root has the time of its container. A folder's shown time is that of the first entry at or
+        // below it in the archive's order, so what is compared in the end, as it is stored, is compared here
+        // where nothing stands below and all is saved.
+        if (path == "/" ||
+            (node->isFolder && (m_model.isBeingWritten() || m_model.checkRemoveFolder(path)))) {
+            continue;
+        }
+        // A file that is being written has the time of its working file.
+        const auto time = node->changed ? m_clock->seconds : node->stamp;
+        const auto told = timeOf(path, node->isFolder);
+        require(told == time, "the time of " + path + " is " + std::to_string(told) + " instead of " +
+                                  std::to_string(time));
     }
+}
+
+std::int64_t RandomRun::timeOf(const std::string& path, bool folder) {
+    auto& provider = m_zip->provider();
+    return boost::posix_time::to_time_t(folder
+                                            ? provider.getFolderAttributes(m_zip->at(path)).getLastModified()
+                                            : provider.getFileAttributes(m_zip->at(path)).getLastModified());
 }
 
 void RandomRun::compareBytes(const std::string& path) {

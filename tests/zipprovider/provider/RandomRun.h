@@ -3,11 +3,14 @@
 #include "ArchiveModel.h"
 #include "MountedZip.h"
 #include "RandomSteps.h"
+#include "ZipProviderTest.h"
 
 #include <support/FaultPlan.h>
 #include <support/InMemoryProvider.h>
 #include <support/TemporaryFolder.h>
+#include <zipprovider/ScopedTimeZone.h>
 
+#include <cstdint>
 #include <functional>
 #include <iosfwd>
 #include <list>
@@ -27,12 +30,16 @@ class Mismatch : public std::runtime_error {
     using runtime_error::runtime_error;
 };
 
+class SteppingClock;
+
 /// A provider and the model of its archive, taken through the same steps side by side. After each step the
-/// two are compared: listings, kinds, sizes and the bytes that the step was about; from time to time all
-/// bytes.
+/// two are compared: listings, kinds, sizes, times and the bytes that the step was about; from time to time
+/// all bytes. The clock goes on by an hour and two seconds a step. Outside UTC no step may fail: how often a
+/// failing save is done again, which moves stamps there, is no matter of the model.
 class RandomRun {
 public:
-    explicit RandomRun(RandomPlace place);
+    /// `zone` is a value of TZ.
+    RandomRun(RandomPlace place, const std::string& zone);
     ~RandomRun();
 
     ArchiveModel& model() { return m_model; }
@@ -40,6 +47,8 @@ public:
     void apply(const Step& step);
     /// Closes everything, and has the archive judged by a new provider and by independent readers.
     void finish();
+    /// Called after each step before the comparison, to see what comes of a model that is wrong.
+    void spoilWith(std::function<void(const Step&, ArchiveModel&)> spoil) { m_spoil = std::move(spoil); }
 
 private:
     using ByteStream = foundation::storage::provider::ByteStream;
@@ -63,10 +72,16 @@ private:
                  const std::function<void()>& work, const std::function<bool()>& wasDone);
     void saveAgain();
     void compareTrees();
+    void compareListings();
+    void compareAttributes();
+    std::int64_t timeOf(const std::string& path, bool folder);
     void compareBytes(const std::string& path);
     std::string readAs(const std::string& path);
 
     const TemporaryFolder m_temporary;
+    const ScopedVariable m_temporaryVariable{"TMPDIR", m_temporary.path().string()};
+    const ScopedTimeZone m_zone;
+    const std::shared_ptr<SteppingClock> m_clock;
     const std::shared_ptr<InMemoryProvider> m_memory = std::make_shared<InMemoryProvider>();
     const std::shared_ptr<FaultPlan> m_plan = std::make_shared<FaultPlan>();
     const RandomPlace m_place;
@@ -75,6 +90,8 @@ private:
     ArchiveModel m_model;
     Streams m_streams;
     std::size_t m_steps = 0;
+    const std::shared_ptr<std::uint64_t> m_rebuilds = std::make_shared<std::uint64_t>(0);
+    std::function<void(const Step&, ArchiveModel&)> m_spoil;
 };
 
 } // namespace kx::test
