@@ -21,10 +21,12 @@ Journal sample() {
     journal.oldSize = 1;
     journal.newSize = std::uint64_t{1} << 40;
     journal.stagingInode = 77;
+    journal.birthTime = 0xA0B0C0D0E0F00000U;
     journal.id = "0123456789abcdef";
     journal.bootId = "";
     journal.target = "/home/me/\xC3\xA4\n\xFF.zip";
     journal.stagingName = ".a.kxvfs-new0";
+    journal.oldSamples = std::string("\0\1\2\xFF", 4);
     return journal;
 }
 
@@ -65,6 +67,15 @@ TEST(SaveJournal, NamesNoStagingFileInAnotherFolder) {
         journal.stagingName = name;
         EXPECT_FALSE(decodeJournal(encodeJournal(journal))) << name;
     }
+}
+
+TEST(SaveJournal, HasNoNameThatEndsBeforeItsEnd) {
+    auto journal = sample();
+    journal.stagingName = std::string("passwd\0.kxvfs-new0", 18);
+    EXPECT_FALSE(decodeJournal(encodeJournal(journal)));
+    journal = sample();
+    journal.target += '\0';
+    EXPECT_FALSE(decodeJournal(encodeJournal(journal)));
 }
 
 TEST(WorkingFileNames, StandBesideTheTarget) {

@@ -209,6 +209,37 @@ TEST_F(LocalFileRecovery, SaysWhenTheJournalOfAMarkedFileIsGone) {
     EXPECT_NE(text.find(markName), std::string::npos) << text;
 }
 
+TEST_F(LocalFileRecovery, AJournalThatNamesTheNewContentsOfAnotherSaveIsDamaged) {
+    stopWhileOverwriting(false);
+    fs::rename(journal(), file(".b.kxvfs-journal"));
+    spit(file("b"), m_old);
+    const auto text = expectError(ErrorCode::LocalFileSystem, [&] { read("b"); });
+    EXPECT_NE(text.find(".b.kxvfs-journal"), std::string::npos) << text;
+    EXPECT_EQ(slurp(staging()), m_new);
+}
+
+TEST_F(LocalFileRecovery, AMarkThatNamesNoJournalIsNone) {
+    for (const auto& mark : {std::string("id"), std::string("id:journal"),
+                             std::string("id:") + journal().string() + '\0' + "x"}) {
+        if (!setAttributeOf(file("a"), markName, mark)) {
+            GTEST_SKIP() << "the file system has no extended attributes";
+        }
+        EXPECT_EQ(read("a"), m_old);
+    }
+}
+
+TEST_F(LocalFileRecovery, UndoingOneSaveLeavesTheMarkOfAnother) {
+    const auto calls = makeCalls();
+    calls->crashBeforeFirst("setAttribute");
+    EXPECT_THROW(writeFile(*LocalFileProvider::create(options(calls)), iri("a"), m_new), Exception);
+    const std::string mark = "other:" + file("gone").string();
+    if (!setAttributeOf(file("a"), markName, mark)) {
+        GTEST_SKIP() << "the file system has no extended attributes";
+    }
+    expectError(ErrorCode::LocalFileSystem, [&] { read("a"); });
+    EXPECT_EQ(attributeOf(file("a"), markName), mark);
+}
+
 TEST_F(LocalFileRecovery, DoesNotTrustTheJournalOfAStranger) {
     if (!isSuperuser()) {
         GTEST_SKIP() << "only the superuser may give files away";

@@ -13,13 +13,13 @@ namespace storage::fileprovider {
 enum class RecoveryOutcome {
     /// No save was interrupted; nothing was done.
     Nothing,
-    /// A save had been interrupted before it touched the file: the file holds its old contents, and what the
-    /// save had left was removed.
+    /// A save had been interrupted before it touched the file: the file holds its old contents, or what
+    /// another program wrote since, and what the save had left was removed.
     DiscardedUnfinishedSave,
     /// A save had been interrupted while the file was being overwritten: the file holds the new contents.
     FinishedSave,
-    /// Something is left that does not belong to the file as it is (it was replaced since). The file was not
-    /// touched and nothing was removed.
+    /// Something is left that does not belong to the file as it is (it was replaced since), or that this user
+    /// may not remove. The file is whole.
     LeftAlone,
 };
 
@@ -32,9 +32,9 @@ struct RecoveryReport {
 /// Finishes or discards what a save of this process or of another one left when it was killed. Opening the
 /// file through LocalFileProvider does the same without a word. Waits while a living process is overwriting
 /// the file. The file need not exist. Errors: the provider's Exception. LocalFileSystem when the file is half
-/// overwritten and cannot be made whole (the journal is damaged, or the new contents are missing);
-/// AccessDenied when only another user can finish the save; NoSpace. Nothing that could help is removed then,
-/// and the cause names the files. Threads: any.
+/// overwritten and cannot be made whole (the journal is damaged, the new contents are missing, or another
+/// program has changed the file since); AccessDenied when only another user can finish the save; NoSpace.
+/// Nothing that could help is removed then, and the cause names the files. Threads: any.
 KXFILEPROVIDER_API RecoveryReport recoverFile(const foundation::storage::provider::StorageIRI& file,
                                               const LocalFileOptions& options = {});
 

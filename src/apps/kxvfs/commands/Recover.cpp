@@ -26,7 +26,7 @@ Wording wordingOf(RecoveryResult result) {
     case RecoveryResult::Finished:
         return {"finished", "an interrupted write was finished; the archive is the new one"};
     case RecoveryResult::LeftAlone:
-        return {"left alone", "what an interrupted write left belongs to another file; nothing was touched"};
+        return {"left alone", "what an interrupted write left belongs to another file or cannot be removed"};
     case RecoveryResult::Nothing:
         break;
     }

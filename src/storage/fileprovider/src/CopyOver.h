@@ -14,9 +14,10 @@ namespace storage::fileprovider {
 ///
 /// - 1: a journal says where the target and the staging file are.
 ///   Undo: remove journal and staging file.
-/// - 2: the space that the target grows by is reserved.
-///   Undo: cut to the old size as well.
-/// - 3: the target is marked, the journal says "overwriting".
+/// - 2: the space of the new contents is reserved. Where the file system cannot do that, the journal says
+///   "growing" and zeros are written behind the old contents.
+///   Undo: give the space back, or cut the zeros off.
+/// - 3: the target is marked, the journal says "overwriting" and has samples of the old contents.
 /// - 4: the bytes are copied, the target is cut to size and synced.
 ///   Finish: do it again.
 /// - 5: the mark, the journal and the staging file are removed.
@@ -28,18 +29,21 @@ namespace storage::fileprovider {
 /// copy-over of the same target.
 /// Errors: the provider's Exception. Up to step 3 the target keeps its old contents and the staging file is
 /// the caller's to remove; afterwards (`begun` is true then) the staging file must stay, and the cause says
-/// so.
+/// so. Busy when the journal of an earlier save stands in the way and cannot be removed.
 void copyOver(const EnvironmentPtr& environment, const foundation::storage::provider::StorageIRI& iri,
               const std::string& target, Staging& staging, bool& begun);
+
+/// Opens the target for writing, and for reading where the user may; `errno` is set when that fails.
+Descriptor openToOverwrite(const EnvironmentPtr& environment, const std::string& target);
 
 /// Steps 4 and 5. `target` and `stagingFile` are open, `journalPath` is where the journal stands.
 /// Errors: the provider's Exception; the save can be finished later.
 void finishCopyOver(const Environment& environment, const foundation::storage::provider::StorageIRI& iri,
                     const Journal& journal, const std::string& journalPath, int target, int stagingFile);
 
-/// Undoes steps 1 and 2. Returns 0 or an errno.
-int undoCopyOver(const Environment& environment, const Journal& journal, const std::string& journalPath,
-                 int target);
+/// Undoes what step 2 did to the target, and takes the mark away; the journal stays. What another program has
+/// put behind the old contents stays too. Returns 0 or an errno.
+int restoreTarget(const Environment& environment, const Journal& journal, int target);
 
 /// Identifies the run of the system since it was started; empty when unknown.
 std::string currentBootId();

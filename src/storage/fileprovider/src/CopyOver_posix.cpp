@@ -1,15 +1,18 @@
 #include <storage/fileprovider/src/CopyOver.h>
 
+#include <storage/fileprovider/src/ContentSamples.h>
 #include <storage/fileprovider/src/Failure.h>
 #include <storage/fileprovider/src/FileIo.h>
 #include <storage/fileprovider/src/LocalPath.h>
 #include <storage/fileprovider/src/Recoverer.h>
 #include <storage/fileprovider/src/TargetMark.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <fstream>
+#include <optional>
 #include <random>
 #include <sys/stat.h>
 
@@ -49,17 +52,35 @@ int writeDraft(const EnvironmentPtr& environment, const Journal& journal, const 
     return file.close();
 }
 
+/// Tells one journal from another that stands in its place later; disengaged when there is none.
+std::optional<struct stat> statusOfJournal(const std::string& path) {
+    struct stat status {};
+    return ::lstat(path.c_str(), &status) == 0 ? std::optional(status) : std::nullopt;
+}
+
+bool isSameJournal(const struct stat& a, const struct stat& b) {
+    return a.st_dev == b.st_dev && a.st_ino == b.st_ino && a.st_ctim.tv_sec == b.st_ctim.tv_sec &&
+           a.st_ctim.tv_nsec == b.st_ctim.tv_nsec;
+}
+
 /// One copy-over from step 1 to step 3.
 class CopyOver {
 public:
+    enum class Begin {
+        Done,
+        /// The journal of another copy-over stands in the way.
+        Occupied,
+        /// Another copy-over has ended meanwhile.
+        TargetChanged,
+    };
+
     CopyOver(const EnvironmentPtr& environment, const StorageIRI& iri, const std::string& target,
              Staging& staging)
         : m_environment(environment), m_iri(iri), m_targetPath(target), m_staging(staging),
           m_journalPath(staging.names.journal()) {}
 
     void openTarget() {
-        constexpr int flags = O_NOFOLLOW | O_NONBLOCK;
-        m_target = Descriptor::open(m_environment->calls, m_targetPath.c_str(), O_WRONLY | flags);
+        m_target = openToOverwrite(m_environment, m_targetPath);
         struct stat status {};
         struct stat stagingStatus {};
         if (!m_target.isOpen() || ::fstat(m_target.get(), &status) != 0 ||
@@ -74,35 +95,49 @@ public:
         m_journal.oldSize = static_cast<std::uint64_t>(status.st_size);
         m_journal.newSize = static_cast<std::uint64_t>(stagingStatus.st_size);
         m_journal.stagingInode = stagingStatus.st_ino;
+        m_journal.birthTime = birthTimeOf(m_target.get());
         m_journal.id = uniqueId();
         m_journal.bootId = currentBootId();
         m_journal.target = m_targetPath;
         m_journal.stagingName = nameOf(m_staging.path());
     }
 
-    /// Step 1. Returns false when the journal of another copy-over stands in the way.
-    bool writeJournal() {
+    /// Step 1.
+    Begin writeJournal() {
         const auto draft = m_staging.names.journalDraft(m_staging.slot);
         int error = writeDraft(m_environment, m_journal, draft);
+        bool occupied = false;
         if (error == 0 && m_environment->calls->renameToFree(draft.c_str(), m_journalPath.c_str()) != 0) {
-            if (errno == EEXIST) {
-                return false;
-            }
             error = errno;
-        }
-        if (error == 0) {
-            error = syncFolder(*m_environment, m_staging.names.folder());
+            occupied = error == EEXIST;
         }
         if (error != 0) {
-            static_cast<void>(undo());
-            throwSystemError(m_iri, error, "cannot write " + m_journalPath);
+            // Whatever journal stands there is another saver's, and so is what it says of the target.
+            m_environment->calls->unlink(draft.c_str());
+            if (occupied) {
+                return Begin::Occupied;
+            }
+            throwJournalError(error);
         }
-        return true;
+        if (error = syncFolder(*m_environment, m_staging.names.folder()); error != 0) {
+            static_cast<void>(removeJournal());
+            throwJournalError(error);
+        }
+        if (!isTargetAsItWas()) {
+            if (error = removeJournal(); error != 0) {
+                throwJournalError(error);
+            }
+            return Begin::TargetChanged;
+        }
+        return Begin::Done;
     }
 
     /// Step 2.
     void reserveSpace() {
-        const int error = reserve(*m_environment, m_target.get(), m_journal.oldSize, m_journal.newSize);
+        int error = reserve(*m_environment, m_target.get(), m_journal.newSize);
+        if (error == EOPNOTSUPP) {
+            error = m_journal.newSize > m_journal.oldSize ? grow() : 0;
+        }
         if (error != 0) {
             static_cast<void>(undo());
             throwSystemError(m_iri, error, "cannot make room for the new contents");
@@ -111,24 +146,20 @@ public:
 
     /// Step 3. `begun` becomes true when the step failed and could not be undone either.
     void markTarget(bool& begun) {
+        m_journal.oldSamples =
+            sampleContents(*m_environment, m_target.get(), m_journal.oldSize, m_journal.newSize);
         m_journal.marked = TargetMark{m_journal.id, m_journalPath}.set(*m_environment, m_target.get());
-        m_journal.phase = CopyOverPhase::Overwriting;
-        const auto draft = m_staging.names.journalDraft(m_staging.slot);
+        const auto before = m_journal.phase;
         int error = syncFile(*m_environment, m_target.get());
         if (error == 0) {
-            error = writeDraft(m_environment, m_journal, draft);
-        }
-        if (error == 0 && m_environment->calls->rename(draft.c_str(), m_journalPath.c_str()) != 0) {
-            error = errno;
-        }
-        if (error == 0) {
-            error = syncFolder(*m_environment, m_staging.names.folder());
+            error = advance(CopyOverPhase::Overwriting);
         }
         if (error != 0) {
+            m_journal.phase = before;
             // From a journal that may say "overwriting" the save is finished, for which the new contents are
             // needed.
             begun = undo() != 0;
-            throwSystemError(m_iri, error, "cannot write " + m_journalPath);
+            throwJournalError(error);
         }
     }
 
@@ -137,8 +168,50 @@ public:
     }
 
 private:
-    /// A failure leaves the journal, from which the next one who opens the file undoes the rest.
-    int undo() { return undoCopyOver(*m_environment, m_journal, m_journalPath, m_target.get()); }
+    /// Before the journal stood, another saver may have been at work on the target.
+    bool isTargetAsItWas() const {
+        struct stat status {};
+        return ::fstat(m_target.get(), &status) == 0 &&
+               static_cast<std::uint64_t>(status.st_size) == m_journal.oldSize &&
+               isSameFile(m_target.get(), m_targetPath);
+    }
+
+    int grow() {
+        const int error = advance(CopyOverPhase::Growing);
+        return error != 0 ? error
+                          : writeZeros(*m_environment, m_target.get(), m_journal.oldSize, m_journal.newSize);
+    }
+
+    /// Puts a journal of another phase in the place of the present one.
+    int advance(CopyOverPhase phase) {
+        m_journal.phase = phase;
+        const auto draft = m_staging.names.journalDraft(m_staging.slot);
+        if (const int error = writeDraft(m_environment, m_journal, draft); error != 0) {
+            return error;
+        }
+        if (m_environment->calls->rename(draft.c_str(), m_journalPath.c_str()) != 0) {
+            return errno;
+        }
+        return syncFolder(*m_environment, m_staging.names.folder());
+    }
+
+    /// For a journal that is this one's own. A failure leaves it, from which the next one who opens the file
+    /// undoes the rest.
+    int undo() {
+        const int error = restoreTarget(*m_environment, m_journal, m_target.get());
+        return error != 0 ? error : removeJournal();
+    }
+
+    int removeJournal() {
+        if (m_environment->calls->unlink(m_journalPath.c_str()) != 0 && errno != ENOENT) {
+            return errno;
+        }
+        return syncFolder(*m_environment, m_staging.names.folder());
+    }
+
+    [[noreturn]] void throwJournalError(int error) const {
+        throwSystemError(m_iri, error, "cannot write " + m_journalPath);
+    }
 
     const EnvironmentPtr& m_environment;
     const StorageIRI& m_iri;
@@ -149,6 +222,25 @@ private:
     Journal m_journal;
 };
 
+/// Makes way for a journal at `journalPath`.
+void settleEarlierSave(const EnvironmentPtr& environment, const StorageIRI& iri, const std::string& target,
+                       const std::string& journalPath) {
+    const auto before = statusOfJournal(journalPath);
+    const auto report = Recoverer(environment, iri, target).recoverAll();
+    const auto after = statusOfJournal(journalPath);
+    if (!before || !after || !isSameJournal(*before, *after)) {
+        return;
+    }
+    const auto detail = std::find_if(report.details.begin(), report.details.end(), [&](const auto& text) {
+        return text.find(journalPath) != std::string::npos;
+    });
+    throw Exception(
+        ErrorCode::Busy, iri,
+        fmt::format("{}; remove {}",
+                    detail != report.details.end() ? *detail : "the journal of an earlier save is in the way",
+                    journalPath));
+}
+
 } // namespace
 
 void copyOver(const EnvironmentPtr& environment, const StorageIRI& iri, const std::string& target,
@@ -156,12 +248,11 @@ void copyOver(const EnvironmentPtr& environment, const StorageIRI& iri, const st
     for (;;) {
         CopyOver step(environment, iri, target, staging);
         step.openTarget();
-        if (!step.writeJournal()) {
-            const auto report = Recoverer(environment, iri, target).recoverAll();
-            if (report.outcome == RecoveryOutcome::LeftAlone) {
-                throw Exception(ErrorCode::Busy, iri,
-                                report.details.back() + "; remove " + staging.names.journal());
-            }
+        const auto begin = step.writeJournal();
+        if (begin == CopyOver::Begin::Occupied) {
+            settleEarlierSave(environment, iri, target, staging.names.journal());
+        }
+        if (begin != CopyOver::Begin::Done) {
             continue;
         }
         step.reserveSpace();
@@ -170,6 +261,14 @@ void copyOver(const EnvironmentPtr& environment, const StorageIRI& iri, const st
         step.finish();
         return;
     }
+}
+
+Descriptor openToOverwrite(const EnvironmentPtr& environment, const std::string& target) {
+    constexpr int flags = O_NOFOLLOW | O_NONBLOCK;
+    auto file = Descriptor::open(environment->calls, target.c_str(), O_RDWR | flags);
+    return file.isOpen() || errno != EACCES
+               ? std::move(file)
+               : Descriptor::open(environment->calls, target.c_str(), O_WRONLY | flags);
 }
 
 void finishCopyOver(const Environment& environment, const StorageIRI& iri, const Journal& journal,
@@ -188,7 +287,7 @@ void finishCopyOver(const Environment& environment, const StorageIRI& iri, const
     check(setSize(environment, target, journal.newSize));
     check(syncFile(environment, target));
     if (journal.marked) {
-        check(TargetMark::remove(environment, target));
+        check(TargetMark::remove(environment, target, journal.id));
     }
     check(syncFile(environment, target));
     if (environment.calls->unlink(journalPath.c_str()) != 0 && errno != ENOENT && !journal.marked) {
@@ -198,26 +297,25 @@ void finishCopyOver(const Environment& environment, const StorageIRI& iri, const
     environment.calls->unlink(stagingPath.c_str());
 }
 
-int undoCopyOver(const Environment& environment, const Journal& journal, const std::string& journalPath,
-                 int target) {
+int restoreTarget(const Environment& environment, const Journal& journal, int target) {
     struct stat status {};
     if (::fstat(target, &status) != 0) {
         return errno;
     }
-    int error = 0;
-    if (static_cast<std::uint64_t>(status.st_size) > journal.oldSize) {
+    const auto size = static_cast<std::uint64_t>(status.st_size);
+    std::optional<bool> grew = false;
+    if (journal.phase == CopyOverPhase::Growing && size > journal.oldSize && size <= journal.newSize) {
+        grew = isZeroFrom(environment, target, journal.oldSize);
+    }
+    int error = grew ? 0 : errno;
+    if (error == 0 && (*grew || (size == journal.oldSize && journal.newSize > size))) {
+        // Cutting to the present size gives back what is reserved behind it.
         error = setSize(environment, target, journal.oldSize);
     }
     if (error == 0) {
-        error = TargetMark::remove(environment, target);
+        error = TargetMark::remove(environment, target, journal.id);
     }
-    if (error == 0) {
-        error = syncFile(environment, target);
-    }
-    if (error == 0 && environment.calls->unlink(journalPath.c_str()) != 0 && errno != ENOENT) {
-        error = errno;
-    }
-    return error != 0 ? error : syncFolder(environment, std::string(parentOf(journalPath)));
+    return error != 0 ? error : syncFile(environment, target);
 }
 
 std::string currentBootId() {

@@ -3,6 +3,7 @@
 #include <storage/fileprovider/src/Environment.h>
 
 #include <cstdint>
+#include <optional>
 #include <string>
 
 namespace storage::fileprovider {
@@ -20,8 +21,15 @@ int writeAt(const Environment& environment, int file, const char* buffer, std::i
 /// Errors: EIO when `from` ends early.
 int copyBytes(const Environment& environment, int from, int to, std::uint64_t size, bool skipHoles);
 /// Reserves the space of the first `size` bytes, so that writing them cannot fail for want of space. The file
-/// grows to `size` when it is shorter. Where the file system cannot reserve, the growth is written as zeros.
-int reserve(const Environment& environment, int file, std::uint64_t oldSize, std::uint64_t size);
+/// keeps its size and its bytes. Errors: EOPNOTSUPP where the file system cannot reserve.
+int reserve(const Environment& environment, int file, std::uint64_t size);
+/// Writes zeros from `begin` to `end`.
+int writeZeros(const Environment& environment, int file, std::uint64_t begin, std::uint64_t end);
+/// Whether all bytes from `begin` to the end of the file are zeros; disengaged, with `errno` set, when they
+/// cannot be read.
+std::optional<bool> isZeroFrom(const Environment& environment, int file, std::uint64_t begin);
+/// When the file was made, in nanoseconds since 1970; 0 where the file system does not tell.
+std::uint64_t birthTimeOf(int file);
 int setSize(const Environment& environment, int file, std::uint64_t size);
 /// Waits until the file is on the medium, when the environment syncs at all.
 int syncFile(const Environment& environment, int file);

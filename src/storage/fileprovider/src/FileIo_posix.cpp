@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 #include <vector>
 
@@ -130,28 +131,51 @@ int copyBytes(const Environment& environment, int from, int to, std::uint64_t si
     return 0;
 }
 
-int reserve(const Environment& environment, int file, std::uint64_t oldSize, std::uint64_t size) {
-    if (size == 0) {
+int reserve(const Environment& environment, int file, std::uint64_t size) {
+    if (size == 0 ||
+        retried([&] { return environment.calls->allocate(file, 0, static_cast<off_t>(size)); }) == 0) {
         return 0;
     }
-    if (retried([&] { return environment.calls->allocate(file, 0, static_cast<off_t>(size)); }) == 0) {
-        return 0;
-    }
-    if (errno != EOPNOTSUPP && errno != ENOSYS && errno != EINVAL) {
-        return errno;
-    }
-    const std::vector<char> zeros(static_cast<std::size_t>(
-        std::min<std::uint64_t>(size > oldSize ? size - oldSize : 0, copyBufferSize)));
-    for (auto position = oldSize; position < size;) {
-        const auto count = std::min<std::uint64_t>(size - position, zeros.size());
+    return errno == ENOSYS || errno == EINVAL ? EOPNOTSUPP : errno;
+}
+
+int writeZeros(const Environment& environment, int file, std::uint64_t begin, std::uint64_t end) {
+    const std::vector<char> zeros(
+        static_cast<std::size_t>(std::min<std::uint64_t>(end > begin ? end - begin : 0, copyBufferSize)));
+    while (begin < end) {
+        const auto count = std::min<std::uint64_t>(end - begin, zeros.size());
         if (const int error =
-                writeAt(environment, file, zeros.data(), static_cast<std::int64_t>(count), position);
+                writeAt(environment, file, zeros.data(), static_cast<std::int64_t>(count), begin);
             error != 0) {
             return error;
         }
-        position += count;
+        begin += count;
     }
     return 0;
+}
+
+std::optional<bool> isZeroFrom(const Environment& environment, int file, std::uint64_t begin) {
+    std::vector<char> buffer(static_cast<std::size_t>(copyBufferSize));
+    for (;;) {
+        const auto got = readAt(environment, file, buffer.data(), copyBufferSize, begin);
+        if (got <= 0) {
+            return got == 0 ? std::optional(true) : std::nullopt;
+        }
+        if (std::any_of(buffer.begin(), buffer.begin() + got, [](char c) { return c != 0; })) {
+            return false;
+        }
+        begin += static_cast<std::uint64_t>(got);
+    }
+}
+
+std::uint64_t birthTimeOf(int file) {
+    struct statx status {};
+    if (::statx(file, "", AT_EMPTY_PATH, STATX_BTIME, &status) != 0 || (status.stx_mask & STATX_BTIME) == 0) {
+        return 0;
+    }
+    constexpr std::uint64_t nanosecondsInASecond = 1'000'000'000;
+    return static_cast<std::uint64_t>(status.stx_btime.tv_sec) * nanosecondsInASecond +
+           status.stx_btime.tv_nsec;
 }
 
 int setSize(const Environment& environment, int file, std::uint64_t size) {

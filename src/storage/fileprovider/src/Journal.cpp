@@ -9,7 +9,7 @@ namespace storage::fileprovider {
 namespace {
 
 constexpr std::string_view magic = "KXVFSJNL";
-constexpr std::uint32_t version = 1;
+constexpr std::uint32_t version = 2;
 
 std::uint32_t checksum(std::string_view bytes) {
     return static_cast<std::uint32_t>(
@@ -83,10 +83,12 @@ std::string encodeJournal(const Journal& journal) {
     writer.number(journal.oldSize);
     writer.number(journal.newSize);
     writer.number(journal.stagingInode);
+    writer.number(journal.birthTime);
     writer.text(journal.id);
     writer.text(journal.bootId);
     writer.text(journal.target);
     writer.text(journal.stagingName);
+    writer.text(journal.oldSamples);
     return writer.finish();
 }
 
@@ -110,14 +112,17 @@ std::optional<Journal> decodeJournal(std::string_view bytes) {
     journal.oldSize = reader.number<std::uint64_t>();
     journal.newSize = reader.number<std::uint64_t>();
     journal.stagingInode = reader.number<std::uint64_t>();
+    journal.birthTime = reader.number<std::uint64_t>();
     journal.id = reader.text();
     journal.bootId = reader.text();
     journal.target = reader.text();
     journal.stagingName = reader.text();
+    journal.oldSamples = reader.text();
     const bool knownPhase =
-        journal.phase == CopyOverPhase::Prepared || journal.phase == CopyOverPhase::Overwriting;
-    return reader.isWhole() && knownPhase && isStagingName(journal.stagingName) ? std::optional(journal)
-                                                                                : std::nullopt;
+        journal.phase >= CopyOverPhase::Prepared && journal.phase <= CopyOverPhase::Overwriting;
+    const bool possibleNames =
+        isStagingName(journal.stagingName) && journal.target.find('\0') == std::string::npos;
+    return reader.isWhole() && knownPhase && possibleNames ? std::optional(journal) : std::nullopt;
 }
 
 } // namespace storage::fileprovider

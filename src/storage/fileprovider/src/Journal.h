@@ -9,10 +9,12 @@ namespace storage::fileprovider {
 
 /// How far the copy-over is that a journal describes.
 enum class CopyOverPhase : std::uint32_t {
-    /// The target holds its old contents; it may have grown by reserved space.
+    /// The target is as it was; space behind its end may be reserved.
     Prepared = 1,
+    /// The target holds its old contents and may have grown by zeros behind them.
+    Growing = 2,
     /// The target may hold any mixture of old and new bytes.
-    Overwriting = 2,
+    Overwriting = 3,
 };
 
 /// What the next process must know to finish or undo a copy-over that was interrupted. It stands beside the
@@ -22,7 +24,7 @@ enum class CopyOverPhase : std::uint32_t {
 ///
 ///     offset  bytes
 ///          0      8  "KXVFSJNL"
-///          8      4  version, 1
+///          8      4  version, 2
 ///         12      4  phase
 ///         16      4  1 when the target carries the mark (see TargetMark.h), else 0
 ///         20      8  device of the target
@@ -30,8 +32,10 @@ enum class CopyOverPhase : std::uint32_t {
 ///         36      8  size of the target before
 ///         44      8  size of the new contents
 ///         52      8  inode of the staging file
-///         60      -  four texts, each with its length in 4 bytes in front:
-///                    id of the save; id of the system's run; path of the target; name of the staging file
+///         60      8  when the target was made, in nanoseconds since 1970; 0 when unknown
+///         68      -  five texts, each with its length in 4 bytes in front:
+///                    id of the save; id of the system's run; path of the target; name of the staging file;
+///                    checksums of the old contents (see ContentSamples.h)
 ///        end      4  CRC-32 of everything before
 struct Journal {
     CopyOverPhase phase = CopyOverPhase::Prepared;
@@ -41,11 +45,13 @@ struct Journal {
     std::uint64_t oldSize = 0;
     std::uint64_t newSize = 0;
     std::uint64_t stagingInode = 0;
+    std::uint64_t birthTime = 0;
     std::string id;
     /// Device numbers can be compared only while the system runs on; empty when unknown.
     std::string bootId;
     std::string target;
     std::string stagingName;
+    std::string oldSamples;
 
     friend bool operator==(const Journal&, const Journal&) = default;
 };
@@ -54,7 +60,7 @@ struct Journal {
 constexpr std::size_t maximalJournalSize = 64 * 1024;
 
 std::string encodeJournal(const Journal& journal);
-/// Disengaged when a byte is missing, too many or changed.
+/// Disengaged when a byte is missing, too many or changed, and when a name in it cannot be one.
 std::optional<Journal> decodeJournal(std::string_view bytes);
 
 } // namespace storage::fileprovider

@@ -63,12 +63,12 @@ void requireFolderAbove(const StorageIRI& iri, const std::string& path) {
     }
 }
 
-/// A file that moves or goes must not leave the journal of an interrupted save behind, which finds it by
-/// name.
-void settleInterruptedSave(const EnvironmentPtr& environment, const StorageIRI& iri,
-                           const std::string& path) {
+/// A file that moves, goes or is replaced must not leave the journal of an interrupted save behind, which
+/// finds it by name. `status` is that of the item itself.
+void settleInterruptedSave(const EnvironmentPtr& environment, const StorageIRI& iri, const std::string& path,
+                           const Status& status) {
     std::string target;
-    if (resolveLinks(path, target) == 0) {
+    if (status && S_ISREG(status->st_mode) && resolveLinks(path, target) == 0) {
         static_cast<void>(Recoverer(environment, iri, target).recoverForReading());
     }
 }
@@ -124,9 +124,7 @@ void LocalFileProvider::doRemoveFile(const StorageIRI& location) {
     if (!status || S_ISDIR(status->st_mode)) {
         throwSystemError(location, status ? EISDIR : ENOENT);
     }
-    if (S_ISREG(status->st_mode)) {
-        settleInterruptedSave(m_environment, location, path);
-    }
+    settleInterruptedSave(m_environment, location, path, status);
     if (m_environment->calls->unlink(path.c_str()) != 0) {
         throwSystemError(location, errno);
     }
@@ -168,9 +166,8 @@ void LocalFileProvider::doMoveFile(const StorageIRI& source, const StorageIRI& d
     if (toStatus && (!replacesExisting(option) || isFolderStatus(statusOf(to)))) {
         throwSystemError(destination, EEXIST);
     }
-    if (S_ISREG(fromStatus->st_mode)) {
-        settleInterruptedSave(m_environment, source, from);
-    }
+    settleInterruptedSave(m_environment, source, from, fromStatus);
+    settleInterruptedSave(m_environment, destination, to, toStatus);
     if (isSameItem(fromStatus, toStatus)) {
         // The system leaves both names of one file as they are.
         if (placeOf(from) != placeOf(to) && m_environment->calls->unlink(from.c_str()) != 0) {
@@ -213,6 +210,7 @@ void LocalFileProvider::doMoveFolder(const StorageIRI& source, const StorageIRI&
     }
     int result = 0;
     if (toStatus) {
+        settleInterruptedSave(m_environment, destination, to, toStatus);
         // The system puts no folder in a file's place, so the two change places, and the file goes.
         result = m_environment->calls->exchange(from.c_str(), to.c_str());
         if (result == 0) {
@@ -278,7 +276,7 @@ void LocalFileProvider::doCopyFileAtomic(const StorageIRI& source, const Storage
     if (replacesExisting(option) && isSameItem(fromStatus, statusOf(to))) {
         return;
     }
-    settleInterruptedSave(m_environment, source, from);
+    settleInterruptedSave(m_environment, source, from, fromStatus);
     const auto file = Descriptor::open(m_environment->calls, from.c_str(), O_RDONLY | O_NONBLOCK);
     struct stat status {};
     if (!file.isOpen() || ::fstat(file.get(), &status) != 0) {

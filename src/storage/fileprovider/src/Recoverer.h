@@ -34,7 +34,7 @@ private:
         Matches,
         /// Another file stands in the target's place.
         Replaced,
-        /// It is the file, but its size fits neither the old nor the new contents.
+        /// It is the file, but its size is none that the copy-over gives it.
         Changed,
     };
     struct OpenJournal;
@@ -51,8 +51,12 @@ private:
     void requireTrust(const OpenJournal& journal) const;
     bool isUnchanged(const OpenJournal& journal) const;
     void discardPrepared(const OpenJournal& journal);
+    void restorePrepared(const OpenJournal& journal);
+    /// Removes the journal of a save that is finished or undone, and the staging file.
+    void discard(const OpenJournal& journal, RecoveryOutcome outcome, const std::string& what);
     void finishOverwriting(const OpenJournal& journal, const Descriptor& staging);
-    void discardFinished(const OpenJournal& journal);
+    void requireStoppedCopy(const OpenJournal& journal, int target, int staging) const;
+    [[noreturn]] void failChanged(const OpenJournal& journal) const;
     Descriptor openTarget(const OpenJournal& journal) const;
     void removeStrays(const WorkingNames& names, unsigned emptySlots);
     bool anyJournal() const;

@@ -1,5 +1,6 @@
 #include <storage/fileprovider/src/Recoverer.h>
 
+#include <storage/fileprovider/src/ContentSamples.h>
 #include <storage/fileprovider/src/CopyOver.h>
 #include <storage/fileprovider/src/Failure.h>
 #include <storage/fileprovider/src/FileIo.h>
@@ -57,6 +58,10 @@ struct Recoverer::OpenJournal {
     Journal content;
 
     std::string stagingPath() const { return std::string(parentOf(path)) + '/' + content.stagingName; }
+    /// The staging file of another save must not be touched, whatever the journal says.
+    bool namesItsOwnStaging() const {
+        return journalDraftFor(stagingPath()).compare(0, path.size(), path) == 0;
+    }
 };
 
 Recoverer::Recoverer(const EnvironmentPtr& environment, const StorageIRI& iri, const std::string& target)
@@ -132,15 +137,14 @@ Recoverer::Next Recoverer::settleJournal(const std::string& path) {
     journal.bytes.resize(static_cast<std::size_t>(size));
     journal.owner = status.st_uid;
     auto content = S_ISREG(status.st_mode) ? decodeJournal(journal.bytes) : std::nullopt;
-    if (!content) {
+    journal.content = content.value_or(Journal());
+    if (!content || !journal.namesItsOwnStaging()) {
         fail(ErrorCode::LocalFileSystem,
              fmt::format(
                  "the journal {} of an interrupted save is damaged; the file may be half old and half new, "
                  "the new contents stand beside the journal (to use the file as it is, remove the journal)",
                  path));
     }
-    journal.content = std::move(*content);
-
     auto staging = openWorkingFile(m_environment, journal.stagingPath());
     if (staging.isOpen()) {
         return settleValid(journal, staging);
@@ -205,20 +209,16 @@ bool Recoverer::settleMatched(const OpenJournal& journal) {
         return true;
     }
     if (isFinished(journal.content)) {
-        discardFinished(journal);
+        discard(journal, RecoveryOutcome::FinishedSave,
+                "a save was interrupted after it had written the file");
+        return true;
+    }
+    if (journal.content.phase != CopyOverPhase::Overwriting) {
+        discardPrepared(journal);
         return true;
     }
     if (match == Match::Changed) {
-        fail(ErrorCode::LocalFileSystem,
-             fmt::format(
-                 "a save was interrupted while it overwrote the file, and another program changed the file "
-                 "since; the new contents are in {} (to use the file as it is, remove {} and the file's "
-                 "extended attribute {})",
-                 journal.stagingPath(), journal.path, TargetMark::attributeName));
-    }
-    if (journal.content.phase == CopyOverPhase::Prepared) {
-        discardPrepared(journal);
-        return true;
+        failChanged(journal);
     }
     return false;
 }
@@ -229,15 +229,19 @@ Recoverer::Match Recoverer::compareWithTarget(const OpenJournal& journal) const 
     const bool marked = m_mark && m_mark->id == content.id;
     const auto bootId = currentBootId();
     const bool sameRun = !bootId.empty() && bootId == content.bootId;
+    const auto file = Descriptor::open(m_environment->calls, m_target.c_str(), O_PATH | O_NOFOLLOW);
     // Another hard link to the file, or a renamed file, is recognised by the mark.
-    if (::stat(m_target.c_str(), &status) != 0 || !S_ISREG(status.st_mode) ||
+    if (!file.isOpen() || ::fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode) ||
         status.st_ino != content.inode || (sameRun && status.st_dev != content.device) ||
         (!marked && nameOf(content.target) != nameOf(m_target))) {
         return Match::Replaced;
     }
-    const auto smallest = content.phase == CopyOverPhase::Prepared
-                              ? content.oldSize
-                              : std::min(content.oldSize, content.newSize);
+    // The number of a removed file is given to another one before long.
+    const auto birthTime = birthTimeOf(file.get());
+    if (birthTime != 0 && content.birthTime != 0 && birthTime != content.birthTime) {
+        return Match::Replaced;
+    }
+    const auto smallest = std::min(content.oldSize, content.newSize);
     const auto largest = std::max(content.oldSize, content.newSize);
     const auto size = static_cast<std::uint64_t>(status.st_size);
     return size >= smallest && size <= largest ? Match::Matches : Match::Changed;
@@ -274,25 +278,32 @@ bool Recoverer::isUnchanged(const OpenJournal& journal) const {
 }
 
 void Recoverer::discardPrepared(const OpenJournal& journal) {
-    struct stat status {};
-    if (::stat(m_target.c_str(), &status) == 0 &&
-        static_cast<std::uint64_t>(status.st_size) == journal.content.oldSize && !m_mark &&
-        ::access(std::string(parentOf(journal.path)).c_str(), W_OK) != 0) {
-        // The target is as it was; that the rest cannot be removed harms nobody.
-        return;
-    }
-    requireTrust(journal);
-    const auto target = openTarget(journal);
+    restorePrepared(journal);
     // First, since only the journal leads to it.
     m_environment->calls->unlink(journalDraftFor(journal.stagingPath()).c_str());
-    if (const int error = undoCopyOver(*m_environment, journal.content, journal.path, target.get());
-        error != 0) {
+    discard(journal, RecoveryOutcome::DiscardedUnfinishedSave,
+            "a save was interrupted before it touched the file");
+}
+
+void Recoverer::restorePrepared(const OpenJournal& journal) {
+    struct stat status {};
+    const bool marked = m_mark && m_mark->id == journal.content.id;
+    const bool mayHaveGrown = journal.content.phase == CopyOverPhase::Growing &&
+                              ::stat(m_target.c_str(), &status) == 0 &&
+                              static_cast<std::uint64_t>(status.st_size) > journal.content.oldSize;
+    if (mayHaveGrown) {
+        requireTrust(journal);
+    }
+    const bool mustRestore = marked || mayHaveGrown;
+    if (!mustRestore && !openToOverwrite(m_environment, m_target).isOpen()) {
+        // At most there is space to give back, and nobody misses it.
+        return;
+    }
+    const auto target = openTarget(journal);
+    const int error = restoreTarget(*m_environment, journal.content, target.get());
+    if (error != 0 && mustRestore) {
         throwSystemError(m_iri, error, "cannot undo an interrupted save that " + journal.path + " describes");
     }
-    m_environment->calls->unlink(journal.stagingPath().c_str());
-    found(RecoveryOutcome::DiscardedUnfinishedSave,
-          fmt::format("a save was interrupted before it touched the file; removed {} and {}", journal.path,
-                      journal.stagingPath()));
 }
 
 void Recoverer::finishOverwriting(const OpenJournal& journal, const Descriptor& staging) {
@@ -308,6 +319,7 @@ void Recoverer::finishOverwriting(const OpenJournal& journal, const Descriptor& 
                  journal.stagingPath(), journal.path));
     }
     const auto target = openTarget(journal);
+    requireStoppedCopy(journal, target.get(), staging.get());
     finishCopyOver(*m_environment, m_iri, journal.content, journal.path, target.get(), staging.get());
     m_mark.reset();
     found(RecoveryOutcome::FinishedSave,
@@ -316,20 +328,36 @@ void Recoverer::finishOverwriting(const OpenJournal& journal, const Descriptor& 
               journal.content.newSize));
 }
 
-void Recoverer::discardFinished(const OpenJournal& journal) {
-    // What is another user's may have to stay; without the mark it is never applied.
-    if (m_environment->calls->unlink(journal.path.c_str()) != 0) {
+void Recoverer::discard(const OpenJournal& journal, RecoveryOutcome outcome, const std::string& what) {
+    if (m_environment->calls->unlink(journal.path.c_str()) != 0 && errno != ENOENT) {
+        // It may be another user's. It says nothing that the next one could not find out again.
+        found(RecoveryOutcome::LeftAlone,
+              fmt::format("{}, and cannot remove its journal {}: {}", what, journal.path, systemText(errno)));
         return;
     }
     m_environment->calls->unlink(journal.stagingPath().c_str());
-    found(RecoveryOutcome::FinishedSave,
-          fmt::format("a save was interrupted after it had written the file; removed {} and {}", journal.path,
-                      journal.stagingPath()));
+    found(outcome, fmt::format("{}; removed {} and {}", what, journal.path, journal.stagingPath()));
+}
+
+void Recoverer::requireStoppedCopy(const OpenJournal& journal, int target, int staging) const {
+    const auto& content = journal.content;
+    if (!fitsStoppedCopy(*m_environment, target,
+                         {content.oldSamples, content.oldSize, content.newSize, staging})) {
+        failChanged(journal);
+    }
+}
+
+void Recoverer::failChanged(const OpenJournal& journal) const {
+    fail(ErrorCode::LocalFileSystem,
+         fmt::format(
+             "a save was interrupted while it overwrote the file, and another program changed the file "
+             "since; the new contents are in {} (to use the file as it is, remove {} and the file's "
+             "extended attribute {})",
+             journal.stagingPath(), journal.path, TargetMark::attributeName));
 }
 
 Descriptor Recoverer::openTarget(const OpenJournal& journal) const {
-    auto target =
-        Descriptor::open(m_environment->calls, m_target.c_str(), O_WRONLY | O_NOFOLLOW | O_NONBLOCK);
+    auto target = openToOverwrite(m_environment, m_target);
     struct stat status {};
     if (!target.isOpen()) {
         throwSystemError(m_iri, errno,

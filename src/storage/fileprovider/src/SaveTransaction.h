@@ -50,7 +50,7 @@ public:
     void commit();
 
 private:
-    /// A file stands at the target, or nothing does.
+    /// A file stands at the target, or nothing does. Links to it were followed when the save began.
     using Status = std::optional<struct stat>;
 
     Status readTarget() const;
@@ -58,7 +58,8 @@ private:
     void fillFromTarget();
     /// Returns false when a file has come into the way.
     bool commitNewFile();
-    void commitReplacement(const struct stat& target);
+    /// Returns false when another file has come into the target's place, or it has other permissions.
+    bool commitReplacement(const struct stat& target);
     void requireUnchanged(const struct stat& target) const;
     bool replaceByRenaming();
     void discard() noexcept;

@@ -37,6 +37,12 @@ bool isSameState(const struct stat& a, const struct stat& b) {
            a.st_mtim.tv_sec == b.st_mtim.tv_sec && a.st_mtim.tv_nsec == b.st_mtim.tv_nsec;
 }
 
+/// Whether a file that was given the identity of one has that of the other too.
+bool isSameIdentity(const struct stat& a, const struct stat& b) {
+    return a.st_dev == b.st_dev && a.st_ino == b.st_ino && a.st_mode == b.st_mode && a.st_uid == b.st_uid &&
+           a.st_gid == b.st_gid;
+}
+
 /// Why renaming cannot put a file in a place where it may be overwritten: a mounted file, a folder whose
 /// files only their owners may replace.
 bool needsOverwriting(int error) {
@@ -81,7 +87,7 @@ SaveTransaction::~SaveTransaction() {
 
 SaveTransaction::Status SaveTransaction::readTarget() const {
     struct stat status {};
-    if (::stat(m_target.c_str(), &status) != 0) {
+    if (::lstat(m_target.c_str(), &status) != 0) {
         if (errno == ENOENT) {
             return std::nullopt;
         }
@@ -89,6 +95,10 @@ SaveTransaction::Status SaveTransaction::readTarget() const {
     }
     if (S_ISDIR(status.st_mode)) {
         throw Exception(ErrorCode::AlreadyExists, m_iri, "a folder of that name exists");
+    }
+    if (S_ISLNK(status.st_mode)) {
+        throw Exception(ErrorCode::Busy, m_iri,
+                        "a symbolic link was put in the file's place while it was being saved");
     }
     if (!S_ISREG(status.st_mode)) {
         throw Exception(ErrorCode::NotSupported, m_iri, "not a regular file");
@@ -136,8 +146,9 @@ void SaveTransaction::commit() {
             throwSystemError(m_iri, EEXIST);
         }
         requireUnchanged(*target);
-        commitReplacement(*target);
-        return;
+        if (commitReplacement(*target)) {
+            return;
+        }
     }
 }
 
@@ -180,13 +191,19 @@ void SaveTransaction::requireUnchanged(const struct stat& target) const {
                              : "another program made the file while it was open for writing");
 }
 
-void SaveTransaction::commitReplacement(const struct stat& target) {
+bool SaveTransaction::commitReplacement(const struct stat& target) {
     const bool wholeIdentity = transferIdentity(*m_environment, m_target, file());
     if (const int error = syncFile(*m_environment, file()); error != 0) {
         throwSystemError(m_iri, error, "cannot save");
     }
-    if (m_staging->beside && wholeIdentity && target.st_nlink == 1 && replaceByRenaming()) {
-        return;
+    // Syncing may have taken long.
+    const auto present = readTarget();
+    if (!present || !isSameIdentity(*present, target)) {
+        return false;
+    }
+    requireUnchanged(*present);
+    if (m_staging->beside && wholeIdentity && present->st_nlink == 1 && replaceByRenaming()) {
+        return true;
     }
     KX_LOG(logger()) << " target=" << m_target << " way=overwrite";
     bool begun = false;
@@ -199,6 +216,7 @@ void SaveTransaction::commitReplacement(const struct stat& target) {
         throw;
     }
     m_staging.reset();
+    return true;
 }
 
 bool SaveTransaction::replaceByRenaming() {

@@ -33,7 +33,7 @@ public:
     virtual ssize_t copyRange(int from, off_t fromPosition, int to, off_t toPosition, std::size_t count);
     /// lseek; used to find holes only.
     virtual off_t seek(int file, off_t offset, int origin);
-    /// fallocate of a range; the file grows when it ends before the range does.
+    /// fallocate of a range with FALLOC_FL_KEEP_SIZE: the file's size stays.
     virtual int allocate(int file, off_t position, off_t length);
     /// ftruncate.
     virtual int truncate(int file, off_t size);

@@ -36,7 +36,7 @@ off_t SystemCalls::seek(int file, off_t offset, int origin) {
 }
 
 int SystemCalls::allocate(int file, off_t position, off_t length) {
-    return ::fallocate(file, 0, position, length);
+    return ::fallocate(file, FALLOC_FL_KEEP_SIZE, position, length);
 }
 
 int SystemCalls::truncate(int file, off_t size) {
@@ -59,7 +59,13 @@ int SystemCalls::renameToFree(const char* from, const char* to) {
         return -1;
     }
     if (::link(from, to) == 0) {
-        return ::unlink(from);
+        if (::unlink(from) == 0) {
+            return 0;
+        }
+        const int error = errno;
+        ::unlink(to);
+        errno = error;
+        return -1;
     }
     if (errno != EPERM && errno != EOPNOTSUPP && errno != ENOSYS) {
         return -1;

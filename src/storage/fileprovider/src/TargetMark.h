@@ -18,11 +18,13 @@ struct TargetMark {
     std::string id;
     std::string journalPath;
 
+    /// Disengaged without a mark, and for one that names no journal.
     static std::optional<TargetMark> read(const std::string& target);
     /// Whether the file was marked.
     bool set(const Environment& environment, int target) const;
-    /// Returns 0 or an errno; a missing mark is no error.
-    static int remove(const Environment& environment, int target);
+    /// Removes the mark of the save with this id; that of another one stays. Returns 0 or an errno; a missing
+    /// mark is no error.
+    static int remove(const Environment& environment, int target, std::string_view id);
 };
 
 } // namespace storage::fileprovider

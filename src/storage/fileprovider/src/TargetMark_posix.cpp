@@ -6,18 +6,35 @@
 
 namespace storage::fileprovider {
 
-std::optional<TargetMark> TargetMark::read(const std::string& target) {
-    std::string value(PATH_MAX + 64, '\0');
-    const auto size = ::getxattr(target.c_str(), attributeName, value.data(), value.size());
+namespace {
+
+constexpr std::size_t largestValue = PATH_MAX + 64;
+
+std::optional<TargetMark> parse(std::string value, ssize_t size) {
     if (size <= 0) {
         return std::nullopt;
     }
     value.resize(static_cast<std::size_t>(size));
     const auto colon = value.find(':');
-    if (colon == std::string::npos) {
+    if (colon == std::string::npos || value.find('\0') != std::string::npos ||
+        value.compare(colon + 1, 1, "/") != 0) {
         return std::nullopt;
     }
     return TargetMark{value.substr(0, colon), value.substr(colon + 1)};
+}
+
+std::optional<TargetMark> readOpen(int target) {
+    std::string value(largestValue, '\0');
+    const auto size = ::fgetxattr(target, TargetMark::attributeName, value.data(), value.size());
+    return parse(std::move(value), size);
+}
+
+} // namespace
+
+std::optional<TargetMark> TargetMark::read(const std::string& target) {
+    std::string value(largestValue, '\0');
+    const auto size = ::getxattr(target.c_str(), attributeName, value.data(), value.size());
+    return parse(std::move(value), size);
 }
 
 bool TargetMark::set(const Environment& environment, int target) const {
@@ -25,7 +42,11 @@ bool TargetMark::set(const Environment& environment, int target) const {
     return environment.calls->setAttribute(target, attributeName, value.data(), value.size()) == 0;
 }
 
-int TargetMark::remove(const Environment& environment, int target) {
+int TargetMark::remove(const Environment& environment, int target, std::string_view id) {
+    // Who may write the file but not read it cannot see whose mark it is.
+    if (const auto present = readOpen(target); present && present->id != id) {
+        return 0;
+    }
     if (environment.calls->removeAttribute(target, attributeName) == 0 || errno == ENODATA ||
         errno == ENOTSUP) {
         return 0;

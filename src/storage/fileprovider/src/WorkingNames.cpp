@@ -71,8 +71,10 @@ std::string journalDraftFor(std::string_view stagingPath) {
 
 bool isStagingName(std::string_view name) {
     const auto kind = kindOf(name);
-    return name.find('/') == std::string_view::npos && kind.size() > stagingKind.size() &&
-           kind.substr(0, stagingKind.size()) == stagingKind && isAllDigits(kind.substr(stagingKind.size()));
+    // What stands behind a NUL would be no part of the name for the system.
+    return name.find('/') == std::string_view::npos && name.find('\0') == std::string_view::npos &&
+           kind.size() > stagingKind.size() && kind.substr(0, stagingKind.size()) == stagingKind &&
+           isAllDigits(kind.substr(stagingKind.size()));
 }
 
 bool isWorkingName(std::string_view name) {

@@ -1,0 +1,38 @@
+#pragma once
+
+#include <storage/fileprovider/src/Environment.h>
+
+#include <cstdint>
+#include <string>
+
+namespace storage::fileprovider {
+
+/// Tells whether a file that was being overwritten holds nothing but what the copy-over left, by samples of the
+/// contents from before.
+///
+/// A sample is the CRC-32, 4 bytes little-endian, of a stretch of at most 512 bytes that no boundary between
+/// sectors divides. At most 2048 are taken: of all the contents up to 1 MiB, in shorter stretches for small
+/// files, and of stretches spread evenly over larger ones, the first and the last among them.
+///
+/// A copy-over that was stopped has left each stretch as it was before or as it is to be, since a storage
+/// medium writes sectors as a whole; only in the one where the process stopped may new bytes stand before old
+/// ones. What has grown behind the old end is zeros or new bytes.
+
+/// The samples of a file that holds `oldSize` bytes and is to hold `newSize`. Empty when it cannot be read.
+std::string sampleContents(const Environment& environment, int file, std::uint64_t oldSize,
+                           std::uint64_t newSize);
+
+/// What a copy-over went from and to.
+struct CopiedContents {
+    std::string oldSamples;
+    std::uint64_t oldSize = 0;
+    std::uint64_t newSize = 0;
+    /// The new contents.
+    int newFile = -1;
+};
+
+/// Whether the samples of `file` fit a copy-over that was stopped at any moment. Stretches that cannot be read,
+/// or for which there is no sample, are taken to fit.
+bool fitsStoppedCopy(const Environment& environment, int file, const CopiedContents& contents);
+
+} // namespace storage::fileprovider
