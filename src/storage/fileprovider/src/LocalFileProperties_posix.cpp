@@ -116,6 +116,16 @@ std::string permissionText(mode_t mode) {
     return text;
 }
 
+/// The space of the file system that `path` is on.
+ProviderStorageInfo spaceAt(const char* path) {
+    struct statvfs info {};
+    if (::statvfs(path, &info) != 0) {
+        return {};
+    }
+    const auto block = static_cast<std::uint64_t>(info.f_frsize);
+    return {info.f_blocks * block, info.f_bavail * block};
+}
+
 } // namespace
 
 FileAttributes LocalFileProvider::doGetFileAttributes(const StorageIRI& location) {
@@ -204,6 +214,10 @@ ExtendedAttributes LocalFileProvider::doGetExtendedAttributes(const StorageIRI& 
     result.properties["group"] = nameById(&::getgrgid_r, &group::gr_name, status.st_gid);
     result.properties["permissions"] = permissionText(status.st_mode);
     result.properties["links"] = std::to_string(status.st_nlink);
+    if (const auto space = spaceAt(path.c_str()); space.totalBytes && S_ISDIR(status.st_mode)) {
+        result.properties["spaceTotal"] = std::to_string(*space.totalBytes);
+        result.properties["spaceFree"] = std::to_string(*space.freeBytes);
+    }
     std::string link(PATH_MAX, '\0');
     if (const auto size = ::readlink(path.c_str(), link.data(), link.size()); size > 0) {
         link.resize(static_cast<std::size_t>(size));
@@ -214,12 +228,7 @@ ExtendedAttributes LocalFileProvider::doGetExtendedAttributes(const StorageIRI& 
 }
 
 ProviderStorageInfo LocalFileProvider::doGetProviderStorageInfo() {
-    struct statvfs info {};
-    if (::statvfs("/", &info) != 0) {
-        return {};
-    }
-    const auto block = static_cast<std::uint64_t>(info.f_frsize);
-    return {info.f_blocks * block, info.f_bavail * block};
+    return spaceAt("/");
 }
 
 } // namespace storage::fileprovider
