@@ -227,3 +227,67 @@ TEST_F(ChangeSessionTest, AFileIsLockedOnceHoweverItIsSpelled) {
     EXPECT_TRUE(lock.covers(inZip("link.zip", u"/")));
     EXPECT_FALSE(lock.covers(inZip("other.zip", u"/")));
 }
+
+TEST_F(ChangeSessionTest, TellsHowFarTheWritingOfEachArchiveIs) {
+    using Phase = storage::vfs::SaveProgress::Phase;
+    const auto inner = simpleArchive({{"x", std::string(300'000, 'x')}, {"y", "1"}});
+    save("outer.zip", simpleArchive({{"in.zip", inner}}));
+    const auto file = StorageIRI::inContainer("zip", inZip("outer.zip", u"/in.zip"), u"/new");
+    struct Seen {
+        StorageIRI container;
+        Phase phase;
+        std::uint64_t bytes;
+        std::uint64_t oldSize;
+    };
+    std::vector<Seen> seen;
+    Vfs vfs;
+    ChangeSession session(vfs, {}, [&](const storage::vfs::SaveProgress& progress) {
+        seen.push_back({progress.container, progress.phase, progress.bytes, progress.oldSize});
+    });
+    session.lock({file});
+    writeFile(*session.changing(file), file, "new");
+    EXPECT_TRUE(seen.empty());
+    const auto outerSize = std::filesystem::file_size(folder.file("outer.zip"));
+    EXPECT_TRUE(session.commit().empty());
+    const auto last = [&](const StorageIRI& container, Phase phase) {
+        const auto found = std::find_if(seen.rbegin(), seen.rend(), [&](const Seen& one) {
+            return one.container == container && one.phase == phase;
+        });
+        return found == seen.rend() ? Seen{container, phase, 0, 0} : *found;
+    };
+    EXPECT_EQ(last(file.getContainer(), Phase::Reading).bytes, inner.size());
+    EXPECT_EQ(last(file.getContainer(), Phase::Reading).oldSize, inner.size());
+    const auto innerSize = last(file.getContainer(), Phase::Closing).bytes;
+    EXPECT_EQ(last(file.getContainer(), Phase::Writing).bytes, innerSize);
+    EXPECT_EQ(vfs.item(file.getContainer()).getFileAttributes().getSize(), innerSize);
+    EXPECT_EQ(last(folder.iri("outer.zip"), Phase::Reading).oldSize, outerSize);
+    EXPECT_EQ(last(folder.iri("outer.zip"), Phase::Closing).bytes,
+              std::filesystem::file_size(folder.file("outer.zip")));
+    for (std::size_t i = 1; i < seen.size(); ++i)
+        EXPECT_TRUE(seen[i].oldSize == 0 || seen[i].bytes <= seen[i].oldSize);
+    const auto count = seen.size();
+    EXPECT_EQ(read(vfs, file), "new");
+    EXPECT_EQ(seen.size(), count);
+}
+
+TEST_F(ChangeSessionTest, AnArchiveThatIsGivenUpIsNotWrittenAgain) {
+    const auto before = load(folder.file("plans.zip"));
+    const auto file = inZip("plans.zip", u"/x");
+    std::uint64_t tries = 0;
+    {
+        Vfs vfs(counted());
+        ChangeSession session(vfs);
+        session.lock({file});
+        const auto provider = session.changing(file);
+        writeFile(*provider, file, "1");
+        plan->failCall(1, {ProviderOperation::StreamWrite});
+        ASSERT_EQ(session.commit().size(), 1U);
+        tries = plan->countOf(ProviderOperation::OpenStream);
+        vfs.discard(folder.iri("plans.zip"));
+        EXPECT_THROW(provider->removeFile(file), std::exception);
+        EXPECT_TRUE(vfs.closeAll().empty());
+    }
+    EXPECT_EQ(tries, 1U);
+    EXPECT_EQ(plan->countOf(ProviderOperation::OpenStream), tries);
+    EXPECT_EQ(load(folder.file("plans.zip")), before);
+}

@@ -4,6 +4,7 @@
 #include <foundation/storage/provider/StorageIRI.h>
 #include <storage/vfs/ContainerLock.h>
 #include <storage/vfs/Export.h>
+#include <storage/vfs/SaveProgress.h>
 #include <storage/vfs/Vfs.h>
 
 #include <memory>
@@ -25,7 +26,8 @@ namespace storage::vfs {
 /// Threads: one at a time. `vfs` must outlive the session.
 class KXVFS_API ChangeSession {
 public:
-    explicit ChangeSession(Vfs& vfs, WaitingCallback onWaiting = {});
+    /// `onProgress` is told how far flush() and commit() have come.
+    explicit ChangeSession(Vfs& vfs, WaitingCallback onWaiting = {}, SaveProgressCallback onProgress = {});
     /// A session that was not committed lets go of its streams; the providers then write what was changed,
     /// and a failure of that is only logged.
     ~ChangeSession();

@@ -5,6 +5,7 @@
 #include <foundation/storage/provider/StorageItem.h>
 #include <storage/vfs/ArchiveDirectory.h>
 #include <storage/vfs/Export.h>
+#include <storage/vfs/SaveProgress.h>
 
 #include <exception>
 #include <filesystem>
@@ -122,12 +123,20 @@ public:
 
     /// Has close and closeAll force a new write of `container`: its last one failed.
     void markUnsaved(const foundation::storage::provider::StorageIRI& container);
+    /// Gives up `container` and those inside it: their providers are dropped and cut off from what they were
+    /// to write. What they hold unsaved is lost, and who still holds one of them can do nothing with it. For
+    /// a container whose last write failed and is not to be tried again.
+    void discard(const foundation::storage::provider::StorageIRI& container);
     /// Drops the providers of `container` and of those inside it, so that they are made and read again when
     /// they are next asked for. Nothing is forced to be written. Who still holds one of them must not change
     /// anything through it any more: it refuses or, where it does not notice, loses what others changed.
     void forget(const foundation::storage::provider::StorageIRI& container);
     /// The same for the containers inside `container` only: their bytes were written anew.
     void forgetInside(const foundation::storage::provider::StorageIRI& container);
+
+    /// Has `callback` told of what providers read from and write to their containers, until it is replaced;
+    /// an empty one ends it, and no call follows the return. One at a time for the whole front.
+    void watchContainers(SaveProgressCallback callback);
 
     /// The bundles looked at; loads them. Never throws for a bundle that cannot be loaded.
     std::vector<BundleReport> bundles();

@@ -7,7 +7,7 @@
 #include <foundation/storage/provider/Exception.h>
 
 #include <algorithm>
-#include <map>
+#include <set>
 #include <stdexcept>
 
 namespace storage::vfs {
@@ -15,7 +15,8 @@ namespace storage::vfs {
 using namespace foundation::storage::provider;
 
 struct ChangeSession::Impl {
-    Impl(Vfs& front, WaitingCallback callback) : vfs(front), onWaiting(std::move(callback)) {}
+    Impl(Vfs& front, WaitingCallback waiting, SaveProgressCallback progress)
+        : vfs(front), onWaiting(std::move(waiting)), onProgress(std::move(progress)) {}
 
     struct Held {
         StorageIRI container;
@@ -24,6 +25,7 @@ struct ChangeSession::Impl {
 
     Vfs& vfs;
     const WaitingCallback onWaiting;
+    const SaveProgressCallback onProgress;
     foundation::log::basic_diagnostic_logger logger{"storage::vfs::ChangeSession"};
     ContainerLock lock;
     std::vector<Held> held;
@@ -40,8 +42,34 @@ struct ChangeSession::Impl {
     }
 };
 
-ChangeSession::ChangeSession(Vfs& vfs, WaitingCallback onWaiting)
-    : m_impl(std::make_unique<Impl>(vfs, std::move(onWaiting))) {}
+namespace {
+
+/// Passes on what is done with containers while they are written, but not that they are read again after.
+class ProgressReport {
+public:
+    ProgressReport(Vfs& vfs, const SaveProgressCallback& callback) : m_vfs(vfs) {
+        if (callback)
+            m_vfs.watchContainers([this, &callback](const SaveProgress& progress) {
+                if (progress.phase == SaveProgress::Phase::Closing)
+                    m_written.insert(progress.container);
+                else if (m_written.contains(progress.container))
+                    return;
+                callback(progress);
+            });
+    }
+    ~ProgressReport() { m_vfs.watchContainers({}); }
+    ProgressReport(const ProgressReport&) = delete;
+    ProgressReport& operator=(const ProgressReport&) = delete;
+
+private:
+    Vfs& m_vfs;
+    std::set<StorageIRI> m_written;
+};
+
+} // namespace
+
+ChangeSession::ChangeSession(Vfs& vfs, WaitingCallback onWaiting, SaveProgressCallback onProgress)
+    : m_impl(std::make_unique<Impl>(vfs, std::move(onWaiting), std::move(onProgress))) {}
 
 ChangeSession::~ChangeSession() {
     try {
@@ -94,6 +122,7 @@ std::vector<CloseFailure> ChangeSession::flush() {
         return nesting(a.container) > nesting(b.container);
     });
     std::vector<CloseFailure> failures;
+    const ProgressReport report(m_impl->vfs, m_impl->onProgress);
     for (auto& entry : held) {
         try {
             m_impl->write(entry);

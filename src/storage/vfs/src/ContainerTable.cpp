@@ -30,9 +30,10 @@ bool holds(const StorageIRI& container, const StorageIRI& other) {
 } // namespace
 
 ContainerTable::ContainerTable(BundleLoader& bundles, std::shared_ptr<IProvider> localFiles,
-                               std::shared_ptr<IProvider> localContainers)
-    : m_bundles(bundles), m_localFiles(std::move(localFiles)), m_localContainers(std::move(localContainers)) {
-}
+                               std::shared_ptr<IProvider> localContainers,
+                               std::shared_ptr<const ContainerWatch> watch)
+    : m_bundles(bundles), m_localFiles(std::move(localFiles)), m_localContainers(std::move(localContainers)),
+      m_watch(std::move(watch)) {}
 
 MountedContainer ContainerTable::mount(const StorageIRI& location, Tolerance tolerance) {
     const MutexLock lock(m_mutex);
@@ -70,10 +71,12 @@ ContainerTable::Entry ContainerTable::makeEntry(const StorageIRI& root, Toleranc
         throw Exception(ErrorCode::InvalidArgument, root,
                         fmt::format("no provider serves the scheme \"{}\"", root.getScheme()));
     const auto outer = mountLocked(container, tolerance);
-    const StorageItem item(container.hasContainer() ? outer.provider : m_localContainers, container);
+    const auto storage = std::make_shared<WatchedStorage>(
+        container.hasContainer() ? outer.provider : m_localContainers, m_watch);
+    const StorageItem item(storage, container);
     if (!item.exists())
         throw Exception(ErrorCode::NotFound, container);
-    Entry entry{root, {}, false};
+    Entry entry{root, storage, {}, false};
     entry.mounted.container = container;
     entry.mounted.summary.condition = ArchiveCondition::Sound;
     if (isCheckedFormat(root.getScheme())) {
@@ -116,6 +119,11 @@ std::vector<ContainerTable::Entry> ContainerTable::take(const StorageIRI& contai
 
 void ContainerTable::forget(const StorageIRI& container, Scope scope) {
     take(container, scope);
+}
+
+void ContainerTable::discard(const StorageIRI& container) {
+    for (const auto& entry : take(container, Scope::SameAndInside))
+        entry.storage->cutOff();
 }
 
 std::vector<CloseFailure> ContainerTable::release(std::vector<Entry> entries) {

@@ -5,6 +5,8 @@
 #include <foundation/storage/provider/StorageIRI.h>
 #include <storage/vfs/Vfs.h>
 #include <storage/vfs/src/BundleLoader.h>
+#include <storage/vfs/src/ContainerWatch.h>
+#include <storage/vfs/src/WatchedStorage.h>
 
 #include <map>
 #include <memory>
@@ -17,10 +19,11 @@ namespace storage::vfs {
 class ContainerTable {
 public:
     /// `bundles` must outlive the table. `localFiles` serves scheme "file", `localContainers` the local files
-    /// that are containers.
+    /// that are containers. `watch` is told of what is done with containers.
     ContainerTable(BundleLoader& bundles,
                    std::shared_ptr<foundation::storage::provider::IProvider> localFiles,
-                   std::shared_ptr<foundation::storage::provider::IProvider> localContainers);
+                   std::shared_ptr<foundation::storage::provider::IProvider> localContainers,
+                   std::shared_ptr<const ContainerWatch> watch);
 
     MountedContainer mount(const foundation::storage::provider::StorageIRI& location, Tolerance tolerance);
     foundation::storage::provider::StorageIRI
@@ -30,6 +33,7 @@ public:
 
     enum class Scope { Inside, SameAndInside };
     void forget(const foundation::storage::provider::StorageIRI& container, Scope scope);
+    void discard(const foundation::storage::provider::StorageIRI& container);
     /// Writes what is known to be unsaved, inner containers first, and lets go of the providers.
     std::vector<CloseFailure> close(const foundation::storage::provider::StorageIRI& container);
     std::vector<CloseFailure> closeAll();
@@ -40,6 +44,8 @@ private:
     struct Entry {
         /// The root inside the container: the key, and where a forced write starts.
         IRI root;
+        /// What the provider sees of the storage around the container.
+        std::shared_ptr<WatchedStorage> storage;
         MountedContainer mounted;
         bool unsaved = false;
     };
@@ -54,6 +60,7 @@ private:
     BundleLoader& m_bundles;
     const std::shared_ptr<foundation::storage::provider::IProvider> m_localFiles;
     const std::shared_ptr<foundation::storage::provider::IProvider> m_localContainers;
+    const std::shared_ptr<const ContainerWatch> m_watch;
 
     /// Guards the table; held while a container is opened and checked.
     foundation::core::Mutex m_mutex;

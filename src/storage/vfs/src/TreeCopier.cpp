@@ -1,5 +1,6 @@
 #include <storage/vfs/TreeCopier.h>
 
+#include <storage/vfs/StorableName.h>
 #include <storage/vfs/src/SafeTarget.h>
 
 #include <foundation/storage/provider/Exception.h>
@@ -23,6 +24,11 @@ std::vector<FolderEntry> entriesOf(IProvider& provider, const StorageIRI& folder
         entries.push_back(listing->current());
     }
     return entries;
+}
+
+void requireStorable(const StorageIRI& destination, bool folder) {
+    if (const auto objection = unstorable(destination, folder))
+        throw Exception(ErrorCode::InvalidArgument, destination, *objection);
 }
 
 } // namespace
@@ -89,6 +95,7 @@ void TreeCopier::copyBytes(const MountedContainer& from, const StorageIRI& sourc
 
 void TreeCopier::write(ByteStream& in, const MountedContainer& to, const StorageIRI& destination,
                        const ByteStreamOpenOptions& options, const StorageIRI& source, std::uint64_t size) {
+    requireStorable(destination, false);
     // A container's provider writes what a stream got so far, also when it is not closed; so bytes that
     // change others are collected first, and a new file that is not complete is removed.
     const bool keepsUnclosed = !to.container.empty();
@@ -123,6 +130,7 @@ void TreeCopier::pump(ByteStream& in, ByteStream& out, const StorageIRI& source,
 bool TreeCopier::makeFolder(const StorageIRI& source, const MountedContainer& to,
                             const StorageIRI& destination) {
     try {
+        requireStorable(destination, true);
         if (!to.provider->isFolder(destination))
             to.provider->createFolder(destination);
         return true;

@@ -32,7 +32,7 @@ StorageIRI canonicalOrSame(ContainerTable& containers, const StorageIRI& locatio
 struct Vfs::Impl {
     explicit Impl(Options options)
         : logger("storage::vfs::Vfs"), bundles(std::move(options.bundleFolders), std::move(options.warn)),
-          containers(bundles, localFiles(options, options.durableFiles), localFiles(options, true)) {}
+          containers(bundles, localFiles(options, options.durableFiles), localFiles(options, true), watch) {}
 
     static std::shared_ptr<IProvider> localFiles(const Options& options, bool durable) {
         if (options.localFiles)
@@ -44,6 +44,7 @@ struct Vfs::Impl {
 
     foundation::log::basic_diagnostic_logger logger;
     BundleLoader bundles;
+    const std::shared_ptr<ContainerWatch> watch = std::make_shared<ContainerWatch>();
     ContainerTable containers;
 };
 
@@ -105,6 +106,14 @@ std::vector<CloseFailure> Vfs::closeAll() {
 
 void Vfs::markUnsaved(const StorageIRI& container) {
     m_impl->containers.markUnsaved(canonicalOrSame(m_impl->containers, container));
+}
+
+void Vfs::discard(const StorageIRI& container) {
+    m_impl->containers.discard(canonicalOrSame(m_impl->containers, container));
+}
+
+void Vfs::watchContainers(SaveProgressCallback callback) {
+    m_impl->watch->set(std::move(callback));
 }
 
 void Vfs::forget(const StorageIRI& container) {
