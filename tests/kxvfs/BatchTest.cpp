@@ -63,3 +63,22 @@ TEST_F(BatchTest, AMissingArchiveIsAFailure) {
               "kxvfs: batch: none.zip: there is no such archive\n");
     EXPECT_FALSE(std::filesystem::exists(folder.file("none.zip")));
 }
+
+TEST_F(BatchTest, StandardInputIsNotBothTheListAndAFile) {
+    save("list", "cp - given\n");
+    output({"batch", "plans.zip", "list"}, "text");
+    EXPECT_EQ(output({"cat", "plans.zip/given"}), "text");
+    EXPECT_EQ(failure({"batch", "plans.zip"}, "cp - other\nmkdir made\n"),
+              "kxvfs: batch: -:1: cp - other: standard input holds the list of changes\n");
+    EXPECT_EQ(output({"ls", "plans.zip"}), "b.txt\ndocs\nempty\ngiven\nmade\n");
+}
+
+TEST_F(BatchTest, ChangesGiveJson) {
+    save("list", "mkdir x\nrm none\ntouch x/y\n");
+    const auto document = json({"batch", "plans.zip", "list"});
+    ASSERT_EQ(document.size(), 3U);
+    EXPECT_EQ(document[0]["path"], iri("plans.zip", "x"));
+    EXPECT_EQ(document[1]["error"]["code"], 4);
+    EXPECT_EQ(document[2]["path"], iri("plans.zip", "x/y"));
+    EXPECT_EQ(document[2]["action"], "created");
+}

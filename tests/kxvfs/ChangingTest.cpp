@@ -124,6 +124,21 @@ TEST_F(ChangingTest, MvReplacesFilesUnlessToldNotTo) {
     EXPECT_EQ(output({"cat", "plans.zip/docs/a.txt"}), "b");
 }
 
+TEST_F(ChangingTest, MvLeavesFilesAndFoldersThatExistWhereAskedFor) {
+    save("docs/a.txt", "mine");
+    save("b.txt", "mine");
+    const auto before = load("plans.zip");
+    output({"mv", "-n", "plans.zip/docs", "plans.zip/b.txt", "."});
+    EXPECT_EQ(load("docs/a.txt"), "mine");
+    EXPECT_EQ(load("b.txt"), "mine");
+    EXPECT_EQ(load("plans.zip"), before);
+    output({"mv", "-n", "b.txt", "plans.zip/"});
+    EXPECT_EQ(load("b.txt"), "mine");
+    EXPECT_EQ(load("plans.zip"), before);
+    output({"mv", "-n", "b.txt", "plans.zip/c.txt"});
+    EXPECT_EQ(names("plans.zip"), plansWith({"c.txt"}));
+}
+
 TEST_F(ChangingTest, MvRefusesWhatWouldLoseThings) {
     const auto before = load("plans.zip");
     EXPECT_EQ(failure({"mv", "plans.zip/docs", "plans.zip/docs/sub"}),
@@ -200,14 +215,139 @@ TEST_F(ChangingTest, ALinkedArchiveStaysALink) {
 TEST_F(ChangingTest, ChangesGiveJson) {
     const auto document = json({"mkdir", "plans.zip/x", "plans.zip/docs"});
     ASSERT_EQ(document.size(), 2U);
-    EXPECT_EQ(document[0], (nlohmann::json{{"path", iri("plans.zip", "x")}, {"action", "created"}}));
+    EXPECT_EQ(document[0]["path"], iri("plans.zip", "x"));
+    EXPECT_EQ(document[0]["type"], "folder");
+    EXPECT_TRUE(document[0]["size"].is_null());
+    EXPECT_TRUE(document[0]["modified"].is_string());
+    EXPECT_EQ(document[0]["action"], "created");
     EXPECT_EQ(document[1]["error"]["code"], 3);
-    EXPECT_EQ(json({"mv", "plans.zip/x", "plans.zip/y"})[0]["source"], iri("plans.zip", "x"));
-    EXPECT_EQ(json({"rm", "plans.zip/b.txt"})[0]["action"], "removed");
+    const auto removed = json({"rm", "plans.zip/b.txt"});
+    EXPECT_EQ(removed, (nlohmann::json{{{"path", iri("plans.zip", "b.txt")},
+                                        {"type", "file"},
+                                        {"size", 1},
+                                        {"modified", "2021-12-31T23:59:58Z"},
+                                        {"action", "removed"}}}));
+    const auto moved = json({"mv", "plans.zip/docs/a.txt", "plans.zip/y"});
+    EXPECT_EQ(moved, (nlohmann::json{{{"path", iri("plans.zip", "y")},
+                                      {"type", "file"},
+                                      {"size", 5},
+                                      {"modified", "2020-02-03T04:05:06Z"},
+                                      {"action", "moved"},
+                                      {"source", iri("plans.zip", "docs/a.txt")}}}));
+    EXPECT_EQ(json({"touch", "plans.zip/t"})[0]["size"], 0);
+    EXPECT_EQ(json({"create", "new.zip"})[0]["size"], 22);
+}
+
+TEST_F(ChangingTest, MovesBetweenArchivesGiveJsonOfWhatIsSaved) {
+    save("other.zip", simpleArchive({{"x", "1"}}));
+    const auto moved = json({"mv", "plans.zip/docs", "other.zip"});
+    ASSERT_EQ(moved.size(), 2U);
+    EXPECT_EQ(moved[0]["path"], iri("other.zip", "docs/a.txt"));
+    EXPECT_EQ(moved[0]["source"], iri("plans.zip", "docs/a.txt"));
+    EXPECT_EQ(moved[0]["action"], "moved");
+    EXPECT_EQ(moved[0]["size"], 5);
+    // The copy can be saved, the removal of its source not.
+    ArchiveBuilder builder;
+    builder.add("open", "1").add("secret", "2");
+    builder.last().flags = flag::encrypted;
+    save("secret.zip", builder.build());
+    const auto copied = json({"mv", "secret.zip/open", "other.zip"});
+    ASSERT_EQ(copied.size(), 2U) << copied;
+    EXPECT_EQ(copied[0]["path"], iri("other.zip", "open"));
+    EXPECT_EQ(copied[0]["action"], "copied");
+    EXPECT_TRUE(copied[1].contains("error")) << copied;
+}
+
+TEST_F(ChangingTest, AChangeThatCouldNotBeSavedIsNotToldAsDone) {
+    ArchiveBuilder builder;
+    builder.add("open", "1").add("secret", "2");
+    builder.last().flags = flag::encrypted;
+    save("secret.zip", builder.build());
+    const auto before = load("secret.zip");
+    for (const auto& change : std::vector<std::vector<std::string>>{{"mkdir", "secret.zip/a", "secret.zip/b"},
+                                                                    {"cp", "plans.zip/b.txt", "secret.zip"},
+                                                                    {"mv", "plans.zip/b.txt", "secret.zip"},
+                                                                    {"rm", "secret.zip/open"},
+                                                                    {"touch", "secret.zip/open"}}) {
+        const auto document = json(change);
+        ASSERT_EQ(document.size(), 1U) << document;
+        EXPECT_TRUE(document[0].contains("error")) << document;
+        const auto message = failure(change);
+        EXPECT_EQ(std::count(message.begin(), message.end(), '\n'), 1) << message;
+    }
+    EXPECT_EQ(load("secret.zip"), before);
+    EXPECT_EQ(names("plans.zip"), plans);
+    // What went elsewhere in the same run was saved, and is told.
+    const auto document = json({"mkdir", "secret.zip/a", "plans.zip/new", "local"});
+    ASSERT_EQ(document.size(), 3U) << document;
+    EXPECT_EQ(document[0]["path"], iri("plans.zip", "new"));
+    EXPECT_EQ(document[1]["path"], folder.iri("local").toUtf8());
+    EXPECT_TRUE(document[2].contains("error"));
+}
+
+TEST_F(ChangingTest, ChangesOfAnInnerArchiveThatTheOuterOneLosesAreNotToldAsDone) {
+    ArchiveBuilder builder;
+    builder.add("in.zip", simpleArchive({{"x", "1"}})).add("secret", "2");
+    builder.last().flags = flag::encrypted;
+    save("outer.zip", builder.build());
+    const auto document = json({"mkdir", "outer.zip/in.zip/new", "outer.zip/new"});
+    ASSERT_EQ(document.size(), 1U) << document;
+    EXPECT_TRUE(document[0].contains("error")) << document;
+}
+
+TEST_F(ChangingTest, ManyChangesOfOneCommandAreOneSave) {
+    save("one", "1");
+    save("two", "2");
+    save("list", "mkdir p\nmkdir q\ncp one p\nmv b.txt q\nrm -r empty\n");
+    save("outer.zip", simpleArchive({{"in.zip", simpleArchive({{"x", "1"}})}}));
+    const auto saves = [&](std::vector<std::string> arguments) {
+        arguments.insert(arguments.begin(), "-v");
+        const auto result = run(arguments);
+        EXPECT_EQ(result.exitCode, 0) << result.errors;
+        std::size_t count = 0;
+        for (auto at = result.errors.find(" way=rename"); at != std::string::npos;
+             at = result.errors.find(" way=rename", at + 1))
+            ++count;
+        return count;
+    };
+    EXPECT_EQ(saves({"cp", "one", "two", "plans.zip/docs"}), 1U);
+    EXPECT_EQ(saves({"mkdir", "-p", "plans.zip/a/b/c", "plans.zip/d", "plans.zip/e"}), 1U);
+    EXPECT_EQ(saves({"touch", "plans.zip/t", "plans.zip/docs/one", "plans.zip/u"}), 1U);
+    EXPECT_EQ(saves({"mv", "plans.zip/t", "plans.zip/u", "plans.zip/d"}), 1U);
+    EXPECT_EQ(saves({"rm", "-r", "plans.zip/a", "plans.zip/d", "plans.zip/docs/one"}), 1U);
+    EXPECT_EQ(saves({"batch", "plans.zip", "list"}), 1U);
+    EXPECT_EQ(saves({"mkdir", "outer.zip/in.zip/a", "outer.zip/b", "outer.zip/in.zip/c"}), 1U);
+    EXPECT_EQ(saves({"create", "outer.zip/i1.zip", "outer.zip/i2.zip"}), 1U);
+    EXPECT_EQ(saves({"ls", "plans.zip"}), 0U);
+}
+
+TEST_F(ChangingTest, ANameThatCannotBeStoredIsRefusedWhereItIsMadeAndTheOthersAreMade) {
+    const std::string longName(65'536, 'n');
+    const std::string cause = ": its path in the archive is 65536 bytes long, an archive can store 65535\n";
+    const auto shown = "plans.zip/" + longName;
+    save("x", "x");
+    EXPECT_EQ(failure({"mkdir", "plans.zip/made", "plans.zip/" + longName.substr(1)}),
+              "kxvfs: mkdir: plans.zip/" + longName.substr(1) + cause);
+    EXPECT_EQ(failure({"touch", shown, "plans.zip/touched"}), "kxvfs: touch: " + shown + cause);
+    EXPECT_EQ(failure({"write", shown}, "x"), "kxvfs: write: " + shown + cause);
+    EXPECT_NE(failure({"cp", "x", shown}).find(cause), std::string::npos);
+    EXPECT_NE(failure({"mv", "plans.zip/b.txt", shown}).find(cause), std::string::npos);
+    EXPECT_EQ(failure({"batch", "plans.zip"}, std::string("touch a\0b\ntouch c\n", 18)),
+              "kxvfs: batch: -:1: a\\x00b: its name holds a NUL, which an archive cannot store\n");
+    // The longest that can be stored; unzip has less room for names.
+    const auto longest = "plans.zip/" + longName.substr(2);
+    output({"mkdir", longest});
+    EXPECT_EQ(output({"ls", longest}), "");
+    output({"rm", "-d", longest});
+    EXPECT_EQ(names("plans.zip"), plansWith({"made/", "touched", "c"}));
 }
 
 TEST_F(ChangingTest, RecoverTellsWhenThereIsNothingToDo) {
     EXPECT_EQ(output({"recover", "plans.zip"}), "plans.zip: nothing to recover\n");
-    EXPECT_EQ(json({"recover", "plans.zip"})[0]["result"], "nothing");
+    const auto object = json({"recover", "plans.zip"})[0];
+    EXPECT_EQ(object["path"], folder.iri("plans.zip").toUtf8());
+    EXPECT_EQ(object["type"], "file");
+    EXPECT_EQ(object["size"], load("plans.zip").size());
+    EXPECT_EQ(object["result"], "nothing");
     EXPECT_EQ(failure({"recover", "none.zip"}), "kxvfs: recover: none.zip: there is no such archive\n");
 }

@@ -159,9 +159,40 @@ TEST_F(CopyingTest, ManyFilesGoInWithOneRewrite) {
 TEST_F(CopyingTest, CopiesGiveJson) {
     const auto document = json({"cp", "-r", "plans.zip/docs", "out"});
     ASSERT_EQ(document.size(), 2U);
-    EXPECT_EQ(document[0], (nlohmann::json{{"path", folder.iri("out/a.txt").toUtf8()},
-                                           {"action", "copied"},
-                                           {"source", iri("plans.zip", "docs/a.txt")}}));
+    EXPECT_EQ(document[0]["path"], folder.iri("out/a.txt").toUtf8());
+    EXPECT_EQ(document[0]["type"], "file");
+    EXPECT_EQ(document[0]["size"], 5);
+    EXPECT_EQ(document[0]["action"], "copied");
+    EXPECT_EQ(document[0]["source"], iri("plans.zip", "docs/a.txt"));
+}
+
+TEST_F(CopyingTest, StandardInputGoesToStandardOutput) {
+    EXPECT_EQ(output({"cp", "-", "-"}, "given"), "given");
+    save("local", "l");
+    EXPECT_EQ(output({"cp", "local", "-", "plans.zip/b.txt", "-"}, "given"), "lgivenb");
+    EXPECT_EQ(failure({"cp", "plans.zip/docs", "-"}), "kxvfs: cp: plans.zip/docs: is a folder\n");
+}
+
+TEST_F(CopyingTest, InsideAnArchiveThatIsNamedADashIsAName) {
+    output({"cp", "--into", "plans.zip", "plans.zip/b.txt", "-"});
+    EXPECT_EQ(output({"cp", "--from", "plans.zip", "-", "out"}), "");
+    EXPECT_EQ(load("out"), "b");
+}
+
+TEST_F(CopyingTest, AnEmptyStandardInputMakesAnEmptyFile) {
+    output({"cp", "-", "plans.zip/nothing"});
+    EXPECT_EQ(output({"cat", "plans.zip/nothing"}), "");
+    output({"cp", "-n", "-", "plans.zip/b.txt"}, "given");
+    EXPECT_EQ(output({"cat", "plans.zip/b.txt"}), "b");
+}
+
+TEST_F(CopyingTest, LocalFilesAndFoldersGoToLocalPlaces) {
+    save("from/x/y", "why");
+    fs::create_directories(folder.file("to"));
+    output({"cp", "-r", "from", "to"});
+    output({"cp", "from/x/y", "to/z"});
+    EXPECT_EQ(load("to/from/x/y"), "why");
+    EXPECT_EQ(load("to/z"), "why");
 }
 
 TEST_F(CopyingTest, AFullDiskIsReportedAndTheArchiveStands) {

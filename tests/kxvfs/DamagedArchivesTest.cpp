@@ -51,7 +51,7 @@ TEST_F(DamagedArchivesTest, ADamagedArchiveIsReadAsFarAsItGoes) {
     EXPECT_EQ(read.output, "a");
     const auto checked = run({"check", "broken.zip"});
     EXPECT_EQ(checked.exitCode, 1);
-    EXPECT_EQ(checked.output, "broken.zip: 1 entries, 1 problem\n");
+    EXPECT_EQ(checked.output, "broken.zip: 1 entry, 1 problem\n");
 }
 
 TEST_F(DamagedArchivesTest, ADamagedArchiveIsNeverChanged) {
@@ -98,6 +98,24 @@ TEST_F(DamagedArchivesTest, CheckReportsEachEntryThatFailsAndWhy) {
     const auto document = json({"check", "bad.zip"});
     EXPECT_EQ(document.size(), 6U);
     EXPECT_EQ(document[1]["error"]["code"], 1);
+}
+
+TEST_F(DamagedArchivesTest, WhatTheArchiveLibrarySaysIsToldInWordsAndOnRequestAsItIs) {
+    ArchiveBuilder builder;
+    builder.add("good", "good").add("garbage", std::string(100, 'x'));
+    builder.last().rawData = std::string(20, '\xff');
+    save("bad.zip", builder.build());
+    const auto before = load("bad.zip");
+    const std::string words =
+        "/garbage cannot be carried over: damaged ZIP archive: an entry's data cannot be "
+        "read to its end";
+    const auto message = failure({"mkdir", "bad.zip/d"});
+    EXPECT_NE(message.find(words + "\n"), std::string::npos) << message;
+    EXPECT_EQ(message.find("unz"), std::string::npos) << message;
+    const auto verbose = failure({"-v", "mkdir", "bad.zip/d"});
+    EXPECT_NE(verbose.find(words + " (Error on return of unzReadCurrentFile in "), std::string::npos)
+        << verbose;
+    EXPECT_EQ(load("bad.zip"), before);
 }
 
 TEST_F(DamagedArchivesTest, AnImpossibleDateIsNamed) {

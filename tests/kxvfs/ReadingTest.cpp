@@ -219,12 +219,15 @@ TEST_F(ReadingTest, CheckReadsEveryEntry) {
     ASSERT_EQ(document.size(), 5U);
     EXPECT_EQ(document[1]["path"], iri("plans.zip", "docs/a.txt"));
     EXPECT_EQ(document[1]["crc32"].get<std::string>().size(), 8U);
+    EXPECT_EQ(document[1]["modified"], "2020-02-03T04:05:06Z");
+    EXPECT_EQ(document[0]["type"], "folder");
+    EXPECT_EQ(document[0]["modified"], "2020-02-03T04:05:06Z");
 }
 
 TEST_F(ReadingTest, CheckReachesArchivesInArchives) {
     save("outer.zip", simpleArchive({{"inner.zip", simpleArchive({{"x", "1"}})}}));
     EXPECT_EQ(output({"check", "outer.zip", "outer.zip/inner.zip"}),
-              "outer.zip: 1 entries, no problems\nouter.zip/inner.zip: 1 entries, no problems\n");
+              "outer.zip: 1 entry, no problems\nouter.zip/inner.zip: 1 entry, no problems\n");
 }
 
 TEST_F(ReadingTest, ProvidersTellsSchemesAndBundles) {
@@ -244,6 +247,38 @@ TEST_F(ReadingTest, WithoutTheBundleArchivesAreNotServed) {
     EXPECT_NE(result.errors.find("kxvfs: ls: plans.zip: no provider serves the scheme \"zip\"\n"),
               std::string::npos)
         << result.errors;
+}
+
+TEST_F(ReadingTest, ProvidersFailsWhereBundlesCannotBeRead) {
+    auto with = options();
+    with.environment.emplace_back("KXVFS_PROVIDERS", folder.file("none").string());
+    const auto missing = runProcess({binary(), "providers"}, with);
+    EXPECT_EQ(missing.exitCode, 1);
+    EXPECT_NE(missing.errors.find("kxvfs: providers: cannot look for providers in "), std::string::npos)
+        << missing.errors;
+    save("bundles/broken.so", "no library");
+    with.environment.back().second = folder.file("bundles").string();
+    const auto broken = runProcess({binary(), "--json", "providers"}, with);
+    EXPECT_EQ(broken.exitCode, 1);
+    EXPECT_NE(broken.errors.find("kxvfs: providers: cannot load provider bundle "), std::string::npos)
+        << broken.errors;
+    EXPECT_EQ(nlohmann::json::parse(broken.output)[0]["problems"].size(), 1U);
+}
+
+TEST_F(ReadingTest, StatOfALocalFolderTellsTheSpaceOfItsFileSystem) {
+    const auto space = std::filesystem::space(folder.path());
+    const auto object = json({"stat", "."})[0];
+    EXPECT_EQ(object["spaceTotal"], std::to_string(space.capacity));
+    EXPECT_TRUE(object["spaceFree"].is_string());
+    if (std::filesystem::is_directory("/proc")) {
+        EXPECT_NE(json({"stat", "/proc"})[0]["spaceTotal"], object["spaceTotal"]);
+    }
+    EXPECT_FALSE(json({"stat", "plans.zip"})[0].contains("spaceTotal"));
+}
+
+TEST_F(ReadingTest, CountsOfOneAreInTheSingular) {
+    save("one.zip", simpleArchive({{"d/x", "1"}}));
+    EXPECT_EQ(output({"tree", "one.zip"}), "one.zip\n└── d\n    └── x\n\n1 folder, 1 file\n");
 }
 
 TEST_F(ReadingTest, ReadingChangesNothing) {

@@ -55,7 +55,7 @@ public:
         std::size_t number = 0;
         for (std::string line; std::getline(lines, line);) {
             session.setContext(fmt::format("{}:{}", standardInput ? "-" : m_file, ++number));
-            doLine(session, line);
+            doLine(session, line, standardInput);
         }
         session.setContext({});
         if (lines.bad())
@@ -64,7 +64,7 @@ public:
     }
 
 private:
-    void doLine(Session& session, const std::string& line) const {
+    void doLine(Session& session, const std::string& line, bool isStandardInput) const {
         session.attempt(line, [&] {
             auto words = splitWords(line);
             if (words.empty())
@@ -75,6 +75,9 @@ private:
             if (known == listCommands.end())
                 throw std::invalid_argument(fmt::format(
                     "there is no change \"{}\"; there are cp, mv, rm, mkdir and touch", words.front()));
+            if (isStandardInput && words.front() == cpRow.name &&
+                std::find(words.begin(), words.end(), "-") != words.end())
+                throw std::invalid_argument("standard input holds the list of changes");
             const auto command = known->row->make();
             CLI::App app;
             app.set_help_flag();

@@ -1,5 +1,6 @@
 #include <apps/kxvfs/commands/Commands.h>
 #include <apps/kxvfs/src/Entries.h>
+#include <apps/kxvfs/src/Printable.h>
 #include <apps/kxvfs/src/Progress.h>
 
 #include <CLI/CLI.hpp>
@@ -55,7 +56,7 @@ private:
         if (!root.hasContainer())
             throw CommandError(ErrorCode::InvalidArgument, "is a folder, not an archive");
         const auto mounted = session.mount(root, typed);
-        CopyProgressBar progress(!session.options().quiet);
+        CopyProgressBar progress(session.progressWanted());
         Tally tally{session, *mounted.provider, root, typed, progress, true, {}, 0, 0};
         tally.listable = session.attempt(typed, [&] { mounted.provider->listAll(root); });
         tally.problems += tally.listable ? 0 : 1;
@@ -66,10 +67,9 @@ private:
         const auto problems = tally.problems + (summary.condition == ArchiveCondition::Damaged ? 1 : 0);
         progress.finish();
         if (!session.out().isJson())
-            session.out().line(fmt::format("{}: {} entries, {}", session.out().name(typed), summary.entries,
-                                           problems == 0   ? std::string("no problems")
-                                           : problems == 1 ? std::string("1 problem")
-                                                           : fmt::format("{} problems", problems)));
+            session.out().line(fmt::format(
+                "{}: {}, {}", session.out().name(typed), counted(summary.entries, "entry", "entries"),
+                problems == 0 ? "no problems" : counted(problems, "problem", "problems")));
     }
 
     /// The root inside the archive that a location means, whichever way it was typed.
@@ -133,6 +133,11 @@ private:
                                    fmt::format("CRC-32 is {:08x}, {:08x} is declared", crc, record.crc32));
         }
 
+        std::string modifiedAt(const ArchiveEntryRecord& record, const StorageIRI& iri) const {
+            return isoTime(record.isFolder() ? provider.getFolderAttributes(iri).getLastModified()
+                                             : provider.getFileAttributes(iri).getLastModified());
+        }
+
         void ok(const ArchiveEntryRecord& record, const fl::i18n::ustring& path) const {
             if (!session.out().isJson())
                 return;
@@ -141,6 +146,9 @@ private:
             object["type"] = record.isFolder() ? "folder" : "file";
             object["size"] =
                 record.isFolder() ? nlohmann::ordered_json(nullptr) : nlohmann::ordered_json(record.size);
+            const auto modified = listable ? modifiedAt(record, root.withPath(path)) : std::string();
+            object["modified"] =
+                modified.empty() ? nlohmann::ordered_json(nullptr) : nlohmann::ordered_json(modified);
             object["crc32"] = fmt::format("{:08x}", record.crc32);
             session.out().object(object);
         }

@@ -9,6 +9,7 @@
 
 namespace apps::kxvfs {
 
+using namespace foundation::storage::provider;
 using storage::vfs::FileMeaning;
 
 namespace {
@@ -38,12 +39,12 @@ public:
     }
 
     void lock(Session& session) override {
-        if (destination() != standardStream)
+        if (!isStandard(destination(), m_into))
             session.lock({{destination(), m_into, !m_copying.exactTarget || m_copying.recursive}});
     }
 
     void change(Session& session) override {
-        if (destination() == standardStream) {
+        if (isStandard(destination(), m_into)) {
             print(session);
             return;
         }
@@ -59,7 +60,7 @@ private:
     const std::string& destination() const { return m_places.back(); }
 
     void copyOne(Session& session, Copying& copying, const std::string& typed) {
-        if (typed == standardStream && m_from.empty()) {
+        if (isStandard(typed, m_from)) {
             StandardInput input;
             copying.copyInput(input);
             return;
@@ -74,11 +75,26 @@ private:
         std::vector<char> buffer(256 * 1024);
         for (std::size_t i = 0; i + 1 < m_places.size(); ++i)
             session.attempt(m_places[i], [&] {
+                if (isStandard(m_places[i], m_from)) {
+                    StandardInput input;
+                    print(session, input, buffer);
+                    return;
+                }
                 const auto place = session.find(m_places[i], FileMeaning::File, m_from);
-                const auto stream = place.provider().openReadStream(place.iri());
-                while (const auto n = stream->read(buffer.data(), static_cast<std::int64_t>(buffer.size())))
-                    session.out().bytes(buffer.data(), static_cast<std::size_t>(n));
+                if (place.isFolder())
+                    throw CommandError(ErrorCode::InvalidArgument, "is a folder");
+                print(session, *place.provider().openReadStream(place.iri()), buffer);
             });
+    }
+
+    static void print(Session& session, ByteStream& stream, std::vector<char>& buffer) {
+        while (const auto n = stream.read(buffer.data(), static_cast<std::int64_t>(buffer.size())))
+            session.out().bytes(buffer.data(), static_cast<std::size_t>(n));
+    }
+
+    /// With an archive around them, all names are names in that.
+    static bool isStandard(const std::string& typed, const std::string& archive) {
+        return typed == standardStream && archive.empty();
     }
 
     Copying::Options m_copying;

@@ -36,8 +36,7 @@ public:
                     throw CommandError(ErrorCode::NotFound, "the folder for it does not exist");
                 session.changing(place);
                 session.vfs().createArchive(place.iri());
-                if (session.out().isJson())
-                    session.out().object({{"path", place.iri().toUtf8()}, {"action", "created"}});
+                session.done({place.iri(), place.mounted, "created"});
             });
     }
 

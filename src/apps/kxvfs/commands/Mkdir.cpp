@@ -36,13 +36,13 @@ private:
             throw CommandError(ErrorCode::AlreadyExists, std::string(toText(ErrorCode::AlreadyExists)));
         if (!m_parents && !place.provider().isFolder(place.iri().parent()))
             throw CommandError(ErrorCode::NotFound, "the folder above does not exist; -p makes it");
+        Session::requireStorable(place.iri(), true);
         const auto provider = session.changing(place);
         if (m_parents)
             provider->createFolderRecursive(place.iri());
         else
             provider->createFolder(place.iri());
-        if (session.out().isJson())
-            session.out().object({{"path", place.iri().toUtf8()}, {"action", "created"}});
+        session.done({place.iri(), place.mounted, "created"});
     }
 
     Locations m_locations;

@@ -43,23 +43,32 @@ public:
         options.recursive = true;
         options.keepTimes = true;
         options.exactTarget = m_exactTarget;
-        options.action = "moved";
+        std::vector<Copied> copied;
+        options.onCopied = [&](Change change) { copied.back().changes.push_back(std::move(change)); };
         Copying copying(session, options);
         const auto& destination = m_places.back();
         if (!session.attempt(destination,
                              [&] { copying.setTarget(destination, m_archive, m_places.size() > 2); }))
             return;
-        std::vector<Place> copied;
         for (std::size_t i = 0; i + 1 < m_places.size(); ++i)
             session.attempt(m_places[i], [&] {
                 const auto source = session.find(m_places[i], FileMeaning::File, m_archive);
-                if (!moveWithin(session, copying, source) && copying.copy(source))
-                    copied.push_back(source);
+                if (moveWithin(session, copying, source))
+                    return;
+                copied.push_back({source, {}, false});
+                copied.back().whole = copying.copy(source);
             });
         removeCopied(session, copied);
     }
 
 private:
+    /// A source that was copied, or not wholly.
+    struct Copied {
+        Place source;
+        std::vector<Change> changes;
+        bool whole;
+    };
+
     /// Moves what stays with one provider, and what needs no moving; false where it has to be copied.
     bool moveWithin(Session& session, const Copying& copying, const Place& source) const {
         const bool folder = source.isFolder();
@@ -83,32 +92,39 @@ private:
                                "the destination exists: " + copying.shownDestination(source));
         if (source.mounted.container != copying.target().mounted.container)
             return false;
+        Session::requireStorable(destination, folder);
         const auto provider = session.changing(copying.target());
         if (folder)
             provider->moveFolder(from, destination, MoveOption::AllowCopy);
         else
             provider->moveFile(from, destination, MoveOption::ReplaceExistingAllowCopy);
-        report(session, from, destination);
+        session.done({destination, copying.target().mounted, std::string(movedAction), from});
         return true;
     }
 
-    static void report(Session& session, const StorageIRI& from, const StorageIRI& to) {
-        if (session.out().isJson())
-            session.out().object({{"path", to.toUtf8()}, {"action", "moved"}, {"source", from.toUtf8()}});
+    /// The copies are written before the first source goes.
+    static void removeCopied(Session& session, std::vector<Copied>& copied) {
+        if (copied.empty())
+            return;
+        const bool saved = session.flush();
+        for (auto& [source, changes, whole] : copied) {
+            const bool gone = saved && whole && session.attempt(source.shown(), [&, &from = source] {
+                const auto provider = session.changing(from);
+                if (provider->isFolder(from.iri()))
+                    provider->removeFolderRecursively(from.iri());
+                else
+                    provider->removeFile(from.iri());
+            });
+            for (auto& change : changes)
+                if (saved || change.mounted.container.empty())
+                    tell(session, std::move(change), gone);
+        }
     }
 
-    /// The copies are written before the first source goes.
-    static void removeCopied(Session& session, const std::vector<Place>& copied) {
-        if (copied.empty() || !session.flush())
-            return;
-        for (const auto& source : copied)
-            session.attempt(source.shown(), [&] {
-                const auto provider = session.changing(source);
-                if (provider->isFolder(source.iri()))
-                    provider->removeFolderRecursively(source.iri());
-                else
-                    provider->removeFile(source.iri());
-            });
+    static void tell(Session& session, Change change, bool gone) {
+        if (gone)
+            change.action = movedAction;
+        session.done(std::move(change));
     }
 
     bool m_keepExisting = false;

@@ -16,6 +16,8 @@ public:
         auto& out = session.out();
         const auto schemes = session.vfs().schemes();
         const auto bundles = session.vfs().bundles();
+        if (!session.warnings().empty())
+            session.countFailure();
         if (out.isJson()) {
             nlohmann::ordered_json object;
             object["runtime"] = storage::vfs::Vfs::componentRuntime();
@@ -25,6 +27,7 @@ public:
                 object["bundles"].push_back({{"file", bundle.file.string()},
                                              {"name", bundle.symbolicName},
                                              {"problem", bundle.problem}});
+            object["problems"] = session.warnings();
             out.object(object);
             return;
         }
@@ -42,7 +45,8 @@ public:
 const CommandRow providersRow{
     "providers", "", "Show the provider bundles and the schemes they serve",
     "Prints which component runtime runs the bundles, the schemes of locations that are\n"
-    "served, and the bundles with their files.",
+    "served, and the bundles with their files. The exit status is 1 if a bundle, or a folder of\n"
+    "bundles, could not be read.",
     &makeCommand<Providers>};
 
 } // namespace apps::kxvfs

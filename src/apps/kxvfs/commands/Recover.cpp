@@ -1,4 +1,5 @@
 #include <apps/kxvfs/commands/Commands.h>
+#include <apps/kxvfs/src/Entries.h>
 #include <apps/kxvfs/src/Session.h>
 
 #include <CLI/CLI.hpp>
@@ -9,7 +10,7 @@
 
 namespace apps::kxvfs {
 
-using storage::vfs::FileMeaning;
+using foundation::storage::provider::StorageIRI;
 using storage::vfs::RecoveryResult;
 
 namespace {
@@ -47,16 +48,20 @@ public:
                 if (!file)
                     throw CommandError(foundation::storage::provider::ErrorCode::NotFound,
                                        "there is no such archive");
-                show(session, typed, storage::vfs::recoverContainer(*file));
+                show(session, typed, *file, storage::vfs::recoverContainer(*file));
             });
     }
 
 private:
-    static void show(Session& session, const std::string& typed, const storage::vfs::Recovery& recovery) {
+    static void show(Session& session, const std::string& typed, const StorageIRI& file,
+                     const storage::vfs::Recovery& recovery) {
         const auto wording = wordingOf(recovery.result);
         auto& out = session.out();
         if (out.isJson()) {
-            out.object({{"path", typed}, {"result", wording.code}, {"details", recovery.details}});
+            auto object = toJson(entryAt({{file, typed}, session.vfs().mount(file)}));
+            object["result"] = wording.code;
+            object["details"] = recovery.details;
+            out.object(object);
             return;
         }
         out.line(fmt::format("{}: {}", out.name(typed), wording.sentence));

@@ -1,6 +1,7 @@
 #include <apps/kxvfs/commands/Arguments.h>
 #include <apps/kxvfs/commands/Commands.h>
 #include <apps/kxvfs/src/ChangingCommand.h>
+#include <apps/kxvfs/src/Entries.h>
 
 #include <CLI/CLI.hpp>
 
@@ -46,14 +47,14 @@ private:
         if (folder && !m_recursive && place.provider().listAll(place.iri())->hasNext())
             throw CommandError(ErrorCode::FolderNotEmpty, std::string(toText(ErrorCode::FolderNotEmpty)));
         const auto provider = session.changing(place);
+        const auto known = session.out().isJson() ? std::optional(toJson(entryAt(place))) : std::nullopt;
         if (!folder)
             provider->removeFile(place.iri());
         else if (m_recursive)
             provider->removeFolderRecursively(place.iri());
         else
             provider->removeFolder(place.iri());
-        if (session.out().isJson())
-            session.out().object({{"path", place.iri().toUtf8()}, {"action", "removed"}});
+        session.done({place.iri(), place.mounted, "removed", {}, known});
     }
 
     Locations m_locations;

@@ -47,9 +47,7 @@ private:
         else
             // A file that was open for writing is stored again, with the time at which it was.
             provider->openStream(place.iri(), ByteStreamOpenOptions::modify())->close();
-        if (session.out().isJson())
-            session.out().object(
-                {{"path", place.iri().toUtf8()}, {"action", exists ? "touched" : "created"}});
+        session.done({place.iri(), place.mounted, exists ? "touched" : "created"});
     }
 
     Locations m_locations;

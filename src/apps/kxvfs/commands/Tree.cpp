@@ -1,6 +1,7 @@
 #include <apps/kxvfs/commands/Arguments.h>
 #include <apps/kxvfs/commands/Commands.h>
 #include <apps/kxvfs/src/Entries.h>
+#include <apps/kxvfs/src/Printable.h>
 
 #include <CLI/CLI.hpp>
 #include <fl/i18n/KxLocale.h>
@@ -45,7 +46,8 @@ public:
                     draw(session, place, top);
             });
         if (!session.out().isJson())
-            session.out().line(fmt::format("\n{} folders, {} files", m_folders, m_files));
+            session.out().line(fmt::format("\n{}, {}", counted(m_folders, "folder", "folders"),
+                                           counted(m_files, "file", "files")));
     }
 
 private:

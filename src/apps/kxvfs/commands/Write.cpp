@@ -37,9 +37,7 @@ public:
             storage::vfs::TreeCopier({}).copyStream(input, place.mounted, place.iri(),
                                                     m_append ? ByteStreamOpenOptions::append()
                                                              : ByteStreamOpenOptions::overwrite());
-            if (session.out().isJson())
-                session.out().object(
-                    {{"path", place.iri().toUtf8()}, {"action", m_append ? "appended" : "written"}});
+            session.done({place.iri(), place.mounted, m_append ? "appended" : "written"});
         });
     }
 

@@ -10,7 +10,13 @@ class ChangingCommand : public Command {
 public:
     void run(Session& session) final {
         lock(session);
-        change(session);
+        try {
+            change(session);
+        } catch (...) {
+            // What was done until then is saved as after any failure, and told when it cannot be.
+            session.commit();
+            throw;
+        }
         session.commit();
     }
 

@@ -10,7 +10,7 @@ using namespace foundation::storage::provider;
 using namespace storage::vfs;
 
 Copying::Copying(Session& session, Options options)
-    : m_session(session), m_options(std::move(options)), m_progress(!session.options().quiet),
+    : m_session(session), m_options(std::move(options)), m_progress(session.progressWanted()),
       m_copier([this] {
           TreeCopier::Options copier;
           copier.conflict = m_options.keepExisting ? ConflictPolicy::KeepExisting : ConflictPolicy::Overwrite;
@@ -110,14 +110,11 @@ void Copying::onFailure(const CopyFailure& failure) {
 }
 
 void Copying::onCopied(const StorageIRI& source, const StorageIRI& destination) {
-    if (!m_session.out().isJson())
-        return;
-    nlohmann::ordered_json object;
-    object["path"] = destination.toUtf8();
-    object["action"] = m_options.action;
-    if (!source.empty())
-        object["source"] = source.toUtf8();
-    m_session.out().object(object);
+    Change change{destination, m_target.mounted, "copied", source};
+    if (m_options.onCopied)
+        m_options.onCopied(std::move(change));
+    else
+        m_session.done(std::move(change));
 }
 
 } // namespace apps::kxvfs

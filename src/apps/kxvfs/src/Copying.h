@@ -5,6 +5,7 @@
 
 #include <storage/vfs/TreeCopier.h>
 
+#include <functional>
 #include <string>
 
 namespace apps::kxvfs {
@@ -18,8 +19,8 @@ public:
         bool keepTimes = false;
         /// The destination is never a folder to put things into.
         bool exactTarget = false;
-        /// What is done, for the objects of --json.
-        std::string action = "copied";
+        /// Told of each file that was copied; Session::done where empty.
+        std::function<void(Change)> onCopied = {};
     };
 
     Copying(Session& session, Options options);

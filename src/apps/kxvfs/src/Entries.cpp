@@ -88,4 +88,20 @@ nlohmann::ordered_json toJson(const Entry& entry) {
     return object;
 }
 
+nlohmann::ordered_json toJson(Session& session, const Change& change) {
+    nlohmann::ordered_json object{{"path", change.iri.toUtf8()}};
+    try {
+        if (change.known)
+            object = *change.known;
+        else
+            object = toJson(entryAt({{change.iri, {}}, session.vfs().mount(change.iri)}));
+    } catch (const std::exception&) {
+        // It was saved, and another program was quick: that is no failure of this change.
+    }
+    object["action"] = change.action;
+    if (!change.source.empty())
+        object["source"] = change.source.toUtf8();
+    return object;
+}
+
 } // namespace apps::kxvfs

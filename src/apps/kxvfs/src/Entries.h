@@ -42,5 +42,8 @@ void walk(Session& session, const Place& place, const Entry& folder,
 
 /// The object of a listing: path, type, size, modified.
 nlohmann::ordered_json toJson(const Entry& entry);
+/// The object of a change: the same, action and source. What is gone again, or cannot be looked at, has only
+/// its path, action and source.
+nlohmann::ordered_json toJson(Session& session, const Change& change);
 
 } // namespace apps::kxvfs

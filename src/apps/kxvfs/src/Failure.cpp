@@ -3,7 +3,9 @@
 #include <fmt/format.h>
 #include <foundation/storage/provider/Exception.h>
 
+#include <array>
 #include <new>
+#include <string_view>
 
 namespace apps::kxvfs {
 
@@ -16,6 +18,33 @@ namespace {
 bool isCalendarError(const std::string& text) {
     return text.starts_with("Year is ") || text.starts_with("Month number ") ||
            text.starts_with("Day of month ");
+}
+
+/// A failure of the library that reads archives, as its operation, and what that says of the archive.
+struct LibraryFailure {
+    std::string_view operation;
+    std::string_view meaning;
+};
+
+constexpr std::array libraryFailures{
+    LibraryFailure{"unzReadCurrentFile", "an entry's data cannot be read to its end"},
+    LibraryFailure{"unzOpenCurrentFile", "an entry cannot be opened"},
+    LibraryFailure{"unzLocateFile", "an entry cannot be found under its name"},
+    LibraryFailure{"unzGoToFirstFile", "its directory cannot be read"},
+    LibraryFailure{"unzGoToNextFile", "its directory cannot be read"},
+    LibraryFailure{"unzGetCurrentFileInfo64", "its directory cannot be read"}};
+
+/// A text with "Error … unzOperation in …" at its end becomes one that a person can do something with.
+Failure fromText(const std::string& text) {
+    const auto begin = text.find("Error ");
+    if (begin != std::string::npos)
+        for (const auto& known : libraryFailures)
+            if (text.find(known.operation, begin) != std::string::npos)
+                return {fmt::format("{}damaged ZIP archive: {}", text.substr(0, begin), known.meaning),
+                        foundation::storage::provider::ErrorCode::ContainerUnreadable,
+                        {},
+                        text.substr(begin)};
+    return {text, {}, {}};
 }
 
 } // namespace
@@ -39,7 +68,7 @@ Failure describe(const std::exception_ptr& error) {
                     {}};
         return {failure.what(), {}, {}};
     } catch (const std::exception& failure) {
-        return {failure.what(), {}, {}};
+        return fromText(failure.what());
     } catch (...) {
         return {"an unknown failure", {}, {}};
     }

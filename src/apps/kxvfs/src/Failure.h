@@ -34,6 +34,8 @@ struct Failure {
     std::optional<foundation::storage::provider::ErrorCode> code;
     /// The place that the failure names, as IRI; empty where it names none.
     std::string place;
+    /// What the cause says in other words, for those who look for the reason in a library's code; else empty.
+    std::string detail = {};
 };
 
 Failure describe(const std::exception_ptr& error);

@@ -69,8 +69,15 @@ the root. plans.zip!/docs/a.txt and full storage IRIs (zip:file:///home/me/plans
 too.
 
 All changes that one command makes to an archive are written together, as one new archive that takes the place of
-the old one when it is whole. A command that is interrupted leaves the old archive. Commands that change the same
-archive wait for one another.
+the old one when it is whole. A command that is interrupted (Ctrl-C) leaves the old archive, or the new one, and
+nothing else; interrupting it again ends it before it has removed its working files, which the next run does then.
+Commands that change the same archive wait for one another.
+
+With --json, results are one array of objects with path, type, size and modified. A command that changes something
+tells what it did, with action and, where there is one, source, once that is saved; what could not be saved is not
+among them, but has an object with the error.
+
+On a terminal, what takes long shows how far it is.
 
 Times are shown and stored as UTC.)";
 

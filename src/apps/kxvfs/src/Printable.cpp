@@ -90,6 +90,10 @@ std::string humanSize(std::uint64_t bytes) {
                         : fmt::format("{:.0f}{}", value, units[unit]);
 }
 
+std::string counted(std::uint64_t number, std::string_view one, std::string_view several) {
+    return fmt::format("{} {}", number, number == 1 ? one : several);
+}
+
 std::size_t shownWidth(std::string_view text) {
     return static_cast<std::size_t>(std::count_if(
         text.begin(), text.end(), [](char c) { return (static_cast<unsigned char>(c) & 0xc0U) != 0x80; }));

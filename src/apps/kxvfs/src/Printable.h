@@ -22,6 +22,9 @@ std::string isoTime(const boost::posix_time::ptime& time);
 /// "1.4M"; plain bytes below 1024.
 std::string humanSize(std::uint64_t bytes);
 
+/// "1 entry", "7 entries".
+std::string counted(std::uint64_t number, std::string_view one, std::string_view several);
+
 /// Columns that a text takes on a terminal, counting one for each character.
 std::size_t shownWidth(std::string_view text);
 

@@ -12,12 +12,8 @@
 
 namespace apps::kxvfs {
 
-using namespace std::chrono_literals;
-
 namespace {
 
-constexpr auto patience = 500ms;
-constexpr auto interval = 100ms;
 constexpr std::size_t barWidth = 20;
 
 /// The signals' thread asks for it.
@@ -39,6 +35,11 @@ std::string bar(std::uint64_t done, std::uint64_t size) {
 }
 
 } // namespace
+
+std::string ProgressLine::fitted(std::string_view name, const std::string& rest) {
+    const auto taken = shownWidth(rest) + 1;
+    return tail(escaped(name), terminalWidth() > taken + 1 ? terminalWidth() - taken : 1) + rest;
+}
 
 void ProgressLine::show(std::string_view text) {
     static const bool terminal = errorIsTerminal();
@@ -68,7 +69,7 @@ void ProgressLine::erase() {
 }
 
 CopyProgressBar::CopyProgressBar(bool wanted)
-    : m_wanted(wanted && errorIsTerminal()), m_next(Clock::now() + patience) {}
+    : m_wanted(wanted && errorIsTerminal()), m_next(Clock::now() + ProgressLine::patience) {}
 
 CopyProgressBar::~CopyProgressBar() {
     finish();
@@ -84,11 +85,10 @@ void CopyProgressBar::update(const storage::vfs::CopyProgress& progress) {
     const auto time = Clock::now();
     if (time < m_next)
         return;
-    m_next = time + interval;
-    const auto numbers = fmt::format(" {}  {} files, {}", bar(progress.fileBytes, progress.fileSize),
-                                     progress.files, humanSize(progress.bytes));
-    const auto room = terminalWidth() > numbers.size() + 2 ? terminalWidth() - numbers.size() - 1 : 1;
-    ProgressLine::show(tail(escaped(fl::i18n::toUtf8(progress.source.getName())), room) + numbers);
+    m_next = time + ProgressLine::interval;
+    const auto numbers = fmt::format(" {}  {}, {}", bar(progress.fileBytes, progress.fileSize),
+                                     counted(progress.files, "file", "files"), humanSize(progress.bytes));
+    ProgressLine::show(ProgressLine::fitted(fl::i18n::toUtf8(progress.source.getName()), numbers));
 }
 
 } // namespace apps::kxvfs

@@ -9,9 +9,16 @@
 namespace apps::kxvfs {
 
 /// The last line of a terminal at standard error, written over and over. Does nothing where standard error is
-/// no terminal.
+/// no terminal. Threads: one at a time but where said.
 class ProgressLine {
 public:
+    /// How long something takes before it is shown, and then between two showings.
+    static constexpr std::chrono::milliseconds patience{500};
+    static constexpr std::chrono::milliseconds interval{100};
+
+    /// `name`, escaped and cut at its begin, with `rest` behind it in one line of the terminal.
+    static std::string fitted(std::string_view name, const std::string& rest);
+
     static void show(std::string_view text);
     /// Takes the line away, before anything else is printed.
     static void clear();

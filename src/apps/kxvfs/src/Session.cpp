@@ -1,12 +1,15 @@
 #include <apps/kxvfs/src/Session.h>
 
+#include <apps/kxvfs/src/Entries.h>
 #include <apps/kxvfs/src/Printable.h>
 #include <apps/kxvfs/src/Progress.h>
 
 #include <fl/i18n/utf8.h>
 #include <fmt/format.h>
+#include <storage/vfs/StorableName.h>
 
 #include <cstdio>
+#include <utility>
 
 namespace apps::kxvfs {
 
@@ -15,27 +18,43 @@ using namespace storage::vfs;
 
 namespace {
 
-std::unique_ptr<Vfs> makeVfs(const std::string& command, bool durableFiles) {
-    Vfs::Options options;
-    options.durableFiles = durableFiles;
-    options.warn = [command](const std::string& message) {
-        ProgressLine::clear();
-        fmt::print(stderr, "kxvfs: {}: {}\n", command, escaped(message));
-    };
-    return std::make_unique<Vfs>(std::move(options));
+/// Whether `container` is `iri`'s container or one around that.
+bool stands(const StorageIRI& iri, const StorageIRI& container) {
+    for (const auto* at = &iri; at->hasContainer();) {
+        at = &at->getContainer();
+        if (*at == container)
+            return true;
+    }
+    return false;
 }
 
 } // namespace
 
 Session::Session(std::string command, GlobalOptions options, bool durableFiles)
-    : m_command(std::move(command)), m_options(options), m_out(options.json),
-      m_vfs(makeVfs(m_command, durableFiles)), m_resolver(*m_vfs),
-      m_changes(std::make_unique<ChangeSession>(*m_vfs, [this](const StorageIRI& file) {
-          note(fmt::format("waiting for another program that changes {}",
-                           escaped(fl::i18n::toUtf8(file.getResolvedPath()))));
-      })) {}
+    : m_command(std::move(command)), m_options(options), m_out(options.json), m_vfs(makeVfs(durableFiles)),
+      m_resolver(*m_vfs), m_changes(std::make_unique<ChangeSession>(
+                              *m_vfs,
+                              [this](const StorageIRI& file) {
+                                  note(fmt::format("waiting for another program that changes {}",
+                                                   escaped(fl::i18n::toUtf8(file.getResolvedPath()))));
+                              },
+                              [this](const SaveProgress& progress) {
+                                  if (m_saving)
+                                      m_saving->update(progress);
+                              })) {}
 
 Session::~Session() = default;
+
+std::unique_ptr<Vfs> Session::makeVfs(bool durableFiles) {
+    Vfs::Options options;
+    options.durableFiles = durableFiles;
+    options.warn = [this](const std::string& message) {
+        m_warnings.push_back(message);
+        ProgressLine::clear();
+        fmt::print(stderr, "kxvfs: {}: {}\n", m_command, escaped(message));
+    };
+    return std::make_unique<Vfs>(std::move(options));
+}
 
 Place Session::find(const std::string& typed, FileMeaning meaning, const std::string& archive) {
     auto location =
@@ -76,7 +95,13 @@ MountedContainer Session::mount(const StorageIRI& location, const std::string& s
     return mounted;
 }
 
+void Session::requireStorable(const StorageIRI& place, bool folder) {
+    if (const auto objection = unstorable(place, folder))
+        throw CommandError(ErrorCode::InvalidArgument, *objection);
+}
+
 std::shared_ptr<IProvider> Session::changing(const Place& place) {
+    requireStorable(place.iri(), false);
     return m_changes->changing(place.iri());
 }
 
@@ -86,19 +111,40 @@ bool Session::flush() {
 
 void Session::commit() {
     save(true);
+    printResults();
+}
+
+void Session::done(Change change) {
+    if (m_out.isJson())
+        m_results.push_back({std::move(change), {}});
+}
+
+void Session::drop(const StorageIRI& unsaved) {
+    std::erase_if(m_results, [&](const Result& result) {
+        return result.change && (result.change->mounted.container == unsaved ||
+                                 stands(result.change->mounted.container, unsaved));
+    });
+    for (auto& [change, failure] : m_results)
+        if (change && change->action == movedAction && stands(change->source, unsaved))
+            change->action = "copied";
+}
+
+void Session::printResults() {
+    for (auto& result : std::exchange(m_results, {}))
+        m_out.object(result.change ? toJson(*this, *result.change) : result.failure);
 }
 
 bool Session::save(bool last) {
-    const bool shown = m_changes->hasChanges() && !m_options.quiet;
-    if (shown)
-        ProgressLine::show("saving …");
+    m_saving.emplace(progressWanted() && m_changes->hasChanges());
     const auto failures = last ? m_changes->commit() : m_changes->flush();
-    if (shown)
-        ProgressLine::clear();
-    for (const auto& failure : failures)
+    m_saving.reset();
+    for (const auto& failure : failures) {
         fail(failure.container.hasContainer() ? failure.container.toUtf8()
                                               : fl::i18n::toUtf8(failure.container.getResolvedPath()),
              failure.error);
+        drop(failure.container);
+        m_vfs->discard(failure.container);
+    }
     return failures.empty();
 }
 
@@ -120,17 +166,23 @@ void Session::report(std::string_view shown, const Failure& failure) {
     std::fflush(stdout);
     ProgressLine::clear();
     const auto context = m_context.empty() ? m_context : m_context + ": ";
-    fmt::print(stderr, "kxvfs: {}: {}{}: {}\n", m_command, escaped(context), escaped(shown),
-               escaped(failure.cause));
+    const auto cause = failure.detail.empty() || m_options.verbosity == 0
+                           ? failure.cause
+                           : fmt::format("{} ({})", failure.cause, failure.detail);
+    fmt::print(stderr, "kxvfs: {}: {}{}: {}\n", m_command, escaped(context), escaped(shown), escaped(cause));
     if (!m_out.isJson())
         return;
     nlohmann::ordered_json error;
     error["code"] = failure.code ? nlohmann::ordered_json(static_cast<unsigned>(*failure.code)) : nullptr;
     error["name"] = failure.code ? nlohmann::ordered_json(std::string(toText(*failure.code))) : nullptr;
-    error["message"] = failure.cause;
+    error["message"] = cause;
     if (!failure.place.empty())
         error["place"] = failure.place;
-    m_out.object({{"path", std::string(shown)}, {"error", error}});
+    nlohmann::ordered_json object{{"path", std::string(shown)}, {"error", error}};
+    if (m_results.empty())
+        m_out.object(object);
+    else
+        m_results.push_back({{}, std::move(object)});
 }
 
 void Session::note(std::string_view text) {
