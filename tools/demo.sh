@@ -155,6 +155,10 @@ nest() {
 verify() {
   title "Other programs read the result"
   show unzip -tq plans.zip
+  # Among the packed files are archives that are damaged on purpose.
+  python3 "$repository/tests/support/archives/independent_readers.py" --not-inside plans.zip inner-again.zip ||
+    fail "unzip, Python's zipfile and bsdtar do not all accept the archives"
+  proof "unzip -t, Python's zipfile and bsdtar read plans.zip and the archive that was nested in it"
   printf '  $ python3 zipfile\n'
   python3 - <<'PYTHON' || fail "Python's zipfile does not accept the archive"
 import pathlib, sys, zipfile

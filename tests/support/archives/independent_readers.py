@@ -1,10 +1,10 @@
 #!/usr/bin/env python3
 """What `unzip -t`, Python's zipfile and bsdtar say of archives, and of the archives that lie inside them.
 
-usage: independent_readers.py [--json] ARCHIVE...
+usage: independent_readers.py [--json | --not-inside] ARCHIVE...
 
-Prints what is wrong with each, nothing when all is well, and exits with 1 if anything is. With --json prints an
-array with the verdict_of each instead and exits with 0.
+Prints what is wrong with each, nothing when all is well, and exits with 1 if anything is; with --not-inside only
+what is wrong with the archive itself. With --json prints an array with the verdict_of each instead and exits with 0.
 """
 
 import collections
@@ -105,7 +105,7 @@ def plain(names):
     return collections.Counter(name for name in names if name.isascii() and name.isprintable() and "\\" not in name)
 
 
-def complaints(result):
+def complaints(result, look_inside):
     """What is wrong with the archive, one sentence a line."""
     entries = result["entries"]
     for program in ("unzip", "python3", "bsdtar"):
@@ -121,15 +121,16 @@ def complaints(result):
     for name, size, *_ in entries:
         if name.endswith("/") and size:
             yield f"the folder {name} has {size} bytes"
-    for place, inside in result["inside"].items():
+    for place, inside in result["inside"].items() if look_inside else ():
         for problem in inside["problems"]:
             yield f"in {place}: {problem}"
 
 
-def verdict_of(archive):
+def verdict_of(archive, look_inside=True):
     """All that there is to say of one archive: a verdict of each program with `present`, `accepted`, `output` and
     `names`; `entries`, each with name, size, CRC-32 of the bytes that were read, date, method and flags; `inside`,
-    the same of every entry that is an archive, by its name; `problems`, empty when all is well.
+    the same of every entry that is an archive, by its name; `problems`, empty when all is well (without look_inside
+    those of the archives inside do not count).
     """
     result = {"unzip": ask_unzip(archive), "entries": [], "inside": {}}
     with tempfile.TemporaryDirectory(prefix="independent-readers-") as inner:
@@ -137,7 +138,7 @@ def verdict_of(archive):
         for name in os.listdir(inner):
             result["inside"][result["entries"][int(name)][0]] = verdict_of(os.path.join(inner, name))
     result["bsdtar"] = ask_bsdtar(archive)
-    result["problems"] = list(complaints(result))
+    result["problems"] = list(complaints(result, look_inside))
     return result
 
 
@@ -146,9 +147,10 @@ def main():
     if arguments[:1] == ["--json"]:
         json.dump([verdict_of(archive) for archive in arguments[1:]], sys.stdout)
         return
+    look_inside = arguments[:1] != ["--not-inside"]
     failed = False
-    for archive in arguments:
-        for problem in verdict_of(archive)["problems"]:
+    for archive in arguments if look_inside else arguments[1:]:
+        for problem in verdict_of(archive, look_inside)["problems"]:
             failed = True
             print(f"{archive}: {problem}")
     sys.exit(failed)
