@@ -338,6 +338,25 @@ TEST_F(ZipProviderErrors, FailuresOfTheSaveThatAChangeCausesPassUnchanged) {
     EXPECT_EQ(archive(), builder.build());
 }
 
+TEST_F(ZipProviderErrors, LocalFailuresOfTheSaveThatAChangeCausesPassUnchanged) {
+    mount({{"docs/a.txt", "alpha"}, {"docs/", ""}});
+    const auto before = archive();
+    {
+        const ScopedVariable nowhere("TMPDIR", "/proc");
+        const auto saveFails = [&](const std::function<void()>& work) {
+            return throwsUntranslated<MiniZipException>("/proc/zipProvider-", work);
+        };
+        EXPECT_TRUE(saveFails([&] { zip.createFolder("/y"); }));
+        EXPECT_TRUE(saveFails([&] { zip.moveFile("/docs/a.txt", "/z"); }));
+        EXPECT_TRUE(saveFails([&] { zip.moveFolder("/y", "/w"); }));
+        EXPECT_TRUE(saveFails([&] { zip.removeFile("/z"); }));
+        EXPECT_TRUE(saveFails([&] { zip.removeFolder("/w"); }));
+    }
+    EXPECT_EQ(archive(), before);
+    zip.createFolder("/saved");
+    expectArchive({{"docs/", ""}, {"saved/", ""}});
+}
+
 /// The exceptions below the host's, which tell more than a code.
 class ZipFileSystemErrors : public ZipProviderErrors {
 protected:
