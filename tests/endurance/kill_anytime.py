@@ -228,7 +228,8 @@ def same(found, wanted):
 
 
 class Moments:
-    """When the kills come: evenly over the time that a change takes, which is learnt on the way."""
+    """When the kills come: half of them at any moment of the time that a change takes, which is learnt on the way,
+    half of them towards its end, where the archive is saved."""
 
     def __init__(self, generator, duration):
         self.generator = generator
@@ -237,7 +238,8 @@ class Moments:
         self.interrupted_saves = 0
 
     def choose(self):
-        self.delay = self.generator.uniform(0, self.duration)
+        begin = self.generator.choice((0, 0.6 * self.duration))
+        self.delay = self.generator.uniform(begin, self.duration)
         return self.delay
 
     def came_too_late(self, lasted):
