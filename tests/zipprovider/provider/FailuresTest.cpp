@@ -1,3 +1,5 @@
+#include "../ScopedTimeZone.h"
+#include "HookedProvider.h"
 #include "InPlaceProvider.h"
 #include "ZipProviderTest.h"
 
@@ -6,6 +8,8 @@
 #include <storage/zipprovider/src/instantiations.h>
 #include <support/FaultInjectingProvider.h>
 #include <support/archives/ArchiveBuilder.h>
+
+#include <boost/date_time/posix_time/posix_time.hpp>
 
 #include <sys/resource.h>
 
@@ -16,6 +20,7 @@
 #include <iterator>
 #include <ostream>
 #include <set>
+#include <vector>
 
 namespace kx::test {
 
@@ -198,6 +203,42 @@ TEST_P(FailingContainer, AFailedCopyIsOvercomeAlsoAfterMoreChanges) {
     EXPECT_TRUE(temporaryFiles().empty());
 }
 
+TEST_P(FailingContainer, AFailedCopyLeavesTheRecordOfTheChangesAndEveryTime) {
+    const ScopedTimeZone zone("XYZ-5");
+    replaceContainer(archiveBefore());
+    MountedZip mounted(failing);
+    const auto timesOf = [&] {
+        std::vector<boost::posix_time::ptime> times;
+        for (const char* path : {"/a", "/b", "/new", "/papers/x"}) {
+            times.push_back(mounted.provider().getFileAttributes(mounted.at(path)).getLastModified());
+        }
+        for (const char* path : {"/papers", "/papers/new", "/e"}) {
+            times.push_back(mounted.provider().getFolderAttributes(mounted.at(path)).getLastModified());
+        }
+        return times;
+    };
+    auto hold = change(mounted);
+    auto reader = mounted.reader("/new");
+    const auto times = timesOf();
+    plan->failCall(1, {ProviderOperation::StreamWrite}, Afterwards::FailsOn);
+    EXPECT_THROW(hold->close(), Exception);
+    EXPECT_EQ(timesOf(), times);
+    EXPECT_THROW(mounted.createFile("/later"), Exception);
+    EXPECT_EQ(timesOf(), times);
+    // The record still leads to the working file that the reader has.
+    EXPECT_THROW(mounted.append("/new", "+"), Exception);
+    EXPECT_EQ(readAll(*reader), "5+");
+    plan->countOnly();
+    mounted.removeFile("/later");
+    auto expected = treeAfter();
+    expected["new"] = "5+";
+    EXPECT_EQ(mounted.tree(), expected);
+    EXPECT_EQ(MountedZip(container).tree(), expected);
+    // An entry that was there before has moved by the zone's offset once, at the save that succeeded.
+    const boost::posix_time::time_duration offset(5, 0, 0);
+    EXPECT_EQ(mounted.provider().getFileAttributes(mounted.at("/a")).getLastModified(), times[0] + offset);
+}
+
 TEST_P(FailingContainer, AContainerThatCannotBeOpenedForWritingIsAsItWasAndNoArchiveIsKept) {
     replaceContainer(archiveBefore());
     const auto before = archive();
@@ -337,6 +378,29 @@ TEST_F(FailingTemporaryFolder, WithoutATemporaryFolderNothingIsSavedUntilItIsBac
     EXPECT_EQ(archive(), before);
     zip.createFolder("/f");
     expectArchive({{"f/", ""}});
+}
+
+TEST_F(FailingTemporaryFolder, ASaveThatIsDoneIsNoFailureThoughItsTemporaryArchiveCannotBeRemoved) {
+    const auto folder = temporary.path() / "folder";
+    std::filesystem::create_directory(folder);
+    const ScopedVariable variable("TMPDIR", folder.string());
+    const auto hooked = std::make_shared<HookedProvider>(memory);
+    MountedZip mounted(StorageItem(hooked, container.getLocation()));
+    mounted.list();
+    bool blocked = false;
+    hooked->callBefore([&](ProviderOperation called) {
+        if (called == ProviderOperation::StreamWrite) {
+            blocked = true;
+        } else if (called == ProviderOperation::StreamClose && blocked) {
+            // Nothing can be looked up behind a symbolic link to itself.
+            std::filesystem::rename(folder, temporary.path() / "moved away");
+            std::filesystem::create_symlink(folder, folder);
+            hooked->callBefore({});
+        }
+    });
+    EXPECT_NO_THROW(mounted.createFolder("/f"));
+    EXPECT_TRUE(std::filesystem::is_symlink(folder));
+    EXPECT_EQ(MountedZip(container).tree(), (Contents{{"f/", ""}}));
 }
 
 TEST_F(FailingTemporaryFolder, AVanishedWorkingFileFailsTheSaveUntilItsEntryIsRemoved) {

@@ -44,16 +44,18 @@ struct ChangeSession::Impl {
 
 namespace {
 
-/// Passes on what is done with containers while they are written, but not that they are read again after.
+/// Passes on what is done with containers while they are written, but not that they are looked at in between,
+/// nor that they are read again after.
 class ProgressReport {
 public:
     ProgressReport(Vfs& vfs, const SaveProgressCallback& callback) : m_vfs(vfs) {
         if (callback)
             m_vfs.watchContainers([this, &callback](const SaveProgress& progress) {
-                if (progress.phase == SaveProgress::Phase::Closing)
-                    m_written.insert(progress.container);
-                else if (m_written.contains(progress.container))
+                if (isAnotherLook(progress))
                     return;
+                if (progress.phase != SaveProgress::Phase::Reading)
+                    (progress.phase == SaveProgress::Phase::Writing ? m_begun : m_written)
+                        .insert(progress.container);
                 callback(progress);
             });
     }
@@ -62,7 +64,15 @@ public:
     ProgressReport& operator=(const ProgressReport&) = delete;
 
 private:
+    bool isAnotherLook(const SaveProgress& progress) const {
+        using Phase = SaveProgress::Phase;
+        return progress.phase != Phase::Closing &&
+               (m_written.contains(progress.container) ||
+                (progress.phase == Phase::Reading && m_begun.contains(progress.container)));
+    }
+
     Vfs& m_vfs;
+    std::set<StorageIRI> m_begun;
     std::set<StorageIRI> m_written;
 };
 

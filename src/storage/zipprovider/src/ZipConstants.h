@@ -50,6 +50,8 @@ inline constexpr int storedCopyBufferSize = 65536;
 inline constexpr int entryCopyBufferSize = 8192;
 /// Bytes moved at a time between a working file or a temporary archive and a stream.
 inline constexpr int fileCopyBufferSize = 4096;
+/// Bytes compared at a time.
+inline constexpr int comparingBufferSize = 65536;
 
 /// The number that `bytes`, at most eight, stand for.
 constexpr std::uint64_t littleEndian(std::string_view bytes) {

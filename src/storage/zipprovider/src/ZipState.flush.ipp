@@ -1,5 +1,6 @@
 #pragma once
 
+#include "LocalArchiveStream.h"
 #include "MiniZipException.h"
 #include "StoredEntryCopy.h"
 #include "ZipConstants.h"
@@ -12,19 +13,18 @@
 #include <boost/iostreams/device/file.hpp>
 #include <boost/iostreams/stream.hpp>
 
+#include <algorithm>
+#include <cstddef>
 #include <exception>
 #include <ios>
 #include <optional>
+#include <stdexcept>
 #include <utility>
 #include <vector>
 
 namespace storage::zipprovider {
 
 namespace detail {
-
-[[noreturn]] inline void throwMiniZip(const std::u16string& message) {
-    foundation::core::except::throwInternal(MiniZipException(message));
-}
 
 /// Copies one entry of the old archive into the new one, byte for byte as long as both agree on its size.
 inline void copyEntry(IEntrySource& source, const ZipEntrySink& sink, std::uint64_t expectedSize) {
@@ -58,16 +58,13 @@ void ZipState<StorageItem, ByteStreamDevice>::doFlush() const {
     bringIntoContainer(target);
     const auto superseded = std::exchange(m_keptArchive, std::nullopt);
     try {
-        rebuildBasalState();
-        if (!m_unread.empty()) {
-            detail::throwMiniZip(u"cannot read " + containerText() + u" after it was rebuilt: " + m_unread);
-        }
+        rebuildBasalState(Incomplete::IsRefused);
     } catch (...) {
-        continueFrom(target);
+        continueFrom(target, ContainerHolds::OurWork);
         removeQuietly(superseded);
         throw;
     }
-    target.remove();
+    removeQuietly(target.path());
     removeQuietly(superseded);
 }
 
@@ -79,21 +76,44 @@ void ZipState<StorageItem, ByteStreamDevice>::refuseUnreadArchive() const {
     }
 }
 
-/// A stamp may change while the archive does not (a container inside another archive gets its time rounded
-/// when that is written), so the directory has the last word.
 template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
 void ZipState<StorageItem, ByteStreamDevice>::refuseForeignChange() const {
-    const auto stamp = ContainerStamp::of(m_container.getFileAttributes());
-    if (!m_stamp || stamp == *m_stamp) {
-        return;
+    if (!holdsWhatWasRead()) {
+        throwForeignChange();
     }
-    if (stamp.size == m_stamp->size && m_fingerprint &&
-        directoryFingerprint(EntryInfos(std::make_shared<ReadHandle>(m_container))) == *m_fingerprint) {
-        m_stamp = stamp;
-        return;
-    }
+}
+
+template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
+void ZipState<StorageItem, ByteStreamDevice>::throwForeignChange() const {
     detail::throwMiniZip(u"cannot rebuild " + containerText() +
                          u": another program has changed it since it was read");
+}
+
+/// A stamp may change while the archive does not (a container inside another archive gets its time rounded
+/// when that is written), so the directory has the last word. Whoever opens the container after a copy into
+/// it was interrupted may finish or undo that, which changes its size as well.
+template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
+bool ZipState<StorageItem, ByteStreamDevice>::holdsWhatWasRead() const {
+    const auto stamp = ContainerStamp::of(m_container.getFileAttributes());
+    if (!m_stamp || stamp == *m_stamp) {
+        return true;
+    }
+    const bool sameSize = stamp.size == m_stamp->size;
+    if (!sameSize && !m_keptArchive) {
+        return false;
+    }
+    try {
+        const auto archive = std::make_shared<ReadHandle>(m_container);
+        if ((!sameSize && !archive->isOpen()) ||
+            !m_ownDirectories.contains(directoryFingerprint(EntryInfos(archive)))) {
+            return false;
+        }
+    } catch (const std::out_of_range&) {
+        // Boost's calendar refuses a date that no entry of what was read has had.
+        return false;
+    }
+    m_stamp = stamp;
+    return true;
 }
 
 /// Opening it would fail as well, but only after the entries in front of it were deflated, and without a word
@@ -124,10 +144,8 @@ void ZipState<StorageItem, ByteStreamDevice>::writeCarriedOverEntries(
     const std::shared_ptr<ReadHandle>& archive, MiniZipWriteHandle& target) const {
     for (const auto& [path, entry] : m_carriedOver) {
         try {
-            // An entry that stays where it is keeps the kind of name it has; all that the system names is
-            // relative.
-            const auto name = entry.moved ? Path(path.toString(false)) : Path(entry.stored.name);
-            const EntryDescription description{entry.type, name, entry.size, entry.lastModified, entry.index};
+            const EntryDescription description{entry.type, nameInNextArchive(path, entry), entry.size,
+                                               entry.lastModified, entry.index};
             if (!copyStoredEntry(archive->get(), entry.stored, target, description)) {
                 EntrySource source(archive, entry.stored);
                 detail::copyEntry(source, ZipEntrySink(target, description), entry.size);
@@ -137,6 +155,13 @@ void ZipState<StorageItem, ByteStreamDevice>::writeCarriedOverEntries(
                                  u" cannot be carried over: " + fl::i18n::fromUtf8(failure.what()));
         }
     }
+}
+
+/// An entry that stays where it is keeps the kind of name it has; all that the system names is relative.
+template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
+ZipEntryPath ZipState<StorageItem, ByteStreamDevice>::nameInNextArchive(const Path& path,
+                                                                        const CarriedOverEntry& entry) {
+    return entry.moved ? Path(path.toString(false)) : Path(entry.stored.name);
 }
 
 template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
@@ -163,48 +188,101 @@ void ZipState<StorageItem, ByteStreamDevice>::writeFolders(ZipEntryAppender& tar
     }
 }
 
+/// Building the archive may have taken long, and so may copying it, so both are followed by another look at
+/// the container. Between the last look and the close nothing but a lock helps.
 template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
 void ZipState<StorageItem, ByteStreamDevice>::bringIntoContainer(TemporaryArchive& archive) const {
+    refuseForeignChange();
     bool opened = false;
+    auto holds = ContainerHolds::OurWork;
     try {
         ByteStreamDevice container(m_container.openStream({}));
         opened = true;
         copyIntoContainer(container, archive);
+        if (!holdsWhatWasRead() && !showsPartOf(archive)) {
+            holds = ContainerHolds::ForeignChange;
+            throwForeignChange();
+        }
         container.close();
     } catch (...) {
         // The stream is gone: a container that takes back what was not closed has done so. One that could not
         // be opened is as it was, and the new archive need not be kept.
         if (opened) {
-            continueFrom(archive);
+            continueFrom(archive, holds);
         }
         throw;
     }
 }
 
-/// The container holds the old archive, the new one, or half of it; which one is not for us to find out. The
-/// new archive has everything, so it is what is read, and what a later flush starts from.
+/// Whether the container's bytes are those with which the new archive begins: it may show what is written to
+/// it before that is closed.
 template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
-void ZipState<StorageItem, ByteStreamDevice>::continueFrom(TemporaryArchive& archive) const {
+bool ZipState<StorageItem, ByteStreamDevice>::showsPartOf(const TemporaryArchive& archive) const {
+    LocalArchiveStream written(archive.path());
+    const auto container = m_container.openReadOnlyStream();
+    std::vector<char> shown(comparingBufferSize);
+    std::vector<char> expected(comparingBufferSize);
+    for (;;) {
+        const auto count = container->read(shown.data(), comparingBufferSize);
+        if (count <= 0) {
+            return true;
+        }
+        const auto end = shown.begin() + static_cast<std::ptrdiff_t>(count);
+        if (written.read(expected.data(), count) != count ||
+            !std::equal(shown.begin(), end, expected.begin())) {
+            return false;
+        }
+    }
+}
+
+/// The container holds the old archive, the new one, or half of it; which one is not for us to find out. The
+/// new archive has everything, so what is carried over is taken from there. The changes stay recorded.
+template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
+void ZipState<StorageItem, ByteStreamDevice>::continueFrom(TemporaryArchive& archive,
+                                                           ContainerHolds holds) const {
     archive.keep();
     KX_LOG(m_logger) << "Could not bring the new archive into the container; it is kept as "
                      << archive.path().string();
     try {
         const EntryInfos infos(
             std::make_shared<ReadHandle>(std::make_unique<LocalArchiveStream>(archive.path())));
-        install(infos, findFolder(Path(u"/"))->ownEntry()->lastModified);
-        m_unread.clear();
+        carryOverFrom(infos);
+        m_ownDirectories.insert(directoryFingerprint(infos));
     } catch (const std::exception& error) {
         KX_LOG(m_logger) << "Could not read the kept archive: " << error.what();
         return;
     }
     // The container still lacks what the kept archive has.
-    m_stateChanged = m_treeChanged = true;
+    m_treeChanged = true;
+    for (auto& [path, modified] : m_modified) {
+        // The kept archive has the entry as it was written, not as it was before.
+        modified.settled = true;
+        modified.original.reset();
+    }
     removeQuietly(std::exchange(m_keptArchive, archive.path()));
+    if (holds == ContainerHolds::ForeignChange) {
+        return;
+    }
     try {
         m_stamp = ContainerStamp::of(m_container.getFileAttributes());
     } catch (...) {
         // What the interrupted copy has left cannot be told from what another program may write.
         m_stamp.reset();
+    }
+}
+
+/// Has the entries that are carried over found in an archive that this state has built. They were the first
+/// to be written, in their order.
+template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
+void ZipState<StorageItem, ByteStreamDevice>::carryOverFrom(const EntryInfos& infos) const {
+    if (!infos.isComplete() ||
+        infos.size() != m_carriedOver.size() + m_modified.size() + m_createdFolders.size()) {
+        detail::throwMiniZip(u"it does not have the entries that were written");
+    }
+    auto info = infos.begin();
+    for (auto& [path, entry] : m_carriedOver) {
+        entry.stored = {zipEntryName(nameInNextArchive(path, entry), entry.type), info->stored.position};
+        ++info;
     }
 }
 

@@ -21,6 +21,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 
 namespace storage::zipprovider {
@@ -130,8 +131,9 @@ public:
     /// again. Does nothing when nothing was changed. Errors: MiniZipException when the old archive was not
     /// read to its end, was changed by another program, or an entry cannot be carried over or written; those
     /// of the container and of the working files. No change is lost, and a later flush tries again: the
-    /// change records stay and the container is as it was, or, when bringing the new archive in failed, that
-    /// archive is kept, its path logged, and everything is read from it until a flush succeeds.
+    /// change records stay, and the container is as it was. When bringing the new archive in failed, that
+    /// archive is kept as well, its path logged, and what is carried over is read from it until a flush
+    /// succeeds.
     void doFlush() const;
 
 private:
@@ -154,7 +156,14 @@ private:
         void follow(const Path& from, const Path& to);
     };
 
+    /// What an archive that cannot be read to its end is.
+    enum class Incomplete { IsShownAsFarAsItGoes, IsRefused };
+    /// Whose the bytes are that a copy which did not come to its end has left in the container.
+    enum class ContainerHolds { OurWork, ForeignChange };
+
     // the folder index (ZipState.index.ipp)
+    void rebuildBasalState(Incomplete incomplete) const;
+    static std::u16string unreadPart(const EntryInfos& infos);
     std::unique_ptr<foundation::storage::provider::ByteStream> openArchiveStream() const;
     std::shared_ptr<ReadHandle> openArchive() const;
     void install(const EntryInfos& infos, const Time& rootTime) const;
@@ -174,14 +183,19 @@ private:
     // the flush (ZipState.flush.ipp)
     void refuseUnreadArchive() const;
     void refuseForeignChange() const;
+    [[noreturn]] void throwForeignChange() const;
+    bool holdsWhatWasRead() const;
     void refuseEncryptedEntries() const;
     void buildArchive(const std::shared_ptr<ReadHandle>& archive, const TemporaryArchive& target) const;
     void writeCarriedOverEntries(const std::shared_ptr<ReadHandle>& archive,
                                  MiniZipWriteHandle& target) const;
     void writeModifiedEntries(ZipEntryAppender& target) const;
     void writeFolders(ZipEntryAppender& target) const;
+    static Path nameInNextArchive(const Path& path, const CarriedOverEntry& entry);
     void bringIntoContainer(TemporaryArchive& archive) const;
-    void continueFrom(TemporaryArchive& archive) const;
+    bool showsPartOf(const TemporaryArchive& archive) const;
+    void continueFrom(TemporaryArchive& archive, ContainerHolds holds) const;
+    void carryOverFrom(const EntryInfos& infos) const;
     void removeQuietly(const std::optional<fl::filesystem::path>& archive) const;
     void copyIntoContainer(ByteStreamDevice& container, const TemporaryArchive& archive) const;
     std::u16string containerText() const;
@@ -203,7 +217,9 @@ private:
     mutable std::uint64_t m_records = 0;
     /// Nothing when the container could not be asked after a copy into it was interrupted.
     mutable std::optional<ContainerStamp> m_stamp;
-    mutable std::optional<std::size_t> m_fingerprint;
+    /// Fingerprints of the directories that the container may have without another program's doing: of the
+    /// archive that was read, and of those whose copy into the container was interrupted.
+    mutable std::set<std::size_t> m_ownDirectories;
     /// Why the archive must not be overwritten; empty when it was read to its end.
     mutable std::u16string m_unread;
     /// A new archive that could not be brought into the container. The container may be half written, so

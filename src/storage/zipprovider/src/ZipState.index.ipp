@@ -2,8 +2,10 @@
 
 #include "EmptyArchive.h"
 #include "LocalArchiveStream.h"
+#include "MiniZipException.h"
 
 #include <fl/i18n/utf8.h>
+#include <foundation/core/except/throwInternal.h>
 #include <foundation/log/log.h>
 
 #include <cstddef>
@@ -12,6 +14,14 @@
 #include <utility>
 
 namespace storage::zipprovider {
+
+namespace detail {
+
+[[noreturn]] inline void throwMiniZip(const std::u16string& message) {
+    foundation::core::except::throwInternal(MiniZipException(message));
+}
+
+} // namespace detail
 
 template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
 ZipState<StorageItem, ByteStreamDevice>::ZipState(const StorageItem& container)
@@ -99,25 +109,51 @@ auto ZipState<StorageItem, ByteStreamDevice>::carriedOverEntries(const EntryInfo
 
 template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
 void ZipState<StorageItem, ByteStreamDevice>::rebuildBasalState() const {
+    rebuildBasalState(Incomplete::IsShownAsFarAsItGoes);
+}
+
+/// Opening the container may settle an interrupted save of it, and another program may be writing it: what it
+/// looked like counts only when it looks the same afterwards. While it does not come to rest, the stamp is
+/// the one from before, so that a flush refuses.
+template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
+void ZipState<StorageItem, ByteStreamDevice>::rebuildBasalState(Incomplete incomplete) const {
     KX_LOG_FUNCTION(m_logger);
-    const auto attributes = m_container.getFileAttributes();
-    const auto stamp = ContainerStamp::of(attributes);
-    std::u16string unread;
-    const auto archive = openArchive();
-    if (!archive->isOpen() && stamp.size != std::uint64_t{0} && !isEmptyArchive(*openArchiveStream())) {
-        unread = u"it is not a ZIP archive, or its end record is damaged";
+    constexpr int attempts = 5;
+    auto attributes = m_container.getFileAttributes();
+    for (int attempt = 1;; ++attempt) {
+        const auto stamp = ContainerStamp::of(attributes);
+        const auto archive = openArchive();
+        const EntryInfos infos(archive);
+        auto unread = unreadPart(infos);
+        if (unread.empty() && !archive->isOpen() && stamp.size != std::uint64_t{0} &&
+            !isEmptyArchive(*openArchiveStream())) {
+            unread = u"it is not a ZIP archive, or its end record is damaged";
+        }
+        const auto rootTime = attributes.getLastModified();
+        attributes = m_container.getFileAttributes();
+        if (ContainerStamp::of(attributes) != stamp && attempt < attempts) {
+            continue;
+        }
+        if (incomplete == Incomplete::IsRefused && !unread.empty()) {
+            detail::throwMiniZip(u"cannot read " + containerText() + u" after it was rebuilt: " + unread);
+        }
+        install(infos, rootTime);
+        m_stamp = stamp;
+        m_unread = std::move(unread);
+        return;
     }
-    const EntryInfos infos(archive);
+}
+
+template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
+std::u16string ZipState<StorageItem, ByteStreamDevice>::unreadPart(const EntryInfos& infos) {
     if (infos.hasUndeclaredEntries()) {
-        unread = u"it holds more entries than the " +
-                 fl::i18n::fromUtf8(std::to_string(infos.declaredCount())) + u" that its end record declares";
-    } else if (!infos.isComplete()) {
-        unread = fl::i18n::fromUtf8("only " + std::to_string(infos.size()) + " of the " +
-                                    std::to_string(infos.declaredCount()) + " entries could be read");
+        return u"it holds more entries than the " +
+               fl::i18n::fromUtf8(std::to_string(infos.declaredCount())) + u" that its end record declares";
     }
-    install(infos, attributes.getLastModified());
-    m_stamp = stamp;
-    m_unread = std::move(unread);
+    return infos.isComplete()
+               ? std::u16string()
+               : fl::i18n::fromUtf8("only " + std::to_string(infos.size()) + " of the " +
+                                    std::to_string(infos.declaredCount()) + " entries could be read");
 }
 
 /// Makes the index of these entries the current one; no entry counts as changed.
@@ -130,7 +166,7 @@ void ZipState<StorageItem, ByteStreamDevice>::install(const EntryInfos& infos, c
 
     m_basalState = std::move(basalState);
     m_carriedOver = std::move(carriedOver);
-    m_fingerprint = fingerprint;
+    m_ownDirectories = {fingerprint};
     m_createdFolders.clear();
     m_stateChanged = m_treeChanged = false;
     // Working files that no stream holds are deleted here.
