@@ -292,7 +292,21 @@ TEST_F(WorkingFileStream, ReportsAFullDiskByTheWriteItself) {
         EXPECT_THROW(stream->write("y", 1), fl::filesystem::FsysExceptionBase);
     }
     EXPECT_EQ(m_entry->getCachedFileSize(), 10'000u);
+}
+
+TEST_F(WorkingFileStream, WhoseWriteHasFailedIsAbandonedByItsClose) {
+    const auto stream = open(overwriting);
+    {
+        const FileSizeLimit limit(1'000);
+        EXPECT_THROW(stream->write(std::string(10'000, 'x').data(), 10'000),
+                     fl::filesystem::FsysExceptionBase);
+    }
+    EXPECT_EQ(stream->write("y", 1), 1);
+    EXPECT_THROW(stream->close(), fl::filesystem::FsysExceptionBase);
+    EXPECT_EQ(m_closes, 0);
+    EXPECT_EQ(m_abandons, 1);
     EXPECT_NO_THROW(stream->close());
+    EXPECT_EQ(m_abandons, 1);
 }
 
 TEST_F(WorkingFileStream, ReportsAWriteAfterItsClose) {
@@ -366,6 +380,14 @@ TEST_F(LoggedStream, MarksAnOperationThatFails) {
     const auto stream = open(reading);
     EXPECT_THROW(stream->seek(-1, SeekOrigin::Begin), std::runtime_error);
     EXPECT_EQ(records().back().text, "[throw]");
+}
+
+TEST_F(LoggedStream, DestroyedWithoutCloseTellsWhatFailed) {
+    auto stream = open(overwriting);
+    stream->addAbandonListener([] { throw std::runtime_error("cannot save: scripted"); });
+    stream.reset();
+    EXPECT_EQ(records().back().text, "Abandoning an unclosed stream failed: cannot save: scripted");
+    EXPECT_EQ(records().back().level, severity::info);
 }
 
 TEST_F(LoggedStream, OfACloseSaysWhetherTheFileSystemIsTold) {

@@ -18,6 +18,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -296,6 +297,19 @@ TEST_F(WorkingFile, IsMadeOnceWhenSeveralThreadsNeedItAtTheSameTime) {
         }
         ASSERT_EQ(m_folder.files().size(), 1u);
     }
+}
+
+TEST_F(WorkingFile, IsCopiedWithItsContentsAndTime) {
+    const auto entry = filledWith("text");
+    const auto time = std::filesystem::last_write_time(entry->checkoutPath()) - std::chrono::hours(1);
+    std::filesystem::last_write_time(entry->checkoutPath(), time);
+    const auto copy = entry->copy();
+    EXPECT_EQ(copy->path(), entry->path());
+    EXPECT_NE(copy->checkoutPath(), entry->checkoutPath());
+    EXPECT_EQ(copy->getCachedFileLastModified(), entry->getCachedFileLastModified());
+    entry->doGetFileDevice(writing | std::ios_base::trunc);
+    EXPECT_EQ(entry->getCachedFileSize(), 0u);
+    EXPECT_EQ(copy->getCachedFileSize(), 4u);
 }
 
 TEST_F(WorkingFile, LogsWhatIsDoneWithIt) {

@@ -154,6 +154,8 @@ void ArchiveModel::openForWriting(const std::string& path, const Options& option
         node->isNew = isNew;
         node->wasClosed = false;
         node->writers = 0;
+    } else if (node->wasClosed && node->writers == 0) {
+        node->closed = std::make_shared<std::string>(*node->changed);
     }
     ++node->writers;
     ++m_writers;
@@ -177,7 +179,11 @@ void ArchiveModel::write(Stream& stream, std::string_view bytes) {
 
 void ArchiveModel::close(std::list<Stream>::iterator stream) {
     const bool wrote = stream->canWrite;
-    stream->node->wasClosed |= wrote;
+    if (wrote) {
+        stream->node->wasClosed = true;
+        stream->node->closed.reset();
+        --stream->node->writers;
+    }
     m_streams.erase(stream);
     if (wrote) {
         --m_writers;
@@ -199,6 +205,9 @@ void ArchiveModel::abandon(std::list<Stream>::iterator stream) {
         if (node->isNew) {
             std::erase_if(m_nodes, [&](const auto& other) { return other.second == node; });
         }
+    } else if (node->writers == 0 && node->closed) {
+        node->working = node->closed;
+        node->changed = std::exchange(node->closed, nullptr);
     }
     changed();
 }
@@ -227,6 +236,7 @@ void ArchiveModel::changed() {
         if (node->changed) {
             node->saved = *node->changed;
             node->changed.reset();
+            node->closed.reset();
             node->wasWritten = true;
         }
         node->isUnsaved = false;

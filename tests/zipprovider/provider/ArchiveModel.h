@@ -18,8 +18,9 @@ namespace kx::test {
 /// no container and no temporary files. All folders have entries of their own. Paths look like "/a/b".
 ///
 /// The checks tell with which code an operation is refused, nothing when it is allowed; the changes expect
-/// that it is. As long as a stream for writing is open nothing is saved; what is saved is what an abandoned
-/// stream goes back to.
+/// that it is. As long as a stream for writing is open nothing is saved. An abandoned stream goes back to
+/// what was there when the first of those that are open on its file was opened: what is saved, or what others
+/// have closed since.
 class ArchiveModel {
 public:
     using ErrorCode = foundation::storage::provider::ErrorCode;
@@ -37,6 +38,8 @@ public:
         bool isNew = false;
         bool wasClosed = false;
         int writers = 0;
+        /// What the last stream that was closed has left, while those opened since may be given up.
+        WorkingFile closed = {};
         bool isGone = false;
         /// The stored stamp, as seconds since 1970 of what it shows; of an unsaved folder when it was made.
         std::int64_t stamp = 0;

@@ -355,6 +355,39 @@ TEST_F(FailingTemporaryFolder, AWriteThatDoesNotFitIsReportedAtOnce) {
     expectArchive({{"a", "1"}});
 }
 
+TEST_F(FailingTemporaryFolder, AStreamWhoseWriteHasFailedSavesNothingOfItAndSaysSo) {
+    mount({{"a", "1"}, {"b", "2"}});
+    const auto old = zip.writer("/a");
+    const auto made = zip.writer("/c");
+    for (const auto* stream : {&old, &made}) {
+        writeAll(**stream, std::string(1'000, 'x'));
+        const FullDisk full(4'000);
+        EXPECT_THROW(writeAll(**stream, std::string(8'000, 'x')), FsysExceptionBase);
+    }
+    zip.createFolder("/f");
+    for (const auto* stream : {&old, &made}) {
+        // There is room again, but what was not written is missing.
+        writeAll(**stream, "end");
+        EXPECT_THROW((*stream)->close(), FsysExceptionBase);
+        EXPECT_NO_THROW((*stream)->close());
+    }
+    expectArchive({{"a", "1"}, {"b", "2"}, {"f/", ""}});
+}
+
+TEST_F(FailingTemporaryFolder, WhatWasClosedStaysWhenThereIsNoRoomToPutItAside) {
+    auto hold = zip.writer("/hold");
+    const auto bytes = randomBytes(5'000, 1);
+    zip.write("/a", bytes);
+    {
+        const FullDisk full(4'000);
+        EXPECT_THROW(zip.writer("/a"), FsysExceptionBase);
+    }
+    hold->close();
+    hold.reset();
+    expectArchive({{"a", bytes}, {"hold", ""}});
+    EXPECT_TRUE(temporaryFiles().empty());
+}
+
 TEST_F(FailingTemporaryFolder, AnEntryWhoseWorkingFileHasNoRoomIsNotOpened) {
     // The copy looks at what it writes to before each piece, so only the last piece is the file's own
     // failure.
@@ -400,6 +433,7 @@ TEST_F(FailingTemporaryFolder, ASaveThatIsDoneIsNoFailureThoughItsTemporaryArchi
     });
     EXPECT_NO_THROW(mounted.createFolder("/f"));
     EXPECT_TRUE(std::filesystem::is_symlink(folder));
+    std::filesystem::remove(folder);
     EXPECT_EQ(MountedZip(container).tree(), (Contents{{"f/", ""}}));
 }
 

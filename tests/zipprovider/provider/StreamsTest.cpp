@@ -98,6 +98,52 @@ TEST_F(ZipProviderStreams, WhatOneStreamHasClosedIsNotLostWithAnotherThatIsAband
     expectArchive({{"docs/a.txt", "alpha+"}, {"docs/b.txt", "beta"}});
 }
 
+TEST_F(ZipProviderStreams, WhatWasClosedBeforeAnAbandonedStreamWasOpenedStays) {
+    auto hold = zip.writer("/hold");
+    for (const auto& options : {ByteStreamOpenOptions::overwrite(), ByteStreamOpenOptions::append(),
+                                ByteStreamOpenOptions::modify()}) {
+        for (const char* path : {"/docs/a.txt", "/new"}) {
+            SCOPED_TRACE(path);
+            zip.write(path, "closed");
+            const auto attributes = zip.provider().getFileAttributes(zip.at(path));
+            const auto reader = zip.reader(path);
+            auto abandoned = zip.writer(path, options);
+            auto another = zip.writer(path, ByteStreamOpenOptions::append());
+            writeAll(*abandoned, "not closed");
+            writeAll(*another, "+");
+            // As long as it is open all streams share one working file.
+            EXPECT_EQ(zip.read(path), readAll(*reader));
+            EXPECT_NE(zip.read(path), "closed");
+            abandoned.reset();
+            EXPECT_NE(zip.read(path), "closed");
+            another.reset();
+            EXPECT_EQ(zip.read(path), "closed");
+            EXPECT_EQ(zip.provider().getFileAttributes(zip.at(path)).getSize(), attributes.getSize());
+            EXPECT_EQ(zip.provider().getFileAttributes(zip.at(path)).getLastModified(),
+                      attributes.getLastModified());
+        }
+    }
+    zip.append("/new", " again");
+    EXPECT_EQ(rebuilds(), 0u);
+    hold->close();
+    hold.reset();
+    expectArchive({{"docs/a.txt", "closed"}, {"docs/b.txt", "beta"}, {"new", "closed again"}, {"hold", ""}});
+    EXPECT_TRUE(temporaryFiles().empty());
+}
+
+TEST_F(ZipProviderStreams, WhatWasClosedStaysAlsoUnderANewName) {
+    const auto hold = zip.writer("/hold");
+    zip.write("/docs/a.txt", "closed");
+    auto abandoned = zip.writer("/docs/a.txt");
+    zip.moveFile("/docs/a.txt", "/docs/moved");
+    zip.moveFolder("/docs", "/papers");
+    writeAll(*abandoned, "not closed");
+    abandoned.reset();
+    EXPECT_EQ(zip.read("/papers/moved"), "closed");
+    hold->close();
+    expectArchive({{"papers/moved", "closed"}, {"papers/b.txt", "beta"}, {"hold", ""}});
+}
+
 TEST_F(ZipProviderStreams, WhatAnotherStreamClosesLaterIsNotLostEither) {
     auto abandoned = zip.writer("/docs/a.txt", ByteStreamOpenOptions::modify());
     const auto kept = zip.writer("/docs/a.txt", ByteStreamOpenOptions::append());
@@ -230,6 +276,20 @@ TEST_F(ZipProviderStreams, StreamsBelowAMovedFolderGoWithIt) {
                    {"papers/sub/", ""},
                    {"papers/sub/c.txt", "gamma+"},
                    {"papers/sub/new.txt", "new"}});
+}
+
+TEST_F(ZipProviderStreams, BelowAMovedFileStayWhereTheyAre) {
+    mount({{"x", "file"}, {"x/y", "below"}, {"x/z", "below too"}});
+    auto abandoned = zip.writer("/x/y");
+    const auto closed = zip.writer("/x/z");
+    writeAll(*abandoned, "half");
+    writeAll(*closed, "whole");
+    zip.moveFile("/x", "/moved");
+    EXPECT_EQ(zip.read("/x/y"), "half");
+    abandoned.reset();
+    EXPECT_EQ(zip.read("/x/y"), "below");
+    closed->close();
+    expectArchive({{"x/y", "below"}, {"x/z", "whole"}, {"moved", "file"}});
 }
 
 TEST_F(ZipProviderStreams, AFileThatIsReplacedWhileItIsWrittenLeavesTheStreamWithoutEffect) {

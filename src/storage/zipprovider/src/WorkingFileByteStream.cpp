@@ -7,6 +7,7 @@
 #include <boost/iostreams/positioning.hpp>
 
 #include <cerrno>
+#include <exception>
 #include <ios>
 #include <system_error>
 
@@ -34,8 +35,8 @@ WorkingFileByteStream::~WorkingFileByteStream() {
         if (m_writable && m_abandonListener) {
             m_abandonListener();
         }
-    } catch (...) {
-        KX_LOG_DEBUG(m_logger) << "Abandoning an unclosed stream failed";
+    } catch (const std::exception& error) {
+        KX_LOG(m_logger) << "Abandoning an unclosed stream failed: " << error.what();
     }
 }
 
@@ -64,7 +65,8 @@ std::int64_t WorkingFileByteStream::doWrite(const char* buffer, std::int64_t cou
     const auto written = m_device.write(buffer, count);
     // Unflushed bytes would be invisible to the other streams, and the device's close forgets a failure.
     if (written != count || !m_device.flush()) {
-        fail("write", errno);
+        m_writeFailure = errno != 0 ? errno : EIO;
+        fail("write", m_writeFailure);
     }
     KX_LOG_DEBUG(m_logger) << "Cached file size after write: " << m_entry->getCachedFileSize();
     scope.wrote(written);
@@ -94,6 +96,13 @@ void WorkingFileByteStream::doClose() {
         return;
     }
     m_device.close();
+    if (m_writeFailure != 0) {
+        // The working file lacks bytes or has half of them: nothing to be saved in the entry's place.
+        if (m_abandonListener) {
+            m_abandonListener();
+        }
+        fail("write", m_writeFailure);
+    }
     if (m_writable) {
         m_closeListener();
     }

@@ -17,7 +17,8 @@ namespace storage::zipprovider {
 /// The stream that the host gets for an open entry. It works on the entry's working file, so other streams on
 /// the entry see at once what is written. The first close of a writable stream calls the close listener,
 /// which may rebuild the archive; a failure of that is close()'s. A writable stream that is destroyed without
-/// having been closed calls the abandon listener instead. Errors: FsysExceptionBase for the working file.
+/// having been closed, or whose write has failed, calls the abandon listener instead; close() reports the
+/// failure of the write once more then. Errors: FsysExceptionBase for the working file.
 /// Threads: one at a time; two concurrent closes notify once.
 class WorkingFileByteStream final : public foundation::storage::provider::ByteStream {
 public:
@@ -56,6 +57,8 @@ private:
     std::atomic<bool> m_closed = false;
     Listener m_closeListener;
     Listener m_abandonListener;
+    /// The system's error of the last write that failed; 0 when none has.
+    int m_writeFailure = 0;
     foundation::log::basic_diagnostic_logger m_logger;
 };
 

@@ -1,5 +1,6 @@
 #include "WorkingFileEntry.h"
 
+#include "LocalArchiveStream.h"
 #include "TimeSource.h"
 #include "WorkingEntryOpenException.h"
 
@@ -11,6 +12,7 @@
 #include <foundation/log/log.h>
 
 #include <cerrno>
+#include <filesystem>
 #include <fstream>
 #include <ios>
 #include <system_error>
@@ -24,6 +26,17 @@ using foundation::core::MutexLock;
 namespace {
 
 constexpr auto loggerChannel = "storage::zipprovider::WorkingFileEntry";
+
+/// The bytes of a local file.
+class FileSource final : public IEntrySource {
+public:
+    explicit FileSource(const fl::filesystem::path& path) : m_file(path) {}
+
+    std::int64_t read(char* buffer, std::int64_t count) override { return m_file.read(buffer, count); }
+
+private:
+    LocalArchiveStream m_file;
+};
 
 } // namespace
 
@@ -75,6 +88,18 @@ boost::posix_time::ptime WorkingFileEntry::getCachedFileLastModified() {
     const MutexLock lock(m_mutex);
     ensureWorkingFile();
     return TimeSource::current()->lastModified(m_checkoutPath);
+}
+
+std::shared_ptr<WorkingFileEntry> WorkingFileEntry::copy() {
+    KX_LOG_FUNCTION(m_logger);
+    const auto path = checkoutPath();
+    FileSource source(path);
+    auto copy = std::make_shared<WorkingFileEntry>(m_path, source);
+    // A copy that does not take the time is one that was made just now.
+    std::error_code ignored;
+    const auto time = std::filesystem::last_write_time(path, ignored);
+    std::filesystem::last_write_time(copy->checkoutPath(), time, ignored);
+    return copy;
 }
 
 void WorkingFileEntry::doRemove() {

@@ -40,6 +40,8 @@ public:
     std::uint64_t getCachedFileSize() KX_EXCLUDES(m_mutex);
     /// When the working file was last modified, UTC. Errors: FsysExceptionBase.
     boost::posix_time::ptime getCachedFileLastModified() KX_EXCLUDES(m_mutex);
+    /// An entry of its own with the same contents and time. Errors: FsysExceptionBase.
+    std::shared_ptr<WorkingFileEntry> copy() KX_EXCLUDES(m_mutex);
     /// Deletes the working file, if there is one. Errors: FsysExceptionBase.
     void doRemove() KX_EXCLUDES(m_mutex);
 

@@ -25,6 +25,10 @@ struct EntryDescription {
 /// The name under which an entry of that path and type is stored: a folder's name ends in "/".
 fl::i18n::ustring zipEntryName(const ZipEntryPath& path, ZipEntryType type);
 
+/// Errors: MiniZipException when no archive can hold an entry of that path and type: its name has a NUL in
+/// it, or takes more than 65535 bytes.
+void requireStorableName(const ZipEntryPath& path, ZipEntryType type);
+
 /// What the bytes written into an entry are.
 enum class EntryData {
     /// The contents; minizip deflates them and keeps their checksum and size.

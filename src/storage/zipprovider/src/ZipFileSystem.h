@@ -24,10 +24,11 @@ namespace storage::zipprovider {
 /// working file. Made with std::make_shared: open writable streams keep it alive.
 ///
 /// Errors: EntryNotFoundException and EntryExistsException as each operation says, FolderNotEmptyException,
-/// MiniZipException, WorkingEntryOpenException, FsysExceptionBase for working files; a change made while no
-/// writable stream is open flushes, and the flush's failure is the operation's (the change is recorded then).
-/// Threads: any; one mutex serialises opens, the close of writable streams, changes and flushes. A flush runs
-/// on the thread that triggered it and must not call back.
+/// MiniZipException (also for the name of a new entry that no archive can hold), WorkingEntryOpenException,
+/// FsysExceptionBase for working files; a change made while no writable stream is open flushes, and the
+/// flush's failure is the operation's (the change is recorded then). Threads: any; one mutex serialises
+/// opens, the close of writable streams, changes and flushes. A flush runs on the thread that triggered it
+/// and must not call back.
 template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
 class ZipFileSystem : public std::enable_shared_from_this<ZipFileSystem<StorageItem, ByteStreamDevice>> {
 public:
@@ -106,13 +107,15 @@ private:
     bool revoke(const OpenWriter& writer) const KX_REQUIRES(m_mutex);
 
     std::shared_ptr<FolderContents> requireFolder(const ZipEntryPath& folder) const KX_REQUIRES(m_mutex);
-    std::shared_ptr<FolderContents> requireParentForNewEntry(const ZipEntryPath& path) const
-        KX_REQUIRES(m_mutex);
+    std::shared_ptr<FolderContents> requireParentForNewEntry(const ZipEntryPath& path,
+                                                             ZipEntryType type) const KX_REQUIRES(m_mutex);
     std::shared_ptr<FolderEntry> requireEntry(const ZipEntryPath& path, ZipEntryType type) const
         KX_REQUIRES(m_mutex);
-    void checkDestination(const ZipEntryPath& destination, MoveOption option) const KX_REQUIRES(m_mutex);
+    void checkDestination(const ZipEntryPath& destination, MoveOption option, ZipEntryType type) const
+        KX_REQUIRES(m_mutex);
     void detachStreams(const ZipEntryPath& path) const KX_REQUIRES(m_mutex);
-    void moveStreams(const ZipEntryPath& from, const ZipEntryPath& to) const KX_REQUIRES(m_mutex);
+    void moveStreams(const ZipEntryPath& from, const ZipEntryPath& to, ZipEntryType type) const
+        KX_REQUIRES(m_mutex);
     void forgetExpiredWorkingFiles() const KX_REQUIRES(m_mutex);
 
     const bool m_writable;

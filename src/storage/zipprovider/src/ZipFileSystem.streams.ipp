@@ -120,7 +120,7 @@ ZipFileSystem<StorageItem, ByteStreamDevice>::setAndGetWritableWFE(
         if (detail::requiresExisting(options)) {
             foundation::core::except::throwInternal(EntryNotFoundException(path));
         }
-        requireParentForNewEntry(path);
+        requireParentForNewEntry(path, ZipEntryType::File);
     }
     return {setAndGetSharedWorkingFileEntry(path, fileEntryDoesNotExist), fileEntryDoesNotExist};
 }
@@ -200,10 +200,14 @@ void ZipFileSystem<StorageItem, ByteStreamDevice>::modifiedFileWasAbandoned(
 /// Streams that are open on the entry for reading go on with the working file; others get a new one.
 template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
 bool ZipFileSystem<StorageItem, ByteStreamDevice>::revoke(const OpenWriter& writer) const {
+    const auto& path = writer.registration.path;
     if (writer.detached || !m_state.revoke(writer.registration)) {
         return false;
     }
-    m_workingFiles.erase(writer.registration.path);
+    m_workingFiles.erase(path);
+    if (const auto entry = m_state.modifiedEntry(path)) {
+        m_workingFiles.emplace(path, entry);
+    }
     return true;
 }
 

@@ -4,9 +4,12 @@
 #include "EntryNotFoundException.h"
 #include "FolderNotEmptyException.h"
 #include "TimeSource.h"
+#include "ZipEntrySink.h"
 
 #include <foundation/core/except/throwInternal.h>
 #include <foundation/log/log.h>
+
+#include <utility>
 
 namespace storage::zipprovider {
 
@@ -41,7 +44,7 @@ void ZipFileSystem<StorageItem, ByteStreamDevice>::createFolder(const ZipEntryPa
     KX_LOG_FUNCTION(m_logger);
     const MutexLock lock(m_mutex);
     KX_LOG(m_logger) << " path=" << path;
-    const auto parent = requireParentForNewEntry(path);
+    const auto parent = requireParentForNewEntry(path, ZipEntryType::Folder);
     if (path.isRoot() || parent->findFolder(path.fileName()) || parent->findFile(path.fileName())) {
         foundation::core::except::throwInternal(EntryExistsException(path));
     }
@@ -88,7 +91,7 @@ void ZipFileSystem<StorageItem, ByteStreamDevice>::moveFile(const ZipEntryPath& 
     if (!requireFolder(ZipEntryPath(source.parentPath()))->findFile(source.fileName())) {
         foundation::core::except::throwInternal(EntryNotFoundException(source));
     }
-    checkDestination(destination, option);
+    checkDestination(destination, option, ZipEntryType::File);
     if (source == destination) {
         return;
     }
@@ -100,7 +103,7 @@ void ZipFileSystem<StorageItem, ByteStreamDevice>::moveFile(const ZipEntryPath& 
     const auto time = TimeSource::current()->now();
     detachStreams(destination);
     m_state.moveFile(source, destination, time);
-    moveStreams(source, destination);
+    moveStreams(source, destination, ZipEntryType::File);
     m_flushingPolicy.setStateChanged();
 }
 
@@ -122,16 +125,17 @@ void ZipFileSystem<StorageItem, ByteStreamDevice>::moveFolder(const ZipEntryPath
         foundation::core::except::throwInternal(
             EntryNotFoundException(ZipEntryPath(destination.parentPath())));
     }
-    checkDestination(destination, option);
+    checkDestination(destination, option, ZipEntryType::Folder);
     if (const auto below = m_state.findFolder(destination); below && !below->empty()) {
         // An archive may hold a file x and a file x/y. What is below the replaced file would get mixed up
         // with what is moved.
         foundation::core::except::throwInternal(EntryExistsException(destination));
     }
+    m_state.requireStorableNamesBelow(source, destination);
     const auto time = TimeSource::current()->now();
     detachStreams(destination);
     m_state.moveFolder(source, destination, time);
-    moveStreams(source, destination);
+    moveStreams(source, destination, ZipEntryType::Folder);
     m_flushingPolicy.setStateChanged();
 }
 
@@ -158,15 +162,18 @@ ZipFileSystem<StorageItem, ByteStreamDevice>::requireFolder(const ZipEntryPath& 
     return contents;
 }
 
-/// A file has contents in the index as well, but nothing can be put into it.
+/// A file has contents in the index as well, but nothing can be put into it. A name that no archive can hold
+/// is refused here, where it comes in: recorded, it would fail every save.
 template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
 std::shared_ptr<FolderContents>
-ZipFileSystem<StorageItem, ByteStreamDevice>::requireParentForNewEntry(const ZipEntryPath& path) const {
+ZipFileSystem<StorageItem, ByteStreamDevice>::requireParentForNewEntry(const ZipEntryPath& path,
+                                                                       ZipEntryType type) const {
     const ZipEntryPath parent(path.parentPath());
     auto contents = requireFolder(parent);
     if (!m_state.isFolder(parent)) {
         foundation::core::except::throwInternal(EntryNotFoundException(parent));
     }
+    requireStorableName(path, type);
     return contents;
 }
 
@@ -186,8 +193,9 @@ ZipFileSystem<StorageItem, ByteStreamDevice>::requireEntry(const ZipEntryPath& p
 
 template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
 void ZipFileSystem<StorageItem, ByteStreamDevice>::checkDestination(const ZipEntryPath& destination,
-                                                                    MoveOption option) const {
-    const auto parent = requireParentForNewEntry(destination);
+                                                                    MoveOption option,
+                                                                    ZipEntryType type) const {
+    const auto parent = requireParentForNewEntry(destination, type);
     const bool replaces = foundation::storage::provider::replacesExisting(option);
     if (destination.isRoot() || parent->findFolder(destination.fileName()) ||
         (!replaces && parent->findFile(destination.fileName()))) {
@@ -209,13 +217,21 @@ void ZipFileSystem<StorageItem, ByteStreamDevice>::detachStreams(const ZipEntryP
 
 template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
 void ZipFileSystem<StorageItem, ByteStreamDevice>::moveStreams(const ZipEntryPath& from,
-                                                               const ZipEntryPath& to) const {
+                                                               const ZipEntryPath& to,
+                                                               ZipEntryType type) const {
     // What is gone may have left its slot behind.
     std::erase_if(m_workingFiles, [](const auto& slot) { return slot.second.expired(); });
-    detail::rekeySubtree(m_workingFiles, from, to, [](auto&) {});
+    // An archive may hold a file x and a file x/y: what is below a file stays when that is moved.
+    const bool withAllBelow = type == ZipEntryType::Folder;
+    if (withAllBelow) {
+        detail::rekeySubtree(m_workingFiles, from, to, [](auto&) {});
+    } else if (auto slot = m_workingFiles.extract(from)) {
+        slot.key() = to;
+        m_workingFiles.insert(std::move(slot));
+    }
     for (auto& writer : m_openWriters) {
         auto& path = writer.registration.path;
-        if (!writer.detached && (path == from || from.isAbove(path))) {
+        if (!writer.detached && (path == from || (withAllBelow && from.isAbove(path)))) {
             path = path.rebased(from, to);
         }
     }

@@ -39,6 +39,11 @@ auto ZipState<StorageItem, ByteStreamDevice>::registerModifiedEntry(
     -> Registration {
     const auto size = entry->getCachedFileSize();
     const auto time = entry->getCachedFileLastModified();
+    // Streams share one working file; what was closed before is put aside for the case that this one is given
+    // up.
+    const auto known = m_modified.find(path);
+    const bool reopened = known != m_modified.end() && known->second.settled && known->second.unsettled == 0;
+    auto closed = reopened ? known->second.entry->copy() : nullptr;
     const auto parent = parentOf(path);
     const auto shown = parent->findFile(path.fileName());
     if (entryDidNotExist) {
@@ -55,24 +60,33 @@ auto ZipState<StorageItem, ByteStreamDevice>::registerModifiedEntry(
             record.original = std::move(node.mapped());
         }
     }
+    if (reopened) {
+        record.closed = std::move(closed);
+    }
     ++record.unsettled;
     return {path, entry, record.id};
 }
 
 template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
 void ZipState<StorageItem, ByteStreamDevice>::settle(const Registration& registration) const {
+    auto counted = registration.record;
     if (!m_modified.contains(registration.path)) {
         // A flush has written the entry while the stream was open; what came later is still to be written.
         const auto parent = parentOf(registration.path);
         if (!parent) {
             return;
         }
-        registerModifiedEntry(registration.path, registration.entry,
-                              !parent->findFile(registration.path.fileName()));
+        counted = registerModifiedEntry(registration.path, registration.entry,
+                                        !parent->findFile(registration.path.fileName()))
+                      .record;
     }
     auto& record = m_modified.find(registration.path)->second;
+    if (record.id == counted) {
+        --record.unsettled;
+    }
     record.entry = registration.entry;
     record.settled = true;
+    record.closed.reset();
 }
 
 template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
@@ -83,8 +97,13 @@ bool ZipState<StorageItem, ByteStreamDevice>::revoke(const Registration& registr
     }
     auto& record = place->second;
     --record.unsettled;
-    if (record.settled || record.unsettled > 0) {
+    if (record.unsettled > 0 || (record.settled && !record.closed)) {
         return false;
+    }
+    if (record.settled) {
+        record.entry = std::move(record.closed);
+        markEntryChanged(registration.path, record.entry->getCachedFileSize());
+        return true;
     }
     const auto undone = std::move(record);
     m_modified.erase(place);
@@ -188,6 +207,20 @@ void ZipState<StorageItem, ByteStreamDevice>::moveFolder(const Path& from, const
     detail::rekeySubtree(m_createdFolders, from, to, [](auto&) {});
     markEntryChanged(from, time);
     markEntryChanged(to, time);
+}
+
+template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
+void ZipState<StorageItem, ByteStreamDevice>::requireStorableNamesBelow(const Path& from,
+                                                                        const Path& to) const {
+    const auto require = [&](const auto& entries, auto typeOf) {
+        for (auto place = detail::firstBelow(entries, from);
+             place != entries.end() && from.isAbove(place->first); ++place) {
+            requireStorableName(place->first.rebased(from, to), typeOf(place->second));
+        }
+    };
+    require(m_carriedOver, [](const CarriedOverEntry& entry) { return entry.type; });
+    require(m_modified, [](const ModifiedEntry&) { return ZipEntryType::File; });
+    require(m_createdFolders, [](const Time&) { return ZipEntryType::Folder; });
 }
 
 /// Listings that are under way keep the old contents; the new places get contents of their own.

@@ -105,8 +105,9 @@ public:
     /// The stream was closed: what its working file holds is what the next archive gets, also when a flush
     /// has been in between. Errors: as registerModifiedEntry.
     void settle(const Registration& registration) const;
-    /// The stream was given up. When no other is open on the entry and none was closed, the entry is again as
-    /// the archive has it, or gone if it was not there; returns whether.
+    /// The stream was given up. When no other is open on the entry and none was closed meanwhile, the entry
+    /// is again as it was: what a stream closed before has left, what the archive has, or gone. Returns
+    /// whether.
     bool revoke(const Registration& registration) const;
     void markEntryChanged(const ZipEntryPath& path, std::uint64_t size) const;
     void markEntryChanged(const ZipEntryPath& path, const boost::posix_time::ptime& time) const;
@@ -121,6 +122,8 @@ public:
     /// The same for a folder with everything below it.
     void moveFolder(const ZipEntryPath& from, const ZipEntryPath& to,
                     const boost::posix_time::ptime& time) const;
+    /// Errors: MiniZipException when what is below `from` has names that no archive can hold below `to`.
+    void requireStorableNamesBelow(const ZipEntryPath& from, const ZipEntryPath& to) const;
 
     /// Whether something was changed since the archive was last read.
     bool stateChanged() const { return m_stateChanged; }
@@ -145,9 +148,12 @@ private:
     struct ModifiedEntry {
         std::shared_ptr<WorkingFileEntry> entry;
         std::uint64_t id = 0;
-        /// Streams that are open on it, and whether one was closed, so that there is no way back.
+        /// Streams that are open on it, and whether one was closed, so that there is no way back to what was
+        /// before.
         int unsettled = 0;
         bool settled = false;
+        /// What the last close has left, while a stream that was opened after it may still be given up.
+        std::shared_ptr<WorkingFileEntry> closed;
         /// What was before: the archive's entry, and what the index showed, null for nothing.
         std::optional<CarriedOverEntry> original;
         std::shared_ptr<FolderEntry> shown;
