@@ -280,3 +280,85 @@ TEST_F(UnsavedChange, IsSavedByClosingWhereThatIsPossibleAgain) {
     EXPECT_EQ(verifyArchive(folder.file("plans.zip")).names(),
               (std::vector<std::string>{"b.txt", "docs/a.txt", "c.txt"}));
 }
+
+namespace {
+
+/// Changes that were made without a session.
+class PendingChange : public UnsavedChange {
+protected:
+    PendingChange() = default;
+
+    void SetUp() override {
+        UnsavedChange::SetUp();
+        provider = vfs->mount(file).provider;
+    }
+    void changeInVain(FaultPlan::Afterwards afterwards) {
+        plan->failCall(1, {ProviderOperation::OpenStream}, afterwards);
+        EXPECT_THROW(writeFile(*provider, file, "late"), std::exception);
+    }
+    std::vector<std::string> saved() const { return verifyArchive(folder.file("plans.zip")).names(); }
+
+    const StorageIRI file = inZip("plans.zip", u"/c.txt");
+    const std::vector<std::string> old{"docs/a.txt", "b.txt"};
+    const std::vector<std::string> changed{"b.txt", "docs/a.txt", "c.txt"};
+    /// Somebody who goes on using it.
+    std::shared_ptr<foundation::storage::provider::IProvider> provider;
+};
+
+} // namespace
+
+TEST_F(PendingChange, IsWrittenWhenItsContainerIsClosed) {
+    changeInVain(FaultPlan::Afterwards::Works);
+    EXPECT_EQ(saved(), old);
+    vfs->close(folder.iri("plans.zip"));
+    EXPECT_EQ(saved(), changed);
+}
+
+TEST_F(PendingChange, ThatCannotBeWrittenIsReportedWhenItsContainerIsClosed) {
+    changeInVain(FaultPlan::Afterwards::FailsOn);
+    EXPECT_THROW(vfs->close(folder.iri("plans.zip")), std::exception);
+    EXPECT_EQ(saved(), old);
+}
+
+TEST_F(PendingChange, OfAStreamThatIsStillOpenIsWrittenWhenEverythingIsClosed) {
+    const auto stream = provider->openStream(file, ByteStreamOpenOptions::overwrite());
+    writeAll(*stream, "early");
+    EXPECT_TRUE(vfs->closeAll().empty());
+    EXPECT_EQ(saved(), changed);
+    stream->close();
+}
+
+TEST_F(PendingChange, IsWrittenBeforeItsProviderIsForgottenAndReportedWhenThatFails) {
+    changeInVain(FaultPlan::Afterwards::FailsOn);
+    const auto failures = vfs->forget(folder.iri("plans.zip"));
+    ASSERT_EQ(failures.size(), 1U);
+    EXPECT_EQ(failures[0].container, folder.iri("plans.zip"));
+    provider.reset();
+    plan->countOnly();
+    provider = vfs->mount(file).provider;
+    changeInVain(FaultPlan::Afterwards::Works);
+    EXPECT_TRUE(vfs->forget(folder.iri("plans.zip")).empty());
+    EXPECT_EQ(saved(), changed);
+}
+
+TEST_F(PendingChange, IsWrittenOrReportedBeforeASessionBegins) {
+    changeInVain(FaultPlan::Afterwards::FailsOn);
+    {
+        ChangeSession session(*vfs);
+        EXPECT_THROW(session.lock({file}), std::exception);
+    }
+    provider.reset();
+    plan->countOnly();
+    provider = vfs->mount(file).provider;
+    changeInVain(FaultPlan::Afterwards::Works);
+    ChangeSession session(*vfs);
+    session.lock({file});
+    EXPECT_EQ(saved(), changed);
+}
+
+TEST_F(PendingChange, IsTheOnlyReasonToWriteAContainerThatIsClosed) {
+    EXPECT_FALSE(provider->exists(file));
+    plan->countOnly();
+    EXPECT_TRUE(vfs->closeAll().empty());
+    EXPECT_EQ(plan->countOf(ProviderOperation::OpenStream), 0U);
+}

@@ -37,7 +37,8 @@ public:
 
     /// Takes the locks of the local files under all of `locations`. Call it once, with everything that the
     /// session will change, before reading any of it: locks that are taken one after another can deadlock
-    /// with another program's. Providers of these containers that were mounted before are read again.
+    /// with another program's. Providers of these containers that were mounted before are read again; what is
+    /// pending in them is written first. Errors: those of locking and of that write.
     void lock(const std::vector<foundation::storage::provider::StorageIRI>& locations);
 
     /// The provider to change `location` with. From the first call on for a container its writes are held

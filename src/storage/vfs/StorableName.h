@@ -9,8 +9,8 @@
 namespace storage::vfs {
 
 /// Why the container's format has no room for the name of a new file or folder at `place`, as a clause;
-/// nothing where it has, and outside containers. Providers notice it when they write the container, which
-/// then fails as a whole; so whoever makes something asks first.
+/// nothing where it has, and outside containers. Providers refuse such a name with a failure of their own;
+/// whoever makes something asks first, to refuse it in the same words for every format.
 KXVFS_API std::optional<std::string> unstorable(const foundation::storage::provider::StorageIRI& place,
                                                 bool folder);
 

@@ -121,18 +121,20 @@ public:
     /// The same for everything that is mounted; all are closed whatever fails.
     std::vector<CloseFailure> closeAll();
 
-    /// Has close and closeAll force a new write of `container`: its last one failed.
+    /// Has a new write of `container`, whose last one failed, forced when it is closed. A provider that can
+    /// be flushed knows by itself what is pending; this is for the others.
     void markUnsaved(const foundation::storage::provider::StorageIRI& container);
     /// Gives up `container` and those inside it: their providers are dropped and cut off from what they were
     /// to write. What they hold unsaved is lost, and who still holds one of them can do nothing with it. For
     /// a container whose last write failed and is not to be tried again.
     void discard(const foundation::storage::provider::StorageIRI& container);
     /// Drops the providers of `container` and of those inside it, so that they are made and read again when
-    /// they are next asked for. Nothing is forced to be written. Who still holds one of them must not change
-    /// anything through it any more: it refuses or, where it does not notice, loses what others changed.
-    void forget(const foundation::storage::provider::StorageIRI& container);
+    /// they are next asked for. What is pending in them is written first; what could not be is returned. Who
+    /// still holds one of them must not change anything through it any more: it refuses or, where it does not
+    /// notice, loses what others changed.
+    std::vector<CloseFailure> forget(const foundation::storage::provider::StorageIRI& container);
     /// The same for the containers inside `container` only: their bytes were written anew.
-    void forgetInside(const foundation::storage::provider::StorageIRI& container);
+    std::vector<CloseFailure> forgetInside(const foundation::storage::provider::StorageIRI& container);
 
     /// Has `callback` told of what providers read from and write to their containers, until it is replaced;
     /// an empty one ends it, and no call follows the return. One at a time for the whole front.

@@ -1,6 +1,7 @@
 #include "ZipProviderTest.h"
 
 #include <foundation/storage/provider/FileAttributes.h>
+#include <foundation/storage/provider/IFlushable.h>
 #include <storage/zipprovider/src/instantiations.h>
 #include <support/archives/ArchiveBuilder.h>
 
@@ -355,6 +356,34 @@ TEST_F(ZipProviderWriting, DestroyingAProviderWithoutChangesWritesNothing) {
     zip.read("/docs/a.txt");
     zip.unmount();
     EXPECT_EQ(rebuilds(), 0u);
+}
+
+TEST_F(ZipProviderWriting, AProviderIsFlushedByAHostThatWantsToKnowWhetherItWorks) {
+    mountSample();
+    const auto flush = [&] {
+        auto* flushable = dynamic_cast<foundation::storage::provider::IFlushable*>(&zip.provider());
+        ASSERT_NE(flushable, nullptr);
+        flushable->flush();
+    };
+    const auto calls = memory->callCount(ProviderOperation::OpenReadStream);
+    flush();
+    EXPECT_EQ(memory->callCount(ProviderOperation::OpenReadStream), calls);
+    zip.list();
+    flush();
+    EXPECT_EQ(rebuilds(), 0u);
+    const auto stream = zip.writer("/late");
+    writeAll(*stream, "early");
+    flush();
+    EXPECT_EQ(rebuilds(), 1u);
+    EXPECT_EQ(MountedZip(container).read("/late"), "early");
+    writeAll(*stream, " and late");
+    {
+        const ScopedVariable nowhere("TMPDIR", "/proc");
+        EXPECT_ANY_THROW(stream->close());
+        EXPECT_ANY_THROW(flush());
+    }
+    flush();
+    EXPECT_EQ(MountedZip(container).read("/late"), "early and late");
 }
 
 TEST_F(ZipProviderWriting, WorkingFilesAndArchivesAreNamedAfterTheProvider) {

@@ -7,12 +7,25 @@
 #include <foundation/storage/provider/Exception.h>
 
 #include <algorithm>
+#include <iterator>
 #include <set>
 #include <stdexcept>
+#include <utility>
 
 namespace storage::vfs {
 
 using namespace foundation::storage::provider;
+
+namespace {
+
+bool isInside(const StorageIRI& container, const StorageIRI& outer) {
+    for (const auto* at = &container; at->hasContainer(); at = &at->getContainer())
+        if (at->getContainer() == outer)
+            return true;
+    return false;
+}
+
+} // namespace
 
 struct ChangeSession::Impl {
     Impl(Vfs& front, WaitingCallback waiting, SaveProgressCallback progress)
@@ -30,15 +43,16 @@ struct ChangeSession::Impl {
     ContainerLock lock;
     std::vector<Held> held;
 
-    /// Lets one container be written. Its provider keeps the changes where that fails.
-    void write(Held& entry) {
+    /// Lets one container be written. Its provider keeps the changes where that fails. Returns what was left
+    /// in containers inside it and could not be written either.
+    std::vector<CloseFailure> write(Held& entry) {
         try {
             entry.stream->close();
         } catch (...) {
             vfs.markUnsaved(entry.container);
             throw;
         }
-        vfs.forgetInside(entry.container);
+        return vfs.forgetInside(entry.container);
     }
 };
 
@@ -93,8 +107,11 @@ ChangeSession::~ChangeSession() {
 
 void ChangeSession::lock(const std::vector<StorageIRI>& locations) {
     m_impl->lock = ContainerLock(locations, m_impl->onWaiting);
-    for (const auto& location : locations)
-        m_impl->vfs.forget(localFileUnder(location));
+    for (const auto& location : locations) {
+        const auto failures = m_impl->vfs.forget(localFileUnder(location));
+        if (!failures.empty())
+            std::rethrow_exception(failures.front().error);
+    }
 }
 
 std::shared_ptr<IProvider> ChangeSession::changing(const StorageIRI& location) {
@@ -135,7 +152,11 @@ std::vector<CloseFailure> ChangeSession::flush() {
     const ProgressReport report(m_impl->vfs, m_impl->onProgress);
     for (auto& entry : held) {
         try {
-            m_impl->write(entry);
+            auto left = m_impl->write(entry);
+            // Those inside that had failed were tried again.
+            std::erase_if(failures,
+                          [&](const auto& failure) { return isInside(failure.container, entry.container); });
+            std::move(left.begin(), left.end(), std::back_inserter(failures));
         } catch (const std::exception& failure) {
             failures.push_back({entry.container, failure.what(), std::current_exception()});
         }

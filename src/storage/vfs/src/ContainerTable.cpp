@@ -6,6 +6,7 @@
 
 #include <fmt/format.h>
 #include <foundation/storage/provider/Exception.h>
+#include <foundation/storage/provider/IFlushable.h>
 #include <foundation/storage/provider/StorageItem.h>
 
 #include <algorithm>
@@ -117,10 +118,6 @@ std::vector<ContainerTable::Entry> ContainerTable::take(const StorageIRI& contai
     return taken;
 }
 
-void ContainerTable::forget(const StorageIRI& container, Scope scope) {
-    take(container, scope);
-}
-
 void ContainerTable::discard(const StorageIRI& container) {
     for (const auto& entry : take(container, Scope::SameAndInside))
         entry.storage->cutOff();
@@ -130,7 +127,9 @@ std::vector<CloseFailure> ContainerTable::release(std::vector<Entry> entries) {
     std::vector<CloseFailure> failures;
     for (auto& entry : entries) {
         try {
-            if (entry.unsaved)
+            if (auto* flushable = dynamic_cast<IFlushable*>(entry.mounted.provider.get()))
+                flushable->flush();
+            else if (entry.unsaved)
                 holdWrites(*entry.mounted.provider, entry.root)->close();
         } catch (const std::exception& failure) {
             failures.push_back({entry.mounted.container, failure.what(), std::current_exception()});
@@ -140,8 +139,8 @@ std::vector<CloseFailure> ContainerTable::release(std::vector<Entry> entries) {
     return failures;
 }
 
-std::vector<CloseFailure> ContainerTable::close(const StorageIRI& container) {
-    return release(take(container, Scope::SameAndInside));
+std::vector<CloseFailure> ContainerTable::close(const StorageIRI& container, Scope scope) {
+    return release(take(container, scope));
 }
 
 std::vector<CloseFailure> ContainerTable::closeAll() {

@@ -32,10 +32,9 @@ public:
     void markUnsaved(const foundation::storage::provider::StorageIRI& container);
 
     enum class Scope { Inside, SameAndInside };
-    void forget(const foundation::storage::provider::StorageIRI& container, Scope scope);
     void discard(const foundation::storage::provider::StorageIRI& container);
-    /// Writes what is known to be unsaved, inner containers first, and lets go of the providers.
-    std::vector<CloseFailure> close(const foundation::storage::provider::StorageIRI& container);
+    /// Writes what is pending, inner containers first, and lets go of the providers.
+    std::vector<CloseFailure> close(const foundation::storage::provider::StorageIRI& container, Scope scope);
     std::vector<CloseFailure> closeAll();
 
 private:

@@ -95,7 +95,7 @@ void Vfs::createArchive(const StorageIRI& location) {
 }
 
 void Vfs::close(const StorageIRI& container) {
-    const auto failures = m_impl->containers.close(canonicalOrSame(m_impl->containers, container));
+    const auto failures = forget(container);
     if (!failures.empty())
         std::rethrow_exception(failures.front().error);
 }
@@ -116,13 +116,14 @@ void Vfs::watchContainers(SaveProgressCallback callback) {
     m_impl->watch->set(std::move(callback));
 }
 
-void Vfs::forget(const StorageIRI& container) {
-    m_impl->containers.forget(canonicalOrSame(m_impl->containers, container),
-                              ContainerTable::Scope::SameAndInside);
+std::vector<CloseFailure> Vfs::forget(const StorageIRI& container) {
+    return m_impl->containers.close(canonicalOrSame(m_impl->containers, container),
+                                    ContainerTable::Scope::SameAndInside);
 }
 
-void Vfs::forgetInside(const StorageIRI& container) {
-    m_impl->containers.forget(canonicalOrSame(m_impl->containers, container), ContainerTable::Scope::Inside);
+std::vector<CloseFailure> Vfs::forgetInside(const StorageIRI& container) {
+    return m_impl->containers.close(canonicalOrSame(m_impl->containers, container),
+                                    ContainerTable::Scope::Inside);
 }
 
 std::vector<BundleReport> Vfs::bundles() {

@@ -6,6 +6,7 @@
 #include <foundation/core/Mutex.h>
 #include <foundation/core/ThreadAnnotations.h>
 #include <foundation/storage/provider/ErrorCode.h>
+#include <foundation/storage/provider/IFlushable.h>
 #include <foundation/storage/provider/IProvider.h>
 
 #include <memory>
@@ -14,10 +15,11 @@ namespace storage::zipprovider {
 
 /// The host's provider over one archive. The archive is read by the first operation that needs it; the
 /// provider keeps nothing but its file system. The plug-in's own exceptions become the host's Exception with
-/// a code and the operation's IRI; all others pass unchanged. Destroying it flushes what a failed flush has
-/// left and swallows the error. Threads: any.
+/// a code and the operation's IRI; all others pass unchanged. Destroying it flushes what is pending and
+/// swallows the error; whoever wants to know flushes before. Threads: any.
 template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
-class ZipProvider final : public foundation::storage::provider::IProvider {
+class ZipProvider final : public foundation::storage::provider::IProvider,
+                          public foundation::storage::provider::IFlushable {
 public:
     explicit ZipProvider(const StorageItem& container);
     ~ZipProvider() override;
@@ -48,6 +50,8 @@ protected:
     std::unique_ptr<IFolderEntryIterator> doListAll(const StorageIRI& folder) override;
     std::unique_ptr<IFolderEntryIterator> doListFiles(const StorageIRI& folder) override;
     std::unique_ptr<IFolderEntryIterator> doListFolders(const StorageIRI& folder) override;
+
+    void doFlush() override KX_EXCLUDES(m_mutex);
 
 private:
     using FileSystem = ZipFileSystem<StorageItem, ByteStreamDevice>;

@@ -222,6 +222,17 @@ auto ZipProvider<StorageItem, ByteStreamDevice>::doListFolders(const StorageIRI&
 }
 
 template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
+void ZipProvider<StorageItem, ByteStreamDevice>::doFlush() {
+    const auto used = [this] {
+        const foundation::core::MutexLock lock(m_mutex);
+        return m_fileSystem;
+    }();
+    if (used) {
+        used->flushContents();
+    }
+}
+
+template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
 auto ZipProvider<StorageItem, ByteStreamDevice>::fileSystem() -> const FileSystem& {
     const foundation::core::MutexLock lock(m_mutex);
     if (!m_fileSystem) {
