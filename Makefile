@@ -44,6 +44,14 @@ test-long: ## run the tests that take minutes and gigabytes (not part of `make t
 	@cmake --build --preset release --parallel $(JOBS)
 	@ctest --test-dir build/release --output-on-failure --label-regex '^long$$'
 
+.PHONY: test-framework
+test-framework: ## run the whole suite on the CppMicroServices installed at FRAMEWORK
+	@test -n '$(FRAMEWORK)' || { echo 'usage: make test-framework FRAMEWORK=/opt/cppmicroservices' >&2; exit 2; }
+	@tools/install-packages.sh build test
+	@cmake --preset framework -DCMAKE_PREFIX_PATH='$(FRAMEWORK)'
+	@cmake --build --preset framework --parallel $(JOBS)
+	@LD_LIBRARY_PATH='$(FRAMEWORK)/lib'$${LD_LIBRARY_PATH:+:$$LD_LIBRARY_PATH} ctest --preset framework --parallel $(JOBS)
+
 .PHONY: install
 install: build ## install below PREFIX (default /usr/local)
 	@cmake --install build/release --prefix '$(PREFIX)'

@@ -27,6 +27,9 @@ if(KX_USE_FRAMEWORK)
     endif()
   endif()
 endif()
+if(KX_REQUIRE_FRAMEWORK AND KX_COMPONENT_RUNTIME_IS_EMBEDDED)
+  message(FATAL_ERROR "no complete CppMicroServices 3 in CMAKE_PREFIX_PATH (\"${CMAKE_PREFIX_PATH}\")")
+endif()
 message(STATUS "Component runtime: ${KX_COMPONENT_RUNTIME_NAME}")
 
 # <microservices/ComponentRuntime.h>: what a host has to know about the runtime that it was built with.

@@ -6,6 +6,7 @@ option(KX_BUILD_FUZZERS "Build the libFuzzer executables (clang only)" OFF)
 option(KX_WERROR "Treat warnings as errors" OFF)
 option(KX_COVERAGE "Instrument for coverage" OFF)
 option(KX_USE_FRAMEWORK "Use an installed CppMicroServices when find_package finds one" ON)
+option(KX_REQUIRE_FRAMEWORK "Fail where no installed CppMicroServices is found" OFF)
 set(KX_SANITIZE "" CACHE STRING "Sanitizers, as -fsanitize= takes them (for example address,undefined)")
 
 set(CMAKE_CXX_STANDARD 20)

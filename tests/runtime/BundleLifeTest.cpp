@@ -80,7 +80,8 @@ TEST(FrameworkLife, ItCanBeStartedAgain) {
 }
 
 TEST(FrameworkLife, ItsConfigurationIsReadBackThroughTheContext) {
-    Framework framework = FrameworkFactory().NewFramework({{"colour", std::string("green")}});
+    Framework framework = FrameworkFactory().NewFramework(
+        cppmicroservices::FrameworkConfiguration{{"colour", std::string("green")}});
     framework.Init();
     EXPECT_EQ(framework.GetBundleContext().GetProperty("colour").ToString(), "green");
     EXPECT_TRUE(framework.GetBundleContext().GetProperty("taste").Empty());

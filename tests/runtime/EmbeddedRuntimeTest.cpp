@@ -52,12 +52,12 @@ TEST_F(EmbeddedRuntime, NeedsNoBundleForDeclarativeServices) {
     EXPECT_STREQ(microservices::declarativeServicesBundle(), "");
 }
 
-TEST_F(EmbeddedRuntime, LoadsTheLibraryAtTheStartAndUnloadsItWithTheUninstallation) {
-    Bundle bundle = installGreeting();
+TEST_F(EmbeddedRuntime, LoadsTheLibraryWithTheFirstObjectAndUnloadsItWithTheUninstallation) {
+    Bundle bundle = startGreeting();
+    const auto reference = context().GetServiceReference<Farewell>();
     EXPECT_FALSE(isLoaded(greetingBundle));
-    bundle.Start();
+    context().GetService(reference);
     EXPECT_TRUE(isLoaded(greetingBundle));
-    findOne<Farewell>("");
     bundle.Stop();
     EXPECT_TRUE(isLoaded(greetingBundle));
     bundle.Uninstall();
@@ -88,13 +88,29 @@ TEST_F(EmbeddedRuntime, AnInterfaceTakenOutOfTheMapOfAllKeepsTheLibraryToo) {
     EXPECT_FALSE(isLoaded(greetingBundle));
 }
 
-TEST_F(EmbeddedRuntime, UnloadsTheLibraryWhenAStartFails) {
+TEST_F(EmbeddedRuntime, UnloadsALibraryThatHasNoObjectToGive) {
     const std::string path = m_folder.bundle("libhalf.so", readFile(greetingBundle),
                                              {{"half/manifest.json", R"({"bundle.symbolic_name": "half",
         "scr": {"version": 1, "components": [{"implementation-class": "a::b", "service": {"interfaces": ["i"]}}]}})"}});
     Bundle bundle = context().InstallBundles(path).at(0);
-    EXPECT_THROW(bundle.Start(), std::runtime_error);
+    bundle.Start();
+    EXPECT_EQ(context().GetService(context().GetServiceReferences("i").at(0)), nullptr);
+    EXPECT_TRUE(isLoaded(path));
+    bundle.Uninstall();
     EXPECT_FALSE(isLoaded(path));
+}
+
+TEST_F(EmbeddedRuntime, ThreadsThatAskForDifferentComponentsFirstLoadTheLibraryOnce) {
+    for (int round = 0; round < 50; ++round) {
+        Bundle bundle = startGreeting();
+        std::vector<std::thread> threads;
+        for (const char* filter : {"(language=en)", "(language=self)"})
+            threads.emplace_back([&, filter] { EXPECT_NE(findOne(filter), nullptr); });
+        for (std::thread& thread : threads)
+            thread.join();
+        bundle.Uninstall();
+        ASSERT_FALSE(isLoaded(greetingBundle));
+    }
 }
 
 TEST_F(EmbeddedRuntime, LeavesTheLibraryLoadedWhenTheFrameworkStops) {
@@ -120,6 +136,17 @@ TEST_F(EmbeddedRuntime, AFrameworkThatIsDroppedStopsItselfAndLeavesTheLibraryLoa
     }
     EXPECT_EQ(diary->events().back(), "destroyed");
     EXPECT_TRUE(isLoaded(library));
+}
+
+TEST_F(EmbeddedRuntime, GivesTheLibraryAContextWithEachStart) {
+    const std::shared_ptr<Diary> diary = keepDiary();
+    Bundle bundle = startGreeting();
+    findOne<Farewell>("");
+    bundle.Stop();
+    bundle.Start();
+    findOne<Farewell>("");
+    EXPECT_THAT(diary->events(), ElementsAre("made", "activated for en in test_greeting", "deactivated",
+                                             "destroyed", "made", "activated for en in test_greeting"));
 }
 
 TEST_F(EmbeddedRuntime, TakesTheContextBackFromABundleThatIsStopped) {

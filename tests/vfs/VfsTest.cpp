@@ -165,6 +165,31 @@ TEST_F(VfsTest, ABundleThatCannotBeLoadedIsNamedAndTheOthersServe) {
     EXPECT_EQ(bundles[1].problem, "");
 }
 
+TEST_F(VfsTest, ABundleWhoseLibraryOrManifestIsBrokenIsNamed) {
+    const std::string component =
+        R"("scr": {"version": 1, "components": [{"implementation-class": "a::b", "properties": {"scheme": "zip"},)"
+        R"( "service": {"interfaces": ["foundation::storage::provider::ContainerProviderFactory"]}}]})";
+    save("providers/code.so",
+         "no code" + kx::test::simpleArchive(
+                         {{"code/manifest.json", R"({"bundle.symbolic_name": "code", )" + component + "}"}}));
+    save("providers/text.so",
+         "no code" + kx::test::simpleArchive(
+                         {{"text/manifest.json", R"({"bundle.symbolic_name": "text", "scr": "nothing"})"}}));
+    save("plans.zip", plans());
+    std::vector<std::string> warnings;
+    Vfs::Options options;
+    options.bundleFolders = {folder.file("providers")};
+    options.warn = [&](const std::string& message) { warnings.push_back(message); };
+    Vfs vfs(options);
+    const auto failure = exceptionOf([&] { vfs.mount(inZip("plans.zip", u"/")); });
+    EXPECT_EQ(failure.getCause(), "no provider serves the scheme \"zip\"");
+    ASSERT_EQ(warnings.size(), 2U);
+    EXPECT_EQ(warnings[0], "cannot load provider bundle " + folder.file("providers/text.so").string() +
+                               ": its manifest describes no component that can be used");
+    const auto expected = "cannot use provider bundle " + folder.file("providers/code.so").string() + ": ";
+    EXPECT_EQ(warnings[1].find(expected), 0U) << warnings[1];
+}
+
 TEST_F(VfsTest, TheEnvironmentSaysWhereBundlesAre) {
     setenv("KXVFS_PROVIDERS", folder.file("nowhere").c_str(), 1);
     std::vector<std::string> warnings;

@@ -3,6 +3,8 @@
 #include "BundleContextPrivate.h"
 #include "FrameworkCore.h"
 
+#include <stdexcept>
+
 namespace cppmicroservices {
 
 using foundation::core::MutexLock;
@@ -25,6 +27,10 @@ Bundle BundlePrivate::handle() {
 
 std::shared_ptr<const SharedLibrary> BundlePrivate::library() const {
     return nullptr;
+}
+
+std::shared_ptr<const SharedLibrary> BundlePrivate::loadLibrary() {
+    throw std::logic_error("the framework has no library to load");
 }
 
 std::shared_ptr<BundleContextPrivate> BundlePrivate::openContext() {

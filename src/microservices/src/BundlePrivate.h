@@ -36,6 +36,9 @@ public:
     Bundle handle();
     /// Null if the bundle's library is not loaded, and for the framework.
     virtual std::shared_ptr<const SharedLibrary> library() const;
+    /// The bundle's library, loaded and told the bundle's context if that was not done before. Throws
+    /// SharedLibraryException; std::logic_error for the framework, which has none.
+    virtual std::shared_ptr<const SharedLibrary> loadLibrary();
 
     /// As the operations of Bundle say.
     void start() { doStart(); }

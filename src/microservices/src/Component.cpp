@@ -7,6 +7,7 @@
 #include "SharedLibrary.h"
 
 #include <cppmicroservices/ServiceException.h>
+#include <cppmicroservices/SharedLibraryException.h>
 #include <cppmicroservices/servicecomponent/ComponentConstants.hpp>
 
 #include <exception>
@@ -41,12 +42,8 @@ std::string failureOf(Action action) noexcept {
 
 } // namespace
 
-Component::Component(const std::shared_ptr<BundlePrivate>& bundle,
-                     std::shared_ptr<const SharedLibrary> library, ComponentMetadata metadata)
-    : m_bundle(bundle), m_library(std::move(library)), m_metadata(std::move(metadata)),
-      m_newInstance(exported<NewInstance>(*m_library, "NewInstance_" + m_metadata.symbol())),
-      m_deleteInstance(exported<DeleteInstance>(*m_library, "DeleteInstance_" + m_metadata.symbol())),
-      m_instance(nullptr, m_deleteInstance) {}
+Component::Component(const std::shared_ptr<BundlePrivate>& bundle, ComponentMetadata metadata)
+    : m_bundle(bundle), m_metadata(std::move(metadata)) {}
 
 Component::~Component() {
     withdraw();
@@ -69,7 +66,7 @@ InterfaceMapConstPtr Component::object(const std::shared_ptr<ServiceRecord>& rec
     while (m_phase == Phase::Busy && m_worker != std::this_thread::get_id())
         m_changed.wait(m_mutex);
     if (m_phase == Phase::Ready || m_phase == Phase::Withdrawn)
-        return m_object;
+        return m_made.object;
     if (m_phase == Phase::Busy) {
         lock.unlock();
         log("make", "it asks for its own service");
@@ -78,60 +75,74 @@ InterfaceMapConstPtr Component::object(const std::shared_ptr<ServiceRecord>& rec
     m_phase = Phase::Busy;
     m_worker = std::this_thread::get_id();
     lock.unlock();
-    const std::string failure = failureOf([&] { makeObject(record); });
+    std::exception_ptr unloadable;
+    const std::string failure = failureOf([&] {
+        try {
+            makeObject(record);
+        } catch (const SharedLibraryException&) {
+            unloadable = std::current_exception();
+            throw;
+        }
+    });
     if (!failure.empty())
         log("make", failure);
+    if (unloadable)
+        std::rethrow_exception(unloadable);
     lock.lock();
-    return m_object;
+    return m_made.object;
 }
 
 void Component::makeObject(const std::shared_ptr<ServiceRecord>& record) {
-    Instance instance(nullptr, m_deleteInstance);
-    InterfaceMapConstPtr object;
+    Made made;
     const auto finish = [&] {
         const MutexLock lock(m_mutex);
-        m_phase = m_withdrawWhenDone ? Phase::Withdrawn : object ? Phase::Ready : Phase::Idle;
-        if (m_phase == Phase::Ready) {
-            m_instance = std::move(instance);
-            m_object = object;
-        }
+        m_phase = m_withdrawWhenDone ? Phase::Withdrawn : made.object ? Phase::Ready : Phase::Idle;
+        if (m_phase == Phase::Ready)
+            std::swap(m_made, made);
         m_changed.notifyAll();
     };
     try {
-        instance = make(record);
-        object = interfacesOf(*instance);
+        const std::shared_ptr<BundlePrivate> bundle = m_bundle.lock();
+        if (!bundle)
+            throw ServiceException("its bundle is gone", ServiceException::FACTORY_ERROR);
+        made.library = bundle->loadLibrary();
+        made.instance = make(bundle, *made.library, record);
+        made.object = interfacesOf(made);
     } catch (...) {
-        discard(std::move(instance));
+        discard(std::move(made));
+        made = Made();
         finish();
         throw;
     }
     finish();
-    discard(std::move(instance));
+    discard(std::move(made));
 }
 
-Component::Instance Component::make(const std::shared_ptr<ServiceRecord>& record) const {
-    Instance instance(m_newInstance(), m_deleteInstance);
+Component::Instance Component::make(const std::shared_ptr<BundlePrivate>& bundle,
+                                    const SharedLibrary& library,
+                                    const std::shared_ptr<ServiceRecord>& record) const {
+    NewInstance* const newInstance = exported<NewInstance>(library, "NewInstance_" + m_metadata.symbol());
+    DeleteInstance* const deleteInstance =
+        exported<DeleteInstance>(library, "DeleteInstance_" + m_metadata.symbol());
+    Instance instance(newInstance(), deleteInstance);
     if (!instance)
         throw ServiceException("NewInstance_" + m_metadata.symbol() + " returned no object",
                                ServiceException::FACTORY_ERROR);
-    const std::shared_ptr<BundlePrivate> bundle = m_bundle.lock();
-    instance->CreateInstance(
-        std::make_shared<ComponentServiceContext>(bundle ? bundle->context() : nullptr, record));
+    instance->CreateInstance(std::make_shared<ComponentServiceContext>(bundle->context(), record));
     instance->Activate();
     return instance;
 }
 
-InterfaceMapConstPtr Component::interfacesOf(ComponentInstance& instance) const {
-    const InterfaceMapConstPtr interfaces = instance.GetInterfaceMap();
+InterfaceMapConstPtr Component::interfacesOf(const Made& made) const {
+    const InterfaceMapConstPtr interfaces = made.instance->GetInterfaceMap();
     for (const std::string& name : m_metadata.interfaces)
         if (!interfaces || interfaces->count(name) == 0 || !interfaces->at(name))
             throw ServiceException("its object does not offer " + name, ServiceException::FACTORY_ERROR);
-    return keepLoaded(interfaces, m_library);
+    return keepLoaded(interfaces, made.library);
 }
 
 void Component::withdraw() noexcept {
-    Instance instance(nullptr, m_deleteInstance);
-    InterfaceMapConstPtr object;
+    Made made;
     MutexLock lock(m_mutex);
     while (m_phase == Phase::Busy && m_worker != std::this_thread::get_id())
         m_changed.wait(m_mutex);
@@ -140,16 +151,15 @@ void Component::withdraw() noexcept {
         return;
     }
     m_phase = Phase::Withdrawn;
-    instance.swap(m_instance);
-    object.swap(m_object);
+    std::swap(m_made, made);
     lock.unlock();
-    discard(std::move(instance));
+    discard(std::move(made));
 }
 
-void Component::discard(Instance instance) const noexcept {
-    if (!instance)
+void Component::discard(Made made) const noexcept {
+    if (!made.instance)
         return;
-    const std::string failure = failureOf([&] { instance->Deactivate(); });
+    const std::string failure = failureOf([&] { made.instance->Deactivate(); });
     if (!failure.empty())
         log("deactivate", failure);
 }

@@ -22,9 +22,7 @@ class Component : public std::enable_shared_from_this<Component> {
 public:
     using ComponentInstance = service::component::detail::ComponentInstance;
 
-    /// Throws std::runtime_error if `library` does not export the functions for the implementation class.
-    Component(const std::shared_ptr<BundlePrivate>& bundle, std::shared_ptr<const SharedLibrary> library,
-              ComponentMetadata metadata);
+    Component(const std::shared_ptr<BundlePrivate>& bundle, ComponentMetadata metadata);
     ~Component();
 
     Component(const Component&) = delete;
@@ -34,7 +32,8 @@ public:
     void registerService(const std::shared_ptr<BundlePrivate>& bundle);
 
     /// The object of the component's service `record`, made on the calling thread if there is none; null if
-    /// that fails, which is logged, or the component was withdrawn.
+    /// that fails, which is logged, or the component was withdrawn. Loads the bundle's library if need be.
+    /// Throws SharedLibraryException.
     InterfaceMapConstPtr object(const std::shared_ptr<ServiceRecord>& record);
 
     /// Gives up the object for good. Waits for another thread that is making it.
@@ -48,18 +47,22 @@ private:
     using DeleteInstance = void(ComponentInstance*);
     using Instance = std::unique_ptr<ComponentInstance, DeleteInstance*>;
 
-    Instance make(const std::shared_ptr<ServiceRecord>& record) const;
-    InterfaceMapConstPtr interfacesOf(ComponentInstance& instance) const;
+    /// The component's object, with what must outlive it in front.
+    struct Made {
+        std::shared_ptr<const SharedLibrary> library;
+        Instance instance{nullptr, nullptr};
+        InterfaceMapConstPtr object;
+    };
+
+    Instance make(const std::shared_ptr<BundlePrivate>& bundle, const SharedLibrary& library,
+                  const std::shared_ptr<ServiceRecord>& record) const;
+    InterfaceMapConstPtr interfacesOf(const Made& made) const;
     void makeObject(const std::shared_ptr<ServiceRecord>& record) KX_EXCLUDES(m_mutex);
-    void discard(Instance instance) const noexcept;
+    void discard(Made made) const noexcept;
     void log(const std::string& failedAction, const std::string& cause) const;
 
     const std::weak_ptr<BundlePrivate> m_bundle;
-    // Before the objects that it must outlive.
-    const std::shared_ptr<const SharedLibrary> m_library;
     const ComponentMetadata m_metadata;
-    NewInstance* const m_newInstance;
-    DeleteInstance* const m_deleteInstance;
 
     foundation::core::Mutex m_mutex;
     foundation::core::ConditionVariable m_changed;
@@ -67,8 +70,7 @@ private:
     std::thread::id m_worker KX_GUARDED_BY(m_mutex);
     /// Set when the component was withdrawn by its own code while its object was made.
     bool m_withdrawWhenDone KX_GUARDED_BY(m_mutex) = false;
-    Instance m_instance KX_GUARDED_BY(m_mutex);
-    InterfaceMapConstPtr m_object KX_GUARDED_BY(m_mutex);
+    Made m_made KX_GUARDED_BY(m_mutex);
 };
 
 } // namespace cppmicroservices

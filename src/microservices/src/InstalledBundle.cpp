@@ -42,20 +42,11 @@ void InstalledBundle::doStart() {
         throw std::runtime_error("cannot start " + location() + ": it is being stopped");
     if (!framework().has(*this))
         throw std::runtime_error("cannot start " + location() + ": its framework was stopped");
-    const bool wasLoaded = library() != nullptr;
-    const auto undo = [&] {
-        deactivate();
-        if (!wasLoaded)
-            unload();
-    };
     setState(Bundle::STATE_STARTING);
     try {
         activate();
-    } catch (const SharedLibraryException&) {
-        undo();
-        throw;
     } catch (const std::exception& error) {
-        undo();
+        deactivate();
         throw std::runtime_error("cannot start " + location() + ": " + error.what());
     }
     setState(Bundle::STATE_ACTIVE);
@@ -68,13 +59,23 @@ void InstalledBundle::activate() {
         activator == headers().end() ? nullptr : any_cast<bool>(&activator->second);
     if (hasActivator && *hasActivator)
         throw std::runtime_error("it has an activator, which the embedded component runtime does not run");
-    const std::shared_ptr<BundlePrivate> self = shared_from_this();
-    const std::shared_ptr<const SharedLibrary> library = loadLibrary();
-    for (ComponentMetadata& metadata : describedComponents(headers()))
-        m_components.push_back(std::make_shared<Component>(self, library, std::move(metadata)));
-    tellContext(*library, openContext().get());
-    for (const std::shared_ptr<Component>& component : m_components)
-        component->registerService(self);
+    const std::shared_ptr<BundleContextPrivate> opened = openContext();
+    const std::shared_ptr<const SharedLibrary> loaded = library();
+    if (loaded)
+        tellContext(*loaded, opened.get());
+    registerComponents();
+}
+
+void InstalledBundle::registerComponents() {
+    try {
+        const std::shared_ptr<BundlePrivate> self = shared_from_this();
+        for (ComponentMetadata& metadata : describedComponents(headers()))
+            m_components.push_back(std::make_shared<Component>(self, std::move(metadata)));
+        for (const std::shared_ptr<Component>& component : m_components)
+            component->registerService(self);
+    } catch (const std::exception& error) {
+        framework().log("cannot make services of the components of " + location() + ": " + error.what());
+    }
 }
 
 std::shared_ptr<const SharedLibrary> InstalledBundle::loadLibrary() {
@@ -87,8 +88,12 @@ std::shared_ptr<const SharedLibrary> InstalledBundle::loadLibrary() {
         throw SharedLibraryException(error.code(), "cannot load " + location() + ": " + error.what(),
                                      handle());
     }
-    const MutexLock lock(m_libraryMutex);
+    MutexLock lock(m_libraryMutex);
+    if (m_library)
+        return m_library;
     m_library = loaded;
+    lock.unlock();
+    tellContext(*loaded, context().get());
     return loaded;
 }
 

@@ -23,6 +23,7 @@ public:
     ~InstalledBundle() override;
 
     std::shared_ptr<const SharedLibrary> library() const override;
+    std::shared_ptr<const SharedLibrary> loadLibrary() override;
 
 private:
     void doStart() override;
@@ -32,7 +33,9 @@ private:
     void requireInstalled() const;
     void activate();
     void deactivate() noexcept;
-    std::shared_ptr<const SharedLibrary> loadLibrary();
+    /// Makes services of the components that the manifest describes. What is wrong with a description goes to
+    /// the framework's logger.
+    void registerComponents();
     /// The library goes with the last user of an object of the bundle.
     void unload() noexcept;
     void tellContext(const SharedLibrary& library, BundleContextPrivate* context) const;

@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <limits>
 #include <memory>
+#include <regex>
 #include <stdexcept>
 #include <string_view>
 #include <system_error>
@@ -95,6 +96,22 @@ std::string readCurrentEntry(unzFile archive) {
     return text;
 }
 
+/// "1", "1.2", "1.2.3" or "1.2.3.words-and_numbers".
+bool isVersion(const std::string& text) {
+    static const std::regex form("[0-9]{1,9}(\\.[0-9]{1,9}(\\.[0-9]{1,9}(\\.[A-Za-z0-9_-]*)?)?)?");
+    return std::regex_match(text, form);
+}
+
+void requireVersion(const AnyMap& headers) {
+    const auto version = headers.find(Constants::BUNDLE_VERSION);
+    if (version == headers.end())
+        return;
+    const std::string* const text = any_cast<std::string>(&version->second);
+    if (!text || !isVersion(*text))
+        throw std::runtime_error("has a " + Constants::BUNDLE_VERSION +
+                                 " that is no version: " + version->second.ToString());
+}
+
 Manifest parse(const std::string& text, const std::string& folder) {
     nlohmann::json document;
     try {
@@ -112,6 +129,7 @@ Manifest parse(const std::string& text, const std::string& folder) {
     if (!symbolicName || *symbolicName != folder)
         throw std::runtime_error("has the " + Constants::BUNDLE_SYMBOLICNAME + " '" +
                                  name->second.ToString() + "', not that of its folder");
+    requireVersion(manifest.headers);
     return manifest;
 }
 

@@ -65,6 +65,14 @@ std::string Narcissist::ownBundle() {
     return std::string();
 }
 
+std::string Hermit::greet(const std::string& name) {
+    return "Salute, " + name;
+}
+
+std::string Hermit::ownBundle() {
+    return std::string();
+}
+
 Quitter::Quitter() {
     cppmicroservices::GetBundleContext().GetBundle().Stop();
 }

@@ -43,6 +43,13 @@ private:
     std::shared_ptr<Greeting> m_self;
 };
 
+/// Asks for nothing: no context, no service.
+class Hermit : public Greeting {
+public:
+    std::string greet(const std::string& name) override;
+    std::string ownBundle() override;
+};
+
 /// Stops its own bundle while it is made.
 class Quitter : public Greeting {
 public:

@@ -10,6 +10,7 @@ namespace component = cppmicroservices::service::component::detail;
 using runtime::bundle::Farewell;
 using runtime::bundle::Greeter;
 using runtime::bundle::Greeting;
+using runtime::bundle::Hermit;
 using runtime::bundle::Narcissist;
 using runtime::bundle::Quitter;
 using runtime::bundle::Sulker;
@@ -23,6 +24,14 @@ US_ABI_EXPORT component::ComponentInstance* NewInstance_runtime_bundle_Greeter()
 }
 
 US_ABI_EXPORT void DeleteInstance_runtime_bundle_Greeter(component::ComponentInstance* instance) {
+    delete instance;
+}
+
+US_ABI_EXPORT component::ComponentInstance* NewInstance_runtime_bundle_Hermit() {
+    return new (std::nothrow) component::ComponentInstanceImpl<Hermit, std::tuple<Greeting>>;
+}
+
+US_ABI_EXPORT void DeleteInstance_runtime_bundle_Hermit(component::ComponentInstance* instance) {
     delete instance;
 }
 

@@ -53,9 +53,16 @@ std::shared_ptr<ContainerProviderFactory> BundleLoader::factory(const std::strin
         return known->second;
     auto context = m_runtime->framework.GetBundleContext();
     for (const auto& reference :
-         context.GetServiceReferences<ContainerProviderFactory>("(scheme=" + scheme + ")"))
-        if (auto service = context.GetService(reference))
-            return m_runtime->factories.emplace(scheme, std::move(service)).first->second;
+         context.GetServiceReferences<ContainerProviderFactory>("(scheme=" + scheme + ")")) {
+        const auto bundle = reference.GetBundle().GetLocation();
+        try {
+            if (auto service = context.GetService(reference))
+                return m_runtime->factories.emplace(scheme, std::move(service)).first->second;
+            warn(fmt::format("cannot use provider bundle {}: it makes no provider factory", bundle));
+        } catch (const std::exception& problem) {
+            warn(fmt::format("cannot use provider bundle {}: {}", bundle, problem.what()));
+        }
+    }
     return nullptr;
 }
 
@@ -112,6 +119,8 @@ void BundleLoader::loadBundle(const fs::path& file) {
             throw std::runtime_error("it holds no bundle manifest");
         for (auto& bundle : installed) {
             bundle.Start();
+            if (bundle.GetRegisteredServices().empty())
+                throw std::runtime_error("its manifest describes no component that can be used");
             m_reports.push_back({file, bundle.GetSymbolicName(), {}});
         }
     } catch (const std::exception& problem) {
