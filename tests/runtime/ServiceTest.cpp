@@ -134,13 +134,13 @@ TEST_F(ComponentService, ItsReferenceIsInvalidAfterTheStopOfItsBundle) {
 
 TEST_F(ComponentService, EachStartOfTheBundleMakesANewObject) {
     Bundle bundle = startGreeting();
-    const std::weak_ptr<Greeting> first = findOne("(language=ia)");
-    EXPECT_FALSE(first.expired());
+    const std::shared_ptr<Greeting> first = findOne("(language=ia)");
+    ASSERT_NE(first, nullptr);
     bundle.Stop();
-    EXPECT_TRUE(first.expired());
     bundle.Start();
     const std::shared_ptr<Greeting> second = findOne("(language=ia)");
     ASSERT_NE(second, nullptr);
+    EXPECT_NE(second, first);
     EXPECT_EQ(second->greet("you"), "Salute, you");
 }
 
