@@ -291,3 +291,51 @@ TEST_F(ChangeSessionTest, AnArchiveThatIsGivenUpIsNotWrittenAgain) {
     EXPECT_EQ(plan->countOf(ProviderOperation::OpenStream), tries);
     EXPECT_EQ(load(folder.file("plans.zip")), before);
 }
+
+TEST_F(ChangeSessionTest, AFileOfSeveralNamesIsLockedOnce) {
+    std::filesystem::create_hard_link(folder.file("plans.zip"), folder.file("link.zip"));
+    const ContainerLock lock({inZip("plans.zip", u"/"), inZip("link.zip", u"/x")});
+    EXPECT_TRUE(lock.covers(inZip("plans.zip", u"/")));
+    EXPECT_TRUE(lock.covers(inZip("link.zip", u"/")));
+}
+
+TEST_F(ChangeSessionTest, LocksUnderDifferentNamesOfOneFileAreTakenInOneOrder) {
+    save("m.zip", simpleArchive({{"x", "1"}}));
+    std::filesystem::create_hard_link(folder.file("plans.zip"), folder.file("a.zip"));
+    std::vector<std::jthread> threads;
+    for (int i = 0; i < 8; ++i)
+        threads.emplace_back([&, i] {
+            for (int round = 0; round < 40; ++round)
+                const ContainerLock lock(
+                    {inZip(i % 2 == 0 ? "a.zip" : "plans.zip", u"/"), inZip("m.zip", u"/")});
+        });
+}
+
+TEST_F(ChangeSessionTest, TwoNamesOfOneArchiveChangeTogether) {
+    std::filesystem::create_hard_link(folder.file("plans.zip"), folder.file("link.zip"));
+    const auto here = inZip("plans.zip", u"/mine");
+    const auto there = inZip("link.zip", u"/yours");
+    Vfs vfs(counted());
+    ChangeSession session(vfs);
+    session.lock({here, there});
+    EXPECT_EQ(session.changing(here), session.changing(there));
+    writeFile(*session.changing(here), here, "1");
+    writeFile(*session.changing(there), there, "2");
+    EXPECT_TRUE(session.commit().empty());
+    EXPECT_EQ(plan->countOf(ProviderOperation::OpenStream), 1U);
+    EXPECT_EQ(names("plans.zip"), (Names{"docs/a.txt", "in.zip", "mine", "yours"}));
+    EXPECT_TRUE(std::filesystem::equivalent(folder.file("plans.zip"), folder.file("link.zip")));
+}
+
+TEST_F(ChangeSessionTest, LockingUnderAnotherNameReadsAgainWhatAnotherProgramChanged) {
+    std::filesystem::create_hard_link(folder.file("plans.zip"), folder.file("link.zip"));
+    Vfs vfs;
+    EXPECT_EQ(read(vfs, inZip("plans.zip", u"/docs/a.txt")), "text");
+    save("plans.zip", simpleArchive({{"other", "1"}}));
+    const auto file = inZip("link.zip", u"/mine");
+    ChangeSession session(vfs);
+    session.lock({file});
+    writeFile(*session.changing(file), file, "2");
+    EXPECT_TRUE(session.commit().empty());
+    EXPECT_EQ(names(), (Names{"mine", "other"}));
+}

@@ -57,6 +57,9 @@ TEST_F(VfsTest, AContainerHasOneProviderHoweverItIsSpelled) {
         EXPECT_EQ(vfs.mount(inZip(spelling, u"/docs")).provider, provider) << spelling;
     const auto encoded = "zip:" + folder.iri("real").toUtf8() + "/pl%61ns.zip!/b.txt";
     EXPECT_EQ(vfs.mount(StorageIRI::parse(encoded)).provider, provider);
+    std::filesystem::create_hard_link(folder.file("real/plans.zip"), folder.file("hard.zip"));
+    EXPECT_EQ(vfs.mount(inZip("hard.zip", u"/docs")).provider, provider);
+    EXPECT_EQ(read(vfs, inZip("hard.zip", u"/docs/a.txt")), "text");
     EXPECT_EQ(vfs.canonicalLocation(inZip("link.zip", u"/docs//a.txt/")),
               inZip("real/plans.zip", u"/docs/a.txt"));
 }
@@ -233,6 +236,51 @@ TEST_F(VfsTest, ANewArchiveIsValidAndTakesEntries) {
     const auto file = inZip("new.zip", u"/a.txt");
     writeFile(*vfs.mount(file).provider, file, "first");
     EXPECT_EQ(verifyArchive(folder.file("new.zip")).names(), (std::vector<std::string>{"a.txt"}));
+}
+
+TEST_F(VfsTest, AnArchiveThatCouldNotBeMadeIsNotThere) {
+    const auto plan = std::make_shared<FaultPlan>();
+    Vfs::Options options;
+    options.localFiles =
+        std::make_shared<FaultInjectingProvider>(storage::fileprovider::LocalFileProvider::create(), plan);
+    Vfs vfs(options);
+    for (const auto operation :
+         {ProviderOperation::OpenStream, ProviderOperation::StreamWrite, ProviderOperation::StreamClose}) {
+        plan->failCall(1, {operation}, FaultPlan::Afterwards::Works, ErrorCode::NoSpace);
+        EXPECT_EQ(exceptionOf([&] { vfs.createArchive(folder.iri("new.zip")); }).getErrorCode(),
+                  ErrorCode::NoSpace);
+        EXPECT_FALSE(std::filesystem::exists(folder.file("new.zip")));
+        plan->countOnly();
+    }
+    vfs.createArchive(folder.iri("new.zip"));
+    EXPECT_EQ(verifyArchive(folder.file("new.zip")).problems(), "");
+}
+
+TEST_F(VfsTest, AnInnerArchiveThatCouldNotBeMadeIsNotThere) {
+    const auto inner = inZip("plans.zip", u"/docs/in.zip");
+    const FaultPlan::Operations saving = {ProviderOperation::OpenStream, ProviderOperation::StreamWrite,
+                                          ProviderOperation::StreamClose};
+    std::uint64_t failing = 0;
+    bool made = false;
+    while (!made) {
+        SCOPED_TRACE(++failing);
+        save("plans.zip", plans());
+        const auto plan = std::make_shared<FaultPlan>();
+        Vfs::Options options;
+        options.localFiles = std::make_shared<FaultInjectingProvider>(
+            storage::fileprovider::LocalFileProvider::create(), plan);
+        Vfs vfs(options);
+        plan->failCall(failing, saving);
+        try {
+            vfs.createArchive(inner);
+            made = plan->failures() == 0;
+        } catch (const foundation::storage::provider::Exception&) {
+            EXPECT_EQ(verifyArchive(folder.file("plans.zip")).names().size(), 2U);
+            vfs.createArchive(inner);
+        }
+        EXPECT_EQ(read(vfs, inner).size(), 22U);
+    }
+    EXPECT_GT(failing, 4U);
 }
 
 TEST_F(VfsTest, ClosingReadsTheContainerAgainLater) {

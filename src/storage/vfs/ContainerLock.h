@@ -20,7 +20,8 @@ public:
     ContainerLock();
     /// Locks the local file at the bottom of each location, in one order whatever the order of `locations`:
     /// two programs that change the same two archives cannot wait for each other for ever. Locations outside
-    /// containers, and files that do not exist, have nothing to lock; a file is locked once.
+    /// containers, and files that do not exist, have nothing to lock; a file is locked once, also when it is
+    /// asked for under several of its names.
     /// Waits as long as another program holds one. Errors: the provider's Exception where a file cannot be
     /// locked; nothing is held then.
     explicit ContainerLock(const std::vector<foundation::storage::provider::StorageIRI>& locations,

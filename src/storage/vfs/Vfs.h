@@ -57,9 +57,9 @@ struct CloseFailure {
 /// The host's front to all storage: from a location to the provider that serves it.
 ///
 /// Scheme "file" is built in. The schemes of container formats are served by bundles, which are loaded when
-/// the first such location is asked for. There is one provider for a container however it is spelled (links,
-/// doubled slashes, percent-encoding); a container inside a container is read through the outer one's
-/// provider.
+/// the first such location is asked for. There is one provider for a container however it is spelled
+/// (symbolic and hard links, doubled slashes, percent-encoding); a container inside a container is read
+/// through the outer one's provider.
 ///
 /// A ZIP container's records are checked before it is handed out, since a provider that could not read all of
 /// it would lose the rest when it writes.
@@ -111,7 +111,7 @@ public:
     bool isContainer(const foundation::storage::provider::StorageIRI& file);
 
     /// Makes an empty archive at `location` by writing its end record.
-    /// Errors: AlreadyExists; those of the provider that serves the location.
+    /// Errors: AlreadyExists; those of the provider that serves the location. Nothing is left there then.
     void createArchive(const foundation::storage::provider::StorageIRI& location);
 
     /// Writes what is pending in a container and in those inside it, innermost first, and releases their

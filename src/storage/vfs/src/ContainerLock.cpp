@@ -3,7 +3,10 @@
 #include <storage/vfs/src/LocalFile.h>
 
 #include <storage/fileprovider/FileLock.h>
+#include <storage/fileprovider/FileNumber.h>
 
+#include <compare>
+#include <map>
 #include <set>
 #include <vector>
 
@@ -11,6 +14,29 @@ namespace storage::vfs {
 
 using foundation::storage::provider::StorageIRI;
 using storage::fileprovider::FileLock;
+using storage::fileprovider::FileNumber;
+using storage::fileprovider::numberOfLinkedFile;
+
+namespace {
+
+/// One for each file, and in an order that does not depend on the names under which it is asked for. A file
+/// of several names is saved in place and keeps its number, one of a single name may be replaced and keeps
+/// its name.
+struct LockOrder {
+    FileNumber number;
+    StorageIRI onlyName;
+
+    explicit LockOrder(const StorageIRI& file) {
+        if (const auto linked = numberOfLinkedFile(file))
+            number = *linked;
+        else
+            onlyName = file;
+    }
+
+    friend auto operator<=>(const LockOrder&, const LockOrder&) = default;
+};
+
+} // namespace
 
 struct ContainerLock::Impl {
     std::set<StorageIRI> files;
@@ -24,9 +50,11 @@ ContainerLock::ContainerLock(const std::vector<StorageIRI>& locations, const Wai
     for (const auto& location : locations)
         if (const auto& file = localFileUnder(location); file.getScheme() == "file")
             m_impl->files.insert(canonicalLocalFile(file));
-    // The set's order is the one order in which everybody locks.
+    std::map<LockOrder, StorageIRI> ordered;
     for (const auto& file : m_impl->files)
-        m_impl->locks.push_back(FileLock::acquire(file, onWaiting));
+        ordered.emplace(LockOrder(file), file);
+    for (const auto& entry : ordered)
+        m_impl->locks.push_back(FileLock::acquire(entry.second, onWaiting));
 }
 
 ContainerLock::~ContainerLock() = default;

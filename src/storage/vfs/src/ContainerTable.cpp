@@ -8,6 +8,7 @@
 #include <foundation/storage/provider/Exception.h>
 #include <foundation/storage/provider/IFlushable.h>
 #include <foundation/storage/provider/StorageItem.h>
+#include <storage/fileprovider/FileNumber.h>
 
 #include <algorithm>
 
@@ -15,6 +16,7 @@ namespace storage::vfs {
 
 using namespace foundation::storage::provider;
 using foundation::core::MutexLock;
+using storage::fileprovider::numberOfLinkedFile;
 
 namespace {
 
@@ -56,7 +58,7 @@ MountedContainer ContainerTable::mountLocked(const StorageIRI& location, Toleran
         local.summary.condition = ArchiveCondition::Sound;
         return local;
     }
-    const auto container = canonicalLocked(location.getContainer());
+    const auto container = knownLocked(canonicalLocked(location.getContainer()));
     const auto root = StorageIRI::inContainer(location.getScheme(), container, u"/");
     auto known = m_entries.find(root);
     if (known == m_entries.end())
@@ -94,6 +96,23 @@ StorageIRI ContainerTable::canonicalLocked(const StorageIRI& location) {
         return mounted.provider->getCanonicalLocation(location);
     return mounted.provider->getCanonicalLocation(
         StorageIRI::inContainer(location.getScheme(), mounted.container, location.getResolvedPath()));
+}
+
+StorageIRI ContainerTable::knownLocation(const StorageIRI& container) {
+    const MutexLock lock(m_mutex);
+    return knownLocked(container);
+}
+
+StorageIRI ContainerTable::knownLocked(const StorageIRI& container) {
+    const auto number = container.hasContainer() ? std::nullopt : numberOfLinkedFile(container);
+    if (!number)
+        return container;
+    for (const auto& [root, entry] : m_entries) {
+        const auto& known = entry.mounted.container;
+        if (!known.hasContainer() && (known == container || numberOfLinkedFile(known) == number))
+            return known;
+    }
+    return container;
 }
 
 void ContainerTable::markUnsaved(const StorageIRI& container) {

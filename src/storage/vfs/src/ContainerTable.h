@@ -14,7 +14,8 @@
 
 namespace storage::vfs {
 
-/// The containers in use: one provider for each canonical location. Threads: any; a mount holds up the
+/// The containers in use: one provider for each canonical location, and for each local file one, whatever its
+/// names. Threads: any; a mount holds up the
 /// others.
 class ContainerTable {
 public:
@@ -28,6 +29,11 @@ public:
     MountedContainer mount(const foundation::storage::provider::StorageIRI& location, Tolerance tolerance);
     foundation::storage::provider::StorageIRI
     canonicalLocation(const foundation::storage::provider::StorageIRI& location);
+
+    /// The location under which the table knows the file at `container`, which is canonical: that of another
+    /// of its names when it is mounted under that one.
+    foundation::storage::provider::StorageIRI
+    knownLocation(const foundation::storage::provider::StorageIRI& container);
 
     void markUnsaved(const foundation::storage::provider::StorageIRI& container);
 
@@ -52,6 +58,7 @@ private:
     MountedContainer mountLocked(const IRI& location, Tolerance tolerance) KX_REQUIRES(m_mutex);
     Entry makeEntry(const IRI& root, Tolerance tolerance) KX_REQUIRES(m_mutex);
     IRI canonicalLocked(const IRI& location) KX_REQUIRES(m_mutex);
+    IRI knownLocked(const IRI& container) KX_REQUIRES(m_mutex);
     /// Removes and returns the entries of a scope, inner ones first.
     std::vector<Entry> take(const IRI& container, Scope scope);
     static std::vector<CloseFailure> release(std::vector<Entry> entries);

@@ -18,12 +18,32 @@ using namespace foundation::storage::provider;
 
 namespace {
 
-/// The canonical location, or the location itself where what leads to it is gone.
-StorageIRI canonicalOrSame(ContainerTable& containers, const StorageIRI& location) {
+/// The location under which a container is known, or the location itself where what leads to it is gone.
+StorageIRI knownOrSame(ContainerTable& containers, const StorageIRI& location) {
     try {
-        return containers.canonicalLocation(location);
+        return containers.knownLocation(containers.canonicalLocation(location));
     } catch (const Exception&) {
         return location;
+    }
+}
+
+void writeEmptyArchive(IProvider& provider, const StorageIRI& location) {
+    std::array<char, records::endSize> end{};
+    for (std::size_t i = 0; i < 4; ++i)
+        end[i] = static_cast<char>((records::endSignature >> (8 * i)) & 0xffU);
+    const auto stream = provider.openStream(location, ByteStreamOpenOptions::overwrite());
+    stream->write(end.data(), static_cast<std::int64_t>(end.size()));
+    stream->close();
+}
+
+/// Another try would find a file that exists. What another program has put there meanwhile stays.
+void removeUnfinished(IProvider& provider, const StorageIRI& location) noexcept {
+    try {
+        if (const auto size = provider.getFileAttributes(location).getSize();
+            size && *size <= records::endSize)
+            provider.removeFile(location);
+    } catch (...) {
+        // The failure that is reported is the one that led here.
     }
 }
 
@@ -85,13 +105,19 @@ bool Vfs::isContainer(const StorageIRI& file) {
 
 void Vfs::createArchive(const StorageIRI& location) {
     const auto provider = mount(location).provider;
-    provider->createFile(location);
-    std::array<char, records::endSize> end{};
-    for (std::size_t i = 0; i < 4; ++i)
-        end[i] = static_cast<char>((records::endSignature >> (8 * i)) & 0xffU);
-    const auto stream = provider->openStream(location, ByteStreamOpenOptions::overwrite());
-    stream->write(end.data(), static_cast<std::int64_t>(end.size()));
-    stream->close();
+    if (provider->exists(location))
+        throw Exception(ErrorCode::AlreadyExists, location);
+    try {
+        provider->createFile(location);
+        writeEmptyArchive(*provider, location);
+    } catch (const Exception& failure) {
+        if (failure.getErrorCode() != ErrorCode::AlreadyExists)
+            removeUnfinished(*provider, location);
+        throw;
+    } catch (...) {
+        removeUnfinished(*provider, location);
+        throw;
+    }
 }
 
 void Vfs::close(const StorageIRI& container) {
@@ -105,11 +131,11 @@ std::vector<CloseFailure> Vfs::closeAll() {
 }
 
 void Vfs::markUnsaved(const StorageIRI& container) {
-    m_impl->containers.markUnsaved(canonicalOrSame(m_impl->containers, container));
+    m_impl->containers.markUnsaved(knownOrSame(m_impl->containers, container));
 }
 
 void Vfs::discard(const StorageIRI& container) {
-    m_impl->containers.discard(canonicalOrSame(m_impl->containers, container));
+    m_impl->containers.discard(knownOrSame(m_impl->containers, container));
 }
 
 void Vfs::watchContainers(SaveProgressCallback callback) {
@@ -117,12 +143,12 @@ void Vfs::watchContainers(SaveProgressCallback callback) {
 }
 
 std::vector<CloseFailure> Vfs::forget(const StorageIRI& container) {
-    return m_impl->containers.close(canonicalOrSame(m_impl->containers, container),
+    return m_impl->containers.close(knownOrSame(m_impl->containers, container),
                                     ContainerTable::Scope::SameAndInside);
 }
 
 std::vector<CloseFailure> Vfs::forgetInside(const StorageIRI& container) {
-    return m_impl->containers.close(canonicalOrSame(m_impl->containers, container),
+    return m_impl->containers.close(knownOrSame(m_impl->containers, container),
                                     ContainerTable::Scope::Inside);
 }
 
