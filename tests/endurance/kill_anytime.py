@@ -13,7 +13,6 @@ import os
 import pathlib
 import pwd
 import random
-import re
 import shutil
 import signal
 import stat
@@ -129,11 +128,19 @@ class Situation:
             found += [path for path in place.rglob("*") if not path.is_dir()]
         return found
 
-    def take_away_kept(self, message):
-        for kept in re.findall(r"is kept as (.*)", message):
-            folder = pathlib.Path(kept).parent
-            if folder != self.temporary:
-                shutil.rmtree(folder)
+    def take_away_kept(self, message, killed):
+        """A save that failed on the full disk keeps its archive, which must be whole, and says where. One that was
+        killed may have had no time to say it."""
+        for marker in self.temporary.glob("*/.keep"):
+            kept = list(marker.parent.glob("*sanitized.zip"))
+            if len(kept) != 1 or self.kind != "full-disk":
+                sys.exit(f"kept for no reason: {marker.parent}: {message}")
+            if not killed and f"is kept as {kept[0]}" not in message:
+                sys.exit(f"{kept[0]} was kept without a word: {message}")
+            problems = independent_readers.verdict_of(str(kept[0]))["problems"]
+            if problems:
+                sys.exit(f"the kept archive {kept[0]} is damaged: {problems}")
+            shutil.rmtree(marker.parent)
 
     def remove(self):
         if self.mounted:
@@ -269,12 +276,12 @@ def kill_one(situation, readings, changes, moments, before, unchanged):
         _, errors = process.communicate(timeout=moments.choose())
         killed = False
         moments.came_too_late(time.monotonic() - started)
-        situation.take_away_kept(errors.decode())
     except subprocess.TimeoutExpired:
         os.killpg(process.pid, signal.SIGKILL)
-        process.communicate()
+        _, errors = process.communicate()
         killed = process.returncode == -signal.SIGKILL
         moments.hit(situation.strays())
+    situation.take_away_kept(errors.decode(), killed)
     where = f"after {arguments[0]} was {'killed' if killed else 'done'} ({moments.delay:.3f} s)"
     # One other command looks at the archive; whatever has to be recovered is recovered by it.
     look = situation.start("ls", f"{situation.typed}/")
@@ -299,7 +306,7 @@ def run(situation, kills, generator):
     # A first change makes the archive one of the tool's own; it may fail where the disk is full.
     for name in ("first", "second"):
         started = time.monotonic()
-        situation.take_away_kept(finish(situation.start("mkdir", f"{situation.typed}/{name}")))
+        situation.take_away_kept(finish(situation.start("mkdir", f"{situation.typed}/{name}")), False)
     moments = Moments(generator, time.monotonic() - started)
     readings = Readings()
     before = readings.contents(situation.file)
