@@ -165,12 +165,12 @@ int SimulatedCrash::setMode(int file, mode_t mode) {
     return enter("setMode") ? SystemCalls::setMode(file, mode) : -1;
 }
 
-int SimulatedCrash::setAttribute(int file, const char* name, const void* value, std::size_t size) {
+int SimulatedCrash::setAttribute(int file, const char* name, const void* value, std::size_t size, int flags) {
     if (!m_attributes) {
         errno = ENOTSUP;
         return -1;
     }
-    return enter("setAttribute") ? SystemCalls::setAttribute(file, name, value, size) : -1;
+    return enter("setAttribute") ? SystemCalls::setAttribute(file, name, value, size, flags) : -1;
 }
 
 int SimulatedCrash::removeAttribute(int file, const char* name) {

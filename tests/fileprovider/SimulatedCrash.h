@@ -66,7 +66,7 @@ public:
     int unlink(const char* path) override;
     int setOwner(int file, uid_t user, gid_t group) override;
     int setMode(int file, mode_t mode) override;
-    int setAttribute(int file, const char* name, const void* value, std::size_t size) override;
+    int setAttribute(int file, const char* name, const void* value, std::size_t size, int flags) override;
     int removeAttribute(int file, const char* name) override;
 
 private:

@@ -108,6 +108,12 @@ TEST_F(ContentSamples, DoNotFitOtherContents) {
     }
 }
 
+TEST_F(ContentSamples, FitWhereTheNewContentsEndTooEarly) {
+    begin(sizes[4]);
+    m_newFile = fileWith("cut", "");
+    EXPECT_TRUE(fits(stoppedAfter(5000)));
+}
+
 TEST_F(ContentSamples, FitAnythingThatCannotBeRead) {
     begin(sizes[3]);
     std::ofstream(m_folder.file("closed")) << "foreign";

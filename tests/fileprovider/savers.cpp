@@ -2,6 +2,7 @@
 #include "SimulatedCrash.h"
 
 #include <cerrno>
+#include <chrono>
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -28,6 +29,8 @@ public:
     int unlinkError = 0;
     /// Called once, when a draft of a journal is made.
     std::function<void()> onDraft;
+    /// Called once, when space is reserved.
+    std::function<void()> onAllocate;
     /// Called once, before the first file is synced.
     std::function<void()> onSync;
 
@@ -44,6 +47,7 @@ public:
         return isJournal(to) && fails(installError) ? -1 : SystemCalls::renameToFree(from, to);
     }
     int allocate(int file, off_t position, off_t length) override {
+        callOnce(onAllocate);
         return fails(allocateError) ? -1 : SystemCalls::allocate(file, position, length);
     }
     int unlink(const char* path) override {
@@ -125,6 +129,69 @@ TEST_F(SeveralSavers, OneThatBeganBeforeTheOtherEndedDoesNotCutTheFileToItsForme
     calls->allocateError = 0;
     writeFile(*providerWith(calls), iri("a"), m_new);
     EXPECT_EQ(slurp(file("link")), m_new);
+    expectNothingLeft();
+}
+
+TEST_F(SeveralSavers, OneThatKeepsContentsRefusesWhenAnotherSaveEndsWhileItBegins) {
+    link();
+    const auto sameSize = randomBytes(m_old.size(), 4);
+    for (const bool interrupted : {true, false}) {
+        spit(file("a"), m_old);
+        const auto& other = interrupted ? m_new : sameSize;
+        const auto calls = std::make_shared<Interfering>();
+        calls->onDraft = [&] { interrupted ? stopBeforeFirst("copyRange", other) : save("a", other); };
+        expectError(ErrorCode::Busy, [&] {
+            writeFile(*providerWith(calls), iri("a"), "more", ByteStreamOpenOptions::append());
+        });
+        EXPECT_EQ(slurp(file("link")), other);
+        expectNothingLeft();
+    }
+}
+
+TEST_F(SeveralSavers, OneThatKeepsContentsGoesOnWhenAnotherSaveIsUndoneWhileItBegins) {
+    link();
+    const auto calls = std::make_shared<Interfering>();
+    calls->onDraft = [&] { stopBeforeFirst("setAttribute", m_new); };
+    writeFile(*providerWith(calls), iri("a"), "more", ByteStreamOpenOptions::append());
+    EXPECT_EQ(slurp(file("link")), m_old + "more");
+    expectNothingLeft();
+}
+
+TEST_F(SeveralSavers, OneThroughAnotherHardLinkDoesNotTakeTheFileFromTheOther) {
+    if (!setAttributeOf(file("a"), "user.kxvfs.save", "x")) {
+        GTEST_SKIP() << "no extended attributes";
+    }
+    link();
+    save("a", m_old);
+    ASSERT_EQ(slurp(file("link")), m_old);
+    for (const bool early : {true, false}) {
+        const auto calls = std::make_shared<Interfering>();
+        (early ? calls->onDraft : calls->onAllocate) = [&] { stopBeforeFirst("copyRange", m_new); };
+        writeFile(*providerWith(calls), iri("link"), m_other);
+        EXPECT_EQ(slurp(file("a")), m_other);
+        expectNothingLeft();
+        (early ? calls->onDraft : calls->onAllocate) = [&] { stopBeforeFirst("copyRange", m_new); };
+        expectError(ErrorCode::Busy, [&] {
+            writeFile(*providerWith(calls), iri("link"), "more", ByteStreamOpenOptions::append());
+        });
+        EXPECT_EQ(slurp(file("a")), m_new);
+        expectNothingLeft();
+    }
+}
+
+TEST_F(SeveralSavers, ASaveThatIsUndoneKeepsTheTimeOfModification) {
+    link();
+    const auto before = fs::last_write_time(file("a")) - std::chrono::hours(1);
+    fs::last_write_time(file("a"), before);
+    const auto calls = std::make_shared<Interfering>();
+    calls->onAllocate = [&] { calls->draftError = ENOSPC; };
+    expectError(ErrorCode::NoSpace, [&] { writeFile(*providerWith(calls), iri("a"), m_new); });
+    EXPECT_EQ(fs::last_write_time(file("a")), before);
+    stopBeforeFirst("setAttribute", m_new);
+    EXPECT_EQ(recover("a"), RecoveryOutcome::DiscardedUnfinishedSave);
+    EXPECT_EQ(fs::last_write_time(file("a")), before);
+    EXPECT_EQ(slurp(file("a")), m_old);
+    EXPECT_LT(statusOf(file("a")).st_blocks * 512, static_cast<off_t>(m_new.size()));
     expectNothingLeft();
 }
 

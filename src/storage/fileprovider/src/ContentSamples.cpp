@@ -109,7 +109,7 @@ private:
             return false;
         }
         const auto wanted = readStretch(m_environment, m_contents.newFile, begin, present->size());
-        if (!wanted || *wanted == *present) {
+        if (!wanted || wanted->size() < present->size() || *wanted == *present) {
             return true;
         }
         ++m_mixed;

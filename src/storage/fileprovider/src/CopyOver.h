@@ -5,6 +5,8 @@
 #include <storage/fileprovider/src/Journal.h>
 #include <storage/fileprovider/src/Staging.h>
 
+#include <sys/stat.h>
+
 #include <string>
 
 namespace storage::fileprovider {
@@ -25,13 +27,15 @@ namespace storage::fileprovider {
 ///
 /// Each step is on the medium before the next begins.
 ///
-/// `staging` is complete and synced; it is gone when this returns. Waits for, finishes or undoes an earlier
-/// copy-over of the same target.
+/// `staging` is complete and synced, `present` is the target as it was last looked at. Returns true when the
+/// new contents are in place and `staging` is gone. Returns false, with the target untouched, when it is not
+/// as `present` says, or another copy-over of it stood in the way, which was waited for, finished or undone:
+/// the caller is to look at the target again.
 /// Errors: the provider's Exception. Up to step 3 the target keeps its old contents and the staging file is
 /// the caller's to remove; afterwards (`begun` is true then) the staging file must stay, and the cause says
 /// so. Busy when the journal of an earlier save stands in the way and cannot be removed.
-void copyOver(const EnvironmentPtr& environment, const foundation::storage::provider::StorageIRI& iri,
-              const std::string& target, Staging& staging, bool& begun);
+bool copyOver(const EnvironmentPtr& environment, const foundation::storage::provider::StorageIRI& iri,
+              const std::string& target, const struct stat& present, Staging& staging, bool& begun);
 
 /// Opens the target for writing, and for reading where the user may; `errno` is set when that fails.
 Descriptor openToOverwrite(const EnvironmentPtr& environment, const std::string& target);
@@ -42,7 +46,8 @@ void finishCopyOver(const Environment& environment, const foundation::storage::p
                     const Journal& journal, const std::string& journalPath, int target, int stagingFile);
 
 /// Undoes what step 2 did to the target, and takes the mark away; the journal stays. What another program has
-/// put behind the old contents stays too. Returns 0 or an errno.
+/// put behind the old contents stays too, and so does the time of modification. Does nothing while the target
+/// carries the mark of another copy-over. Returns 0 or an errno.
 int restoreTarget(const Environment& environment, const Journal& journal, int target);
 
 /// Identifies the run of the system since it was started; empty when unknown.

@@ -2,6 +2,7 @@
 
 #include <storage/fileprovider/src/ContentSamples.h>
 #include <storage/fileprovider/src/Failure.h>
+#include <storage/fileprovider/src/FileIdentity.h>
 #include <storage/fileprovider/src/FileIo.h>
 #include <storage/fileprovider/src/LocalPath.h>
 #include <storage/fileprovider/src/Recoverer.h>
@@ -15,6 +16,7 @@
 #include <optional>
 #include <random>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace storage::fileprovider {
 
@@ -63,6 +65,12 @@ bool isSameJournal(const struct stat& a, const struct stat& b) {
            a.st_ctim.tv_nsec == b.st_ctim.tv_nsec;
 }
 
+bool hasSpaceBehindItsEnd(const struct stat& status) {
+    constexpr off_t blockCountUnit = 512;
+    const auto block = std::max<off_t>(status.st_blksize, blockCountUnit);
+    return status.st_blocks * blockCountUnit > (status.st_size + block - 1) / block * block;
+}
+
 /// One copy-over from step 1 to step 3.
 class CopyOver {
 public:
@@ -70,14 +78,16 @@ public:
         Done,
         /// The journal of another copy-over stands in the way.
         Occupied,
-        /// Another copy-over has ended meanwhile.
+        /// Another copy-over has ended meanwhile, or another program has written the target.
         TargetChanged,
+        /// The target carries the mark of another copy-over, which has come through another hard link.
+        Marked,
     };
 
     CopyOver(const EnvironmentPtr& environment, const StorageIRI& iri, const std::string& target,
-             Staging& staging)
-        : m_environment(environment), m_iri(iri), m_targetPath(target), m_staging(staging),
-          m_journalPath(staging.names.journal()) {}
+             const struct stat& present, Staging& staging)
+        : m_environment(environment), m_iri(iri), m_targetPath(target), m_present(present),
+          m_staging(staging), m_journalPath(staging.names.journal()) {}
 
     void openTarget() {
         m_target = openToOverwrite(m_environment, m_targetPath);
@@ -123,11 +133,10 @@ public:
             static_cast<void>(removeJournal());
             throwJournalError(error);
         }
-        if (!isTargetAsItWas()) {
-            if (error = removeJournal(); error != 0) {
-                throwJournalError(error);
-            }
-            return Begin::TargetChanged;
+        const bool marked = TargetMark::read(m_target.get()).has_value();
+        if (marked || !isTargetAsItWas()) {
+            giveWay();
+            return marked ? Begin::Marked : Begin::TargetChanged;
         }
         return Begin::Done;
     }
@@ -135,6 +144,7 @@ public:
     /// Step 2.
     void reserveSpace() {
         int error = reserve(*m_environment, m_target.get(), m_journal.newSize);
+        keepModified(m_target.get(), m_present);
         if (error == EOPNOTSUPP) {
             error = m_journal.newSize > m_journal.oldSize ? grow() : 0;
         }
@@ -144,11 +154,17 @@ public:
         }
     }
 
-    /// Step 3. `begun` becomes true when the step failed and could not be undone either.
-    void markTarget(bool& begun) {
+    /// Step 3. Returns false when another copy-over was faster. `begun` becomes true when the step failed and
+    /// could not be undone either.
+    bool markTarget(bool& begun) {
         m_journal.oldSamples =
             sampleContents(*m_environment, m_target.get(), m_journal.oldSize, m_journal.newSize);
-        m_journal.marked = TargetMark{m_journal.id, m_journalPath}.set(*m_environment, m_target.get());
+        const int markError = TargetMark{m_journal.id, m_journalPath}.set(*m_environment, m_target.get());
+        if (markError == EEXIST) {
+            giveWay();
+            return false;
+        }
+        m_journal.marked = markError == 0;
         const auto before = m_journal.phase;
         int error = syncFile(*m_environment, m_target.get());
         if (error == 0) {
@@ -161,6 +177,7 @@ public:
             begun = undo() != 0;
             throwJournalError(error);
         }
+        return true;
     }
 
     void finish() {
@@ -171,9 +188,16 @@ private:
     /// Before the journal stood, another saver may have been at work on the target.
     bool isTargetAsItWas() const {
         struct stat status {};
-        return ::fstat(m_target.get(), &status) == 0 &&
+        return ::fstat(m_target.get(), &status) == 0 && isSameState(status, m_present) &&
                static_cast<std::uint64_t>(status.st_size) == m_journal.oldSize &&
                isSameFile(m_target.get(), m_targetPath);
+    }
+
+    /// What was done to the target is left to the copy-over that has it.
+    void giveWay() {
+        if (const int error = removeJournal(); error != 0) {
+            throwJournalError(error);
+        }
     }
 
     int grow() {
@@ -216,6 +240,7 @@ private:
     const EnvironmentPtr& m_environment;
     const StorageIRI& m_iri;
     const std::string& m_targetPath;
+    const struct stat& m_present;
     Staging& m_staging;
     const std::string m_journalPath;
     Descriptor m_target;
@@ -241,26 +266,39 @@ void settleEarlierSave(const EnvironmentPtr& environment, const StorageIRI& iri,
                     journalPath));
 }
 
+/// The same for the save whose mark the target carries.
+void settleMarkedSave(const EnvironmentPtr& environment, const StorageIRI& iri, const std::string& target) {
+    if (::faccessat(AT_FDCWD, target.c_str(), R_OK, AT_EACCESS) != 0) {
+        throw Exception(ErrorCode::Busy, iri,
+                        "the file is being saved through another hard link, or a save of it was interrupted; "
+                        "only who may read the file can tell which");
+    }
+    static_cast<void>(Recoverer(environment, iri, target).recoverAll());
+}
+
 } // namespace
 
-void copyOver(const EnvironmentPtr& environment, const StorageIRI& iri, const std::string& target,
-              Staging& staging, bool& begun) {
-    for (;;) {
-        CopyOver step(environment, iri, target, staging);
-        step.openTarget();
-        const auto begin = step.writeJournal();
-        if (begin == CopyOver::Begin::Occupied) {
-            settleEarlierSave(environment, iri, target, staging.names.journal());
-        }
-        if (begin != CopyOver::Begin::Done) {
-            continue;
-        }
+bool copyOver(const EnvironmentPtr& environment, const StorageIRI& iri, const std::string& target,
+              const struct stat& present, Staging& staging, bool& begun) {
+    CopyOver step(environment, iri, target, present, staging);
+    step.openTarget();
+    auto begin = step.writeJournal();
+    if (begin == CopyOver::Begin::Done) {
         step.reserveSpace();
-        step.markTarget(begun);
-        begun = true;
-        step.finish();
-        return;
+        begin = step.markTarget(begun) ? begin : CopyOver::Begin::Marked;
     }
+    if (begin == CopyOver::Begin::Occupied) {
+        settleEarlierSave(environment, iri, target, staging.names.journal());
+    }
+    if (begin == CopyOver::Begin::Marked) {
+        settleMarkedSave(environment, iri, target);
+    }
+    if (begin != CopyOver::Begin::Done) {
+        return false;
+    }
+    begun = true;
+    step.finish();
+    return true;
 }
 
 Descriptor openToOverwrite(const EnvironmentPtr& environment, const std::string& target) {
@@ -302,15 +340,19 @@ int restoreTarget(const Environment& environment, const Journal& journal, int ta
     if (::fstat(target, &status) != 0) {
         return errno;
     }
+    if (const auto mark = TargetMark::read(target); mark && mark->id != journal.id) {
+        return 0;
+    }
     const auto size = static_cast<std::uint64_t>(status.st_size);
     std::optional<bool> grew = false;
     if (journal.phase == CopyOverPhase::Growing && size > journal.oldSize && size <= journal.newSize) {
         grew = isZeroFrom(environment, target, journal.oldSize);
     }
     int error = grew ? 0 : errno;
-    if (error == 0 && (*grew || (size == journal.oldSize && journal.newSize > size))) {
+    if (error == 0 && (*grew || (size == journal.oldSize && hasSpaceBehindItsEnd(status)))) {
         // Cutting to the present size gives back what is reserved behind it.
         error = setSize(environment, target, journal.oldSize);
+        keepModified(target, status);
     }
     if (error == 0) {
         error = TargetMark::remove(environment, target, journal.id);

@@ -92,7 +92,7 @@ void putAttributes(const Environment& environment, int file, const Attributes& w
         const auto found = present.find(name);
         if (found == present.end() || found->second != value) {
             static_cast<void>(
-                environment.calls->setAttribute(file, name.c_str(), value.data(), value.size()));
+                environment.calls->setAttribute(file, name.c_str(), value.data(), value.size(), 0));
         }
     }
 }
@@ -128,6 +128,11 @@ bool transferIdentity(const Environment& environment, const std::string& target,
     const mode_t mode = S_IRUSR | S_IWUSR | (modeSaysAll ? wanted.st_mode & readWriteBits : 0);
     static_cast<void>(environment.calls->setMode(staging, mode));
     return false;
+}
+
+bool isSameState(const struct stat& a, const struct stat& b) noexcept {
+    return a.st_dev == b.st_dev && a.st_ino == b.st_ino && a.st_size == b.st_size &&
+           a.st_mtim.tv_sec == b.st_mtim.tv_sec && a.st_mtim.tv_nsec == b.st_mtim.tv_nsec;
 }
 
 } // namespace storage::fileprovider

@@ -2,6 +2,8 @@
 
 #include <storage/fileprovider/src/Environment.h>
 
+#include <sys/stat.h>
+
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -31,6 +33,8 @@ std::optional<bool> isZeroFrom(const Environment& environment, int file, std::ui
 /// When the file was made, in nanoseconds since 1970; 0 where the file system does not tell.
 std::uint64_t birthTimeOf(int file);
 int setSize(const Environment& environment, int file, std::uint64_t size);
+/// Gives the file the time of modification that `before` has, where the user may.
+void keepModified(int file, const struct stat& before) noexcept;
 /// Waits until the file is on the medium, when the environment syncs at all.
 int syncFile(const Environment& environment, int file);
 /// The same for the names in a folder. A file system that cannot sync folders is taken to need none.

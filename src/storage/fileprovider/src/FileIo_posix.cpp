@@ -183,6 +183,16 @@ int setSize(const Environment& environment, int file, std::uint64_t size) {
                                                                                                      : errno;
 }
 
+void keepModified(int file, const struct stat& before) noexcept {
+    struct stat status {};
+    if (::fstat(file, &status) != 0 || (status.st_mtim.tv_sec == before.st_mtim.tv_sec &&
+                                        status.st_mtim.tv_nsec == before.st_mtim.tv_nsec)) {
+        return;
+    }
+    const struct timespec times[] = {{0, UTIME_OMIT}, before.st_mtim};
+    static_cast<void>(::futimens(file, times));
+}
+
 int syncFile(const Environment& environment, int file) {
     if (!environment.sync) {
         return 0;

@@ -58,7 +58,8 @@ private:
     void fillFromTarget();
     /// Returns false when a file has come into the way.
     bool commitNewFile();
-    /// Returns false when another file has come into the target's place, or it has other permissions.
+    /// Returns false when another file has come into the target's place, when it has other permissions, and
+    /// when it has changed or was being saved by another.
     bool commitReplacement(const struct stat& target);
     void requireUnchanged(const struct stat& target) const;
     bool replaceByRenaming();

@@ -32,11 +32,6 @@ const foundation::log::basic_diagnostic_logger& logger() {
     return instance;
 }
 
-bool isSameState(const struct stat& a, const struct stat& b) {
-    return a.st_dev == b.st_dev && a.st_ino == b.st_ino && a.st_size == b.st_size &&
-           a.st_mtim.tv_sec == b.st_mtim.tv_sec && a.st_mtim.tv_nsec == b.st_mtim.tv_nsec;
-}
-
 /// Whether a file that was given the identity of one has that of the other too.
 bool isSameIdentity(const struct stat& a, const struct stat& b) {
     return a.st_dev == b.st_dev && a.st_ino == b.st_ino && a.st_mode == b.st_mode && a.st_uid == b.st_uid &&
@@ -208,7 +203,9 @@ bool SaveTransaction::commitReplacement(const struct stat& target) {
     KX_LOG(logger()) << " target=" << m_target << " way=overwrite";
     bool begun = false;
     try {
-        copyOver(m_environment, m_iri, m_target, *m_staging, begun);
+        if (!copyOver(m_environment, m_iri, m_target, *present, *m_staging, begun)) {
+            return false;
+        }
     } catch (...) {
         if (begun) {
             m_staging.reset();

@@ -53,7 +53,7 @@ public:
     /// fchmod.
     virtual int setMode(int file, mode_t mode);
     /// fsetxattr.
-    virtual int setAttribute(int file, const char* name, const void* value, std::size_t size);
+    virtual int setAttribute(int file, const char* name, const void* value, std::size_t size, int flags);
     /// fremovexattr.
     virtual int removeAttribute(int file, const char* name);
 };

@@ -102,8 +102,8 @@ int SystemCalls::setMode(int file, mode_t mode) {
     return ::fchmod(file, mode);
 }
 
-int SystemCalls::setAttribute(int file, const char* name, const void* value, std::size_t size) {
-    return ::fsetxattr(file, name, value, size, 0);
+int SystemCalls::setAttribute(int file, const char* name, const void* value, std::size_t size, int flags) {
+    return ::fsetxattr(file, name, value, size, flags);
 }
 
 int SystemCalls::removeAttribute(int file, const char* name) {

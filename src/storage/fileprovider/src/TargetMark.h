@@ -20,8 +20,10 @@ struct TargetMark {
 
     /// Disengaged without a mark, and for one that names no journal.
     static std::optional<TargetMark> read(const std::string& target);
-    /// Whether the file was marked.
-    bool set(const Environment& environment, int target) const;
+    /// The same; also disengaged for a file that is not open for reading.
+    static std::optional<TargetMark> read(int target);
+    /// Never replaces another mark. Returns 0 or an errno; EEXIST when there is one.
+    int set(const Environment& environment, int target) const;
     /// Removes the mark of the save with this id; that of another one stays. Returns 0 or an errno; a missing
     /// mark is no error.
     static int remove(const Environment& environment, int target, std::string_view id);

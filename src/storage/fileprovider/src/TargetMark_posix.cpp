@@ -23,10 +23,11 @@ std::optional<TargetMark> parse(std::string value, ssize_t size) {
     return TargetMark{value.substr(0, colon), value.substr(colon + 1)};
 }
 
-std::optional<TargetMark> readOpen(int target) {
+/// Whether the attribute is there, but names no journal.
+bool isMeaningless(int target) {
     std::string value(largestValue, '\0');
     const auto size = ::fgetxattr(target, TargetMark::attributeName, value.data(), value.size());
-    return parse(std::move(value), size);
+    return (size >= 0 || errno == ERANGE) && !parse(std::move(value), size);
 }
 
 } // namespace
@@ -37,14 +38,26 @@ std::optional<TargetMark> TargetMark::read(const std::string& target) {
     return parse(std::move(value), size);
 }
 
-bool TargetMark::set(const Environment& environment, int target) const {
+std::optional<TargetMark> TargetMark::read(int target) {
+    std::string value(largestValue, '\0');
+    const auto size = ::fgetxattr(target, attributeName, value.data(), value.size());
+    return parse(std::move(value), size);
+}
+
+int TargetMark::set(const Environment& environment, int target) const {
     const auto value = id + ':' + journalPath;
-    return environment.calls->setAttribute(target, attributeName, value.data(), value.size()) == 0;
+    const auto setWith = [&](int flags) {
+        return environment.calls->setAttribute(target, attributeName, value.data(), value.size(), flags) == 0
+                   ? 0
+                   : errno;
+    };
+    const int error = setWith(XATTR_CREATE);
+    return error == EEXIST && isMeaningless(target) ? setWith(0) : error;
 }
 
 int TargetMark::remove(const Environment& environment, int target, std::string_view id) {
     // Who may write the file but not read it cannot see whose mark it is.
-    if (const auto present = readOpen(target); present && present->id != id) {
+    if (const auto present = read(target); present && present->id != id) {
         return 0;
     }
     if (environment.calls->removeAttribute(target, attributeName) == 0 || errno == ENODATA ||
