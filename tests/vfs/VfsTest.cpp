@@ -5,6 +5,7 @@
 #include <storage/vfs/ChangeSession.h>
 #include <support/FaultInjectingProvider.h>
 #include <support/FaultPlan.h>
+#include <support/ForwardingProvider.h>
 #include <support/archives/IndependentReaders.h>
 
 #include <cstdlib>
@@ -254,6 +255,34 @@ TEST_F(VfsTest, AnArchiveThatCouldNotBeMadeIsNotThere) {
     }
     vfs.createArchive(folder.iri("new.zip"));
     EXPECT_EQ(verifyArchive(folder.file("new.zip")).problems(), "");
+}
+
+TEST_F(VfsTest, AFileOfAnotherProgramOutlivesAnArchiveThatCouldNotBeMade) {
+    /// Another program makes the file, while the provider can make none.
+    class Overtaken final : public ForwardingProvider {
+    public:
+        Overtaken(std::shared_ptr<foundation::storage::provider::IProvider> target,
+                  std::filesystem::path file)
+            : ForwardingProvider(std::move(target)), m_file(std::move(file)) {}
+
+    protected:
+        void doCreateFile(const StorageIRI& location) override {
+            std::ofstream(m_file).close();
+            throw foundation::storage::provider::Exception(ErrorCode::NoSpace, location);
+        }
+
+    private:
+        const std::filesystem::path m_file;
+    };
+    const auto file = folder.file("new.zip");
+    Vfs::Options options;
+    options.localFiles =
+        std::make_shared<Overtaken>(storage::fileprovider::LocalFileProvider::create(), file);
+    Vfs vfs(options);
+    EXPECT_EQ(exceptionOf([&] { vfs.createArchive(folder.iri("new.zip")); }).getErrorCode(),
+              ErrorCode::NoSpace);
+    EXPECT_TRUE(std::filesystem::exists(file));
+    std::filesystem::remove(file);
 }
 
 TEST_F(VfsTest, AnInnerArchiveThatCouldNotBeMadeIsNotThere) {

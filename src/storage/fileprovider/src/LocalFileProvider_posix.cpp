@@ -95,6 +95,7 @@ void LocalFileProvider::doCreateFile(const StorageIRI& location) {
         throwSystemError(location, errno);
     }
     if (const int error = file.close(); error != 0) {
+        m_environment->calls->unlink(path.c_str());
         throwSystemError(location, error);
     }
 }

@@ -107,15 +107,20 @@ void Vfs::createArchive(const StorageIRI& location) {
     const auto provider = mount(location).provider;
     if (provider->exists(location))
         throw Exception(ErrorCode::AlreadyExists, location);
+    // A container may keep a new entry whose saving failed. Of local files only what was made here is known
+    // not to be another program's.
+    bool mayBeLeft = location.hasContainer();
     try {
         provider->createFile(location);
+        mayBeLeft = true;
         writeEmptyArchive(*provider, location);
     } catch (const Exception& failure) {
-        if (failure.getErrorCode() != ErrorCode::AlreadyExists)
+        if (mayBeLeft && failure.getErrorCode() != ErrorCode::AlreadyExists)
             removeUnfinished(*provider, location);
         throw;
     } catch (...) {
-        removeUnfinished(*provider, location);
+        if (mayBeLeft)
+            removeUnfinished(*provider, location);
         throw;
     }
 }
