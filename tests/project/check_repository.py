@@ -24,6 +24,7 @@ FORBIDDEN_INCLUDES = {
     "src/storage/zipprovider/": r"(storage/(vfs|fileprovider)|apps)/",
     "src/storage/fileprovider/": r"(storage/(vfs|zipprovider)|apps|cppmicroservices|microservices)/",
     "src/storage/vfs/": r"(storage/zipprovider|apps)/",
+    "src/storage/mount/": r"(storage/(zipprovider|fileprovider)|apps|cppmicroservices|microservices)/",
     "src/apps/": r"storage/(zipprovider|fileprovider)/",
 }
 

@@ -113,9 +113,10 @@ int main(int count, char** arguments) {
     TemporarySpace::removeAbandoned();
     holdSignals();
     TemporarySpace temporary;
-    endOnSignals([folder = temporary.folder()] {
-        return Remains{folder, locationsBeingSaved(), ProgressLine::isShown()};
-    });
+    if (!chosen->command->endsItself())
+        endOnSignals([folder = temporary.folder()] {
+            return Remains{folder, locationsBeingSaved(), ProgressLine::isShown()};
+        });
     const int status = guardedRun(*chosen, line.options());
     for (const auto& rescued : temporary.keepRescued())
         fmt::print(stderr, "kxvfs: {}: the archive that could not be put in place is kept as {}\n",

@@ -21,6 +21,8 @@ extern const CommandRow createRow;
 extern const CommandRow checkRow;
 extern const CommandRow batchRow;
 extern const CommandRow recoverRow;
+extern const CommandRow mountRow;
+extern const CommandRow umountRow;
 extern const CommandRow providersRow;
 
 } // namespace apps::kxvfs

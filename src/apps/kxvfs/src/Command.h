@@ -25,6 +25,8 @@ public:
     virtual void run(Session& session) = 0;
     /// Whether local files that it writes must be on the storage medium before it goes on.
     virtual bool needsDurableFiles() const { return false; }
+    /// Whether it ends by itself when a signal asks for that (waitForSignal), instead of being ended.
+    virtual bool endsItself() const { return false; }
 };
 
 /// A row of the table that the command line, the help and the manual page are made from.

@@ -5,9 +5,9 @@
 namespace apps::kxvfs {
 
 std::span<const CommandRow> commandTable() {
-    static const std::array rows{lsRow,     treeRow,  findRow,  duRow,      statRow,     catRow,
-                                 cpRow,     writeRow, mvRow,    rmRow,      mkdirRow,    touchRow,
-                                 createRow, checkRow, batchRow, recoverRow, providersRow};
+    static const std::array rows{lsRow,    treeRow,    findRow,  duRow,     statRow,     catRow,    cpRow,
+                                 writeRow, mvRow,      rmRow,    mkdirRow,  touchRow,    createRow, checkRow,
+                                 batchRow, recoverRow, mountRow, umountRow, providersRow};
     return rows;
 }
 

@@ -34,6 +34,10 @@ void holdSignals();
 /// before it is made. Call it once.
 void endOnSignals(std::function<Remains()> remains);
 
+/// For a command that ends in its own way: waits for one of these signals, which no endOnSignals may be there
+/// to receive.
+void waitForSignal();
+
 /// Writing to a pipe that nobody reads gives an error instead of ending the process.
 void ignoreBrokenPipes();
 

@@ -120,6 +120,13 @@ void endOnSignals(std::function<Remains()> remains) {
     }).detach();
 }
 
+void waitForSignal() {
+    const auto signals = endingSignals();
+    int signal = 0;
+    while (sigwait(&signals, &signal) != 0) {
+    }
+}
+
 void ignoreBrokenPipes() {
     std::signal(SIGPIPE, SIG_IGN);
 }

@@ -24,6 +24,9 @@ public:
     /// as one to keep.
     std::vector<std::filesystem::path> keepRescued();
 
+    /// The same files, of the folder in use, without marking it.
+    static std::vector<std::filesystem::path> rescued();
+
     /// Removes the folder with all in it, unless it is one to keep.
     void remove() const noexcept { removeLeft(m_folder); }
     /// The same for the folder of a process that has ended. One that is none, or is another user's, is left

@@ -100,21 +100,26 @@ TemporarySpace::~TemporarySpace() {
         close(m_lock);
 }
 
-std::vector<fs::path> TemporarySpace::keepRescued() {
-    std::vector<fs::path> rescued;
-    if (m_folder.empty())
-        return rescued;
+std::vector<fs::path> TemporarySpace::rescued() {
+    std::vector<fs::path> found;
     std::error_code failure;
-    for (const auto& entry : fs::directory_iterator(m_folder, failure))
+    for (const auto& entry : fs::directory_iterator(fs::temp_directory_path(failure), failure))
         if (entry.path().filename().native().ends_with(rescuedEnding))
-            rescued.push_back(entry.path());
-    if (!rescued.empty()) {
+            found.push_back(entry.path());
+    return found;
+}
+
+std::vector<fs::path> TemporarySpace::keepRescued() {
+    if (m_folder.empty())
+        return {};
+    const auto kept = rescued();
+    if (!kept.empty()) {
         const int marker =
             open((m_folder / keepName).c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, S_IRUSR | S_IWUSR);
         if (marker >= 0)
             close(marker);
     }
-    return rescued;
+    return kept;
 }
 
 void TemporarySpace::removeLeft(const fs::path& folder) noexcept {
