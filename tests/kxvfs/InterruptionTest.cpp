@@ -38,6 +38,34 @@ protected:
             .exitCode;
     }
 
+    /// Starts the cleaning up after SIGTERM with the signals pending that `pending`, in Python, sends to its own
+    /// process. Prints whether it has ended after a while, then how it ends by SIGINT.
+    ProcessResult signalTheCleaningUp(const std::string& pending) const {
+        // A terminal whose output is stopped holds up the last step of the cleaning up.
+        save("second.py", R"(
+import os, pty, signal, subprocess, termios, time
+master, slave = pty.openpty()
+termios.tcflow(slave, termios.TCOOFF)
+def prepare():
+    signal.pthread_sigmask(signal.SIG_BLOCK, {signal.SIGINT, signal.SIGTERM})
+    )" + pending + R"(
+tool = subprocess.Popen([os.environ['KXVFS'], '--finish-interrupted-run', '15', 'line', ''],
+                        stderr=slave, preexec_fn=prepare)
+time.sleep(0.6)
+print(tool.poll())
+for attempt in range(40):
+    tool.send_signal(signal.SIGINT)
+    try:
+        print(tool.wait(0.5))
+        break
+    except subprocess.TimeoutExpired:
+        pass
+)");
+        auto with = options();
+        with.environment.emplace_back("KXVFS", binary());
+        return runProcess({"python3", "second.py"}, with);
+    }
+
     /// The archive is whole, with or without the new file, and nothing but it and new.txt is in the folder.
     void expectWhole(const std::string& when) const {
         const auto found = names("big.zip");
@@ -84,23 +112,15 @@ TEST_F(InterruptionTest, WhatAKilledProcessLeftIsRemovedByTheNextRun) {
 TEST_F(InterruptionTest, ASecondSignalDoesNotWaitForTheCleaningUp) {
     if (!programExists("python3"))
         GTEST_SKIP() << "python3 is not installed";
-    // A terminal whose output is stopped holds up the last step of the cleaning up.
-    save("second.py", R"(
-import os, pty, signal, subprocess, termios, time
-master, slave = pty.openpty()
-termios.tcflow(slave, termios.TCOOFF)
-def block():
-    signal.pthread_sigmask(signal.SIG_BLOCK, {signal.SIGINT, signal.SIGTERM})
-tool = subprocess.Popen([os.environ['KXVFS'], '--finish-interrupted-run', '15', 'line', ''],
-                        stderr=slave, preexec_fn=block)
-time.sleep(0.6)
-print(tool.poll())
-tool.send_signal(signal.SIGINT)
-print(tool.wait(20))
-)");
-    auto with = options();
-    with.environment.emplace_back("KXVFS", binary());
-    const auto result = runProcess({"python3", "second.py"}, with);
+    const auto result = signalTheCleaningUp("");
+    EXPECT_EQ(result.output, "None\n-2\n") << result.errors;
+}
+
+TEST_F(InterruptionTest, ASignalThatComesTwiceAtOnceIsOneRequest) {
+    if (!programExists("python3"))
+        GTEST_SKIP() << "python3 is not installed";
+    const auto result = signalTheCleaningUp("os.kill(os.getpid(), signal.SIGINT)\n"
+                                            "    os.kill(os.getpid(), signal.SIGTERM)");
     EXPECT_EQ(result.output, "None\n-2\n") << result.errors;
 }
 

@@ -28,8 +28,9 @@ void holdSignals();
 /// Ends the process when one of these signals asks for it. Nothing of the work under way is waited for: the
 /// process replaces its image by a fresh one, which ends every thread at the instruction it is at, so that
 /// nothing can be made any more; the fresh image removes `remains()` and ends by the signal. What was not
-/// saved by then is dropped and the old archive stands. A second signal a moment later ends it at once; the
-/// next run removes what is left then.
+/// saved by then is dropped and the old archive stands. A second signal ends it at once, and the next run
+/// removes what is left then; one within a quarter of a second counts as the same request, as some senders
+/// signal a process and its group.
 /// `remains` runs on a thread of its own, while all others go on; whatever they make must be known to it
 /// before it is made. Call it once.
 void endOnSignals(std::function<Remains()> remains);

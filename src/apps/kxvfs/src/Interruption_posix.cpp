@@ -29,14 +29,16 @@ constexpr int firstFile = 3;
 
 /// Some senders signal a process and its group, so it gets one signal twice. One that comes later than this
 /// is from somebody who does not want to wait.
-constexpr auto sameRequest = 250ms;
+constexpr std::chrono::nanoseconds sameRequest = 250ms;
+static_assert(sameRequest < 1s, "dropSignals waits for a part of a second");
 
 [[noreturn]] void endBySignal(int signal) {
     sigset_t only;
     sigemptyset(&only);
     sigaddset(&only, signal);
     std::signal(signal, SIG_DFL);
-    kill(getpid(), signal);
+    // To this thread: what goes to the process may be taken by another one that waits for signals.
+    std::raise(signal);
     pthread_sigmask(SIG_UNBLOCK, &only, nullptr);
     _exit(128 + signal);
 }
@@ -69,10 +71,19 @@ void becomeCleaner(int signal, const Remains& remains) {
     execv("/proc/self/exe", arguments.data());
 }
 
+/// Takes those that come within `time`, and those that wait already.
+void dropSignals(const sigset_t& signals, std::chrono::nanoseconds time) {
+    const auto end = std::chrono::steady_clock::now() + time;
+    for (auto left = time; left > 0ns; left = end - std::chrono::steady_clock::now()) {
+        const timespec limit{0, static_cast<long>(left.count())};
+        sigtimedwait(&signals, nullptr, &limit);
+    }
+}
+
 void letFurtherSignalsEndTheProcess() {
     std::thread([] {
-        std::this_thread::sleep_for(sameRequest);
         const auto signals = endingSignals();
+        dropSignals(signals, sameRequest);
         pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
         std::this_thread::sleep_for(1h);
     }).detach();
