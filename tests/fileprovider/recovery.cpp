@@ -240,6 +240,32 @@ TEST_F(LocalFileRecovery, UndoingOneSaveLeavesTheMarkOfAnother) {
     EXPECT_EQ(attributeOf(file("a"), markName), mark);
 }
 
+TEST_F(LocalFileRecovery, WhoMayNotWriteTheFileReadsItsOldContentsBeforeTheyAreTouched) {
+    const auto calls = makeCalls();
+    calls->crashBeforeFirst("rename");
+    EXPECT_THROW(writeFile(*LocalFileProvider::create(options(calls)), iri("a"), m_new), Exception);
+    ASSERT_TRUE(calls->crashed());
+    if (!isSuperuser() || attributeOf(file("a"), markName).empty()) {
+        GTEST_SKIP() << "needs the superuser and a file system with extended attributes";
+    }
+    ASSERT_EQ(::chmod(folder().c_str(), 0755), 0);
+    OtherProcess reader([&] { return read("a"); }, stranger);
+    EXPECT_EQ(reader.result(), m_old);
+    OtherProcess recoverer(
+        [&] {
+            const auto report = recoverFile(iri("a"), options());
+            return std::string(report.outcome == RecoveryOutcome::LeftAlone ? "left alone: " : "") +
+                   report.details.at(0);
+        },
+        stranger);
+    const auto text = recoverer.result();
+    EXPECT_EQ(text.find("left alone: "), 0U) << text;
+    EXPECT_NE(text.find(journal().string()), std::string::npos) << text;
+    EXPECT_EQ(recover("a"), RecoveryOutcome::DiscardedUnfinishedSave);
+    EXPECT_EQ(attributeOf(file("a"), markName), "");
+    expectNothingLeft();
+}
+
 TEST_F(LocalFileRecovery, DoesNotTrustTheJournalOfAStranger) {
     if (!isSuperuser()) {
         GTEST_SKIP() << "only the superuser may give files away";

@@ -320,6 +320,21 @@ TEST_F(SeveralSavers, AFileMovedOverOneWithAnInterruptedSaveCanBeSaved) {
     expectNothingLeft();
 }
 
+TEST_F(SeveralSavers, WhatCannotBeMadeWholeCanBeReplaced) {
+    using foundation::storage::provider::MoveOption;
+    link();
+    stopBeforeFirst("copyRange", m_new);
+    fs::remove(file(".a.kxvfs-new0"));
+    expectError(ErrorCode::LocalFileSystem, [&] { read("a"); });
+    spit(file("b"), "moved");
+    files().moveFile(iri("b"), iri("a"), MoveOption::ReplaceExisting);
+    EXPECT_EQ(read("a"), "moved");
+    EXPECT_FALSE(fs::exists(file("b")));
+    fs::create_directory(file("f"));
+    files().moveFolder(iri("f"), iri("link"), MoveOption::ReplaceExisting);
+    EXPECT_TRUE(fs::is_directory(file("link")));
+}
+
 TEST_F(SeveralSavers, AFolderMovedOverAFileWithAnInterruptedSaveLeavesTheOtherLinkWhole) {
     using foundation::storage::provider::MoveOption;
     link();

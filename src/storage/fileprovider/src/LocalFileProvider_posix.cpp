@@ -73,6 +73,18 @@ void settleInterruptedSave(const EnvironmentPtr& environment, const StorageIRI& 
     }
 }
 
+/// The same for a file that is about to be replaced: one that nothing can make whole is no loss.
+void settleReplaced(const EnvironmentPtr& environment, const StorageIRI& iri, const std::string& path,
+                    const Status& status) {
+    try {
+        settleInterruptedSave(environment, iri, path, status);
+    } catch (const Exception& failure) {
+        if (failure.getErrorCode() != ErrorCode::LocalFileSystem) {
+            throw;
+        }
+    }
+}
+
 } // namespace
 
 LocalFileProvider::LocalFileProvider(const LocalFileOptions& options)
@@ -168,7 +180,7 @@ void LocalFileProvider::doMoveFile(const StorageIRI& source, const StorageIRI& d
         throwSystemError(destination, EEXIST);
     }
     settleInterruptedSave(m_environment, source, from, fromStatus);
-    settleInterruptedSave(m_environment, destination, to, toStatus);
+    settleReplaced(m_environment, destination, to, toStatus);
     if (isSameItem(fromStatus, toStatus)) {
         // The system leaves both names of one file as they are.
         if (placeOf(from) != placeOf(to) && m_environment->calls->unlink(from.c_str()) != 0) {
@@ -211,7 +223,7 @@ void LocalFileProvider::doMoveFolder(const StorageIRI& source, const StorageIRI&
     }
     int result = 0;
     if (toStatus) {
-        settleInterruptedSave(m_environment, destination, to, toStatus);
+        settleReplaced(m_environment, destination, to, toStatus);
         // The system puts no folder in a file's place, so the two change places, and the file goes.
         result = m_environment->calls->exchange(from.c_str(), to.c_str());
         if (result == 0) {

@@ -51,7 +51,8 @@ private:
     void requireTrust(const OpenJournal& journal) const;
     bool isUnchanged(const OpenJournal& journal) const;
     void discardPrepared(const OpenJournal& journal);
-    void restorePrepared(const OpenJournal& journal);
+    /// Returns false when the target is whole, but carries a mark that this user may not remove.
+    bool restorePrepared(const OpenJournal& journal);
     /// Removes the journal of a save that is finished or undone, and the staging file.
     void discard(const OpenJournal& journal, RecoveryOutcome outcome, const std::string& what);
     void finishOverwriting(const OpenJournal& journal, const Descriptor& staging);
@@ -68,6 +69,8 @@ private:
     const std::string& m_target;
     const std::vector<WorkingNames> m_places;
     std::optional<TargetMark> m_mark;
+    /// The id of the mark of a save that did not touch the target.
+    std::string m_harmlessMark;
     RecoveryReport m_report;
 };
 

@@ -104,6 +104,9 @@ Recoverer::Next Recoverer::settleJournals() {
         }
     }
     const auto mark = TargetMark::read(m_target);
+    if (mark && mark->id == m_harmlessMark) {
+        return Next::Done;
+    }
     if (mark && m_mark && mark->id == m_mark->id) {
         // The mark goes before its journal does, so the journal was lost or is out of sight, or the file is a
         // copy of a half written one.
@@ -278,32 +281,44 @@ bool Recoverer::isUnchanged(const OpenJournal& journal) const {
 }
 
 void Recoverer::discardPrepared(const OpenJournal& journal) {
-    restorePrepared(journal);
+    if (!restorePrepared(journal)) {
+        m_harmlessMark = journal.content.id;
+        found(RecoveryOutcome::LeftAlone,
+              fmt::format("a save was interrupted before it touched the file; {} and {} are left to who may "
+                          "write the file",
+                          journal.path, journal.stagingPath()));
+        return;
+    }
     // First, since only the journal leads to it.
     m_environment->calls->unlink(journalDraftFor(journal.stagingPath()).c_str());
     discard(journal, RecoveryOutcome::DiscardedUnfinishedSave,
             "a save was interrupted before it touched the file");
 }
 
-void Recoverer::restorePrepared(const OpenJournal& journal) {
+bool Recoverer::restorePrepared(const OpenJournal& journal) {
     struct stat status {};
     const bool marked = m_mark && m_mark->id == journal.content.id;
-    const bool mayHaveGrown = journal.content.phase == CopyOverPhase::Growing &&
-                              ::stat(m_target.c_str(), &status) == 0 &&
-                              static_cast<std::uint64_t>(status.st_size) > journal.content.oldSize;
+    const bool hasStatus = ::stat(m_target.c_str(), &status) == 0;
+    const auto size = static_cast<std::uint64_t>(status.st_size);
+    const bool mayHaveGrown =
+        journal.content.phase == CopyOverPhase::Growing && hasStatus && size > journal.content.oldSize;
     if (mayHaveGrown) {
         requireTrust(journal);
     }
     const bool mustRestore = marked || mayHaveGrown;
-    if (!mustRestore && !openToOverwrite(m_environment, m_target).isOpen()) {
-        // At most there is space to give back, and nobody misses it.
-        return;
+    const bool named = marked && m_mark->journalPath == journal.path;
+    const bool isOld = named && hasStatus && size == journal.content.oldSize;
+    if ((!mustRestore || isOld) && !openToOverwrite(m_environment, m_target).isOpen()) {
+        // At most there is space to give back, and nobody misses it. A mark without its journal would say
+        // that the file is broken.
+        return !marked;
     }
     const auto target = openTarget(journal);
     const int error = restoreTarget(*m_environment, journal.content, target.get());
     if (error != 0 && mustRestore) {
         throwSystemError(m_iri, error, "cannot undo an interrupted save that " + journal.path + " describes");
     }
+    return true;
 }
 
 void Recoverer::finishOverwriting(const OpenJournal& journal, const Descriptor& staging) {
