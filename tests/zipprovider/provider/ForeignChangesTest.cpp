@@ -12,12 +12,14 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <utility>
 
 namespace kx::test {
 
 namespace {
 
 using boost::posix_time::time_from_string;
+using foundation::storage::provider::Exception;
 using storage::zipprovider::MiniZipException;
 
 /// The container is changed by somebody else while the provider under test is at work on it.
@@ -149,6 +151,67 @@ TEST_F(ForeignChange, ThatGoesOnWhileTheContainerIsReadIsNotOverwritten) {
     EXPECT_EQ(archive(), last);
 }
 
+/// The container is changed by somebody else in a flush that fails for another reason.
+class ForeignChangeInAFailingFlush : public ForeignChange {
+protected:
+    void expectThatNothingOverwrites(const std::string& foreign) {
+        ASSERT_EQ(archive(), foreign);
+        EXPECT_TRUE(isRefused([&] { mounted.createFolder("/late"); }));
+        EXPECT_TRUE(isRefused([&] { mounted.write("/later", "1"); }));
+        mounted.unmount();
+        EXPECT_EQ(archive(), foreign);
+        EXPECT_EQ(keptArchives().size(), 1u);
+    }
+
+    const std::shared_ptr<FaultPlan> plan = std::make_shared<FaultPlan>();
+    MountedZip mounted{
+        StorageItem(std::make_shared<FaultInjectingProvider>(hooked, plan), container.getLocation())};
+};
+
+TEST_F(ForeignChangeInAFailingFlush, IsNotOverwrittenByTheNextOne) {
+    // The copy itself, and the look at the container after it.
+    for (const auto failing : {ProviderOperation::StreamWrite, ProviderOperation::GetFileAttributes}) {
+        for (const auto& foreign : {theirs(), std::string("not an archive, but theirs")}) {
+            replaceContainer(simpleArchive({{"a", "bytes of a"}, {"b", "bytes of b"}}));
+            mounted.remount();
+            mounted.list();
+            hooked->beforeNext(ProviderOperation::OpenStream, [&] {
+                replaceContainer(foreign);
+                plan->failCall(1, {failing});
+            });
+            EXPECT_THROW(mounted.createFolder("/mine"), Exception);
+            ASSERT_EQ(plan->failures(), 1u);
+            plan->countOnly();
+            expectThatNothingOverwrites(foreign);
+            std::filesystem::remove(temporary.path() / keptArchives().at(0));
+        }
+    }
+}
+
+TEST_F(ForeignChangeInAFailingFlush, ThatCannotEvenBeLookedAtIsNotOverwrittenByTheNextOne) {
+    mounted.list();
+    hooked->beforeNext(ProviderOperation::OpenStream, [&] {
+        replaceContainer(theirs());
+        plan->failCall(1, {}, FaultPlan::Afterwards::FailsOn);
+    });
+    EXPECT_THROW(mounted.createFolder("/mine"), Exception);
+    plan->countOnly();
+    expectThatNothingOverwrites(theirs());
+}
+
+TEST_F(ForeignChangeInAFailingFlush, OfWhatWasJustSavedIsNotOverwrittenByTheNextOne) {
+    mounted.list();
+    hooked->callBefore([&, saved = false, done = false](ProviderOperation called) mutable {
+        saved = saved || called == ProviderOperation::OpenStream;
+        if (saved && called == ProviderOperation::OpenReadStream && !std::exchange(done, true)) {
+            replaceContainer("not an archive, but theirs");
+        }
+    });
+    EXPECT_TRUE(throwsUntranslated<MiniZipException>("after it was rebuilt: it is not a ZIP archive",
+                                                     [&] { mounted.createFolder("/mine"); }));
+    expectThatNothingOverwrites("not an archive, but theirs");
+}
+
 /// A copy into the container was interrupted.
 class InterruptedCopy : public ForeignChange {
 protected:
@@ -165,6 +228,15 @@ protected:
         StorageItem(std::make_shared<FaultInjectingProvider>(std::make_shared<InPlaceProvider>(memory), plan),
                     container.getLocation())};
 };
+
+TEST_F(InterruptedCopy, LeavesPartOfAnArchiveThatALaterFlushOverwrites) {
+    replaceContainer(bytesOfTheKeptArchive().substr(0, 40));
+    mounted.createFolder("/later");
+    EXPECT_EQ(
+        archiveProblems(archive(), {{"a", "bytes of a"}, {"b", "bytes of b"}, {"mine", "1"}, {"later/", ""}}),
+        "");
+    EXPECT_TRUE(temporaryFiles().empty());
+}
 
 TEST_F(InterruptedCopy, ThatSomebodyElseFinishesIsNoForeignChange) {
     replaceContainer(bytesOfTheKeptArchive());

@@ -60,7 +60,7 @@ void ZipState<StorageItem, ByteStreamDevice>::doFlush() const {
     try {
         rebuildBasalState(Incomplete::IsRefused);
     } catch (...) {
-        continueFrom(target, ContainerHolds::OurWork);
+        continueFrom(target);
         removeQuietly(superseded);
         throw;
     }
@@ -90,30 +90,38 @@ void ZipState<StorageItem, ByteStreamDevice>::throwForeignChange() const {
 }
 
 /// A stamp may change while the archive does not (a container inside another archive gets its time rounded
-/// when that is written), so the directory has the last word. Whoever opens the container after a copy into
-/// it was interrupted may finish or undo that, which changes its size as well.
+/// when that is written), so the contents have the last word. A copy that was interrupted leaves part of the
+/// archive that was kept, and whoever opens the container since then may finish or undo it; all of that
+/// changes the size as well.
 template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
 bool ZipState<StorageItem, ByteStreamDevice>::holdsWhatWasRead() const {
     const auto stamp = ContainerStamp::of(m_container.getFileAttributes());
-    if (!m_stamp || stamp == *m_stamp) {
+    if (stamp == m_stamp) {
         return true;
     }
-    const bool sameSize = stamp.size == m_stamp->size;
+    const bool sameSize = stamp.size == m_stamp.size;
     if (!sameSize && !m_keptArchive) {
         return false;
     }
-    try {
-        const auto archive = std::make_shared<ReadHandle>(m_container);
-        if ((!sameSize && !archive->isOpen()) ||
-            !m_ownDirectories.contains(directoryFingerprint(EntryInfos(archive)))) {
-            return false;
-        }
-    } catch (const std::out_of_range&) {
-        // Boost's calendar refuses a date that no entry of what was read has had.
+    if (!hasOwnDirectory(sameSize) && !(m_keptArchive && showsPartOf(*m_keptArchive))) {
         return false;
     }
     m_stamp = stamp;
     return true;
+}
+
+/// An empty container has the directory of an archive without entries, so only one of the size that is known
+/// counts without being an archive.
+template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
+bool ZipState<StorageItem, ByteStreamDevice>::hasOwnDirectory(bool sameSize) const {
+    try {
+        const auto archive = std::make_shared<ReadHandle>(m_container);
+        return (sameSize || archive->isOpen()) &&
+               m_ownDirectories.contains(directoryFingerprint(EntryInfos(archive)));
+    } catch (const std::out_of_range&) {
+        // Boost's calendar refuses a date that no entry of what was read has had.
+        return false;
+    }
 }
 
 /// Opening it would fail as well, but only after the entries in front of it were deflated, and without a word
@@ -194,13 +202,11 @@ template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
 void ZipState<StorageItem, ByteStreamDevice>::bringIntoContainer(TemporaryArchive& archive) const {
     refuseForeignChange();
     bool opened = false;
-    auto holds = ContainerHolds::OurWork;
     try {
         ByteStreamDevice container(m_container.openStream({}));
         opened = true;
         copyIntoContainer(container, archive);
-        if (!holdsWhatWasRead() && !showsPartOf(archive)) {
-            holds = ContainerHolds::ForeignChange;
+        if (!holdsWhatWasRead() && !showsPartOf(archive.path())) {
             throwForeignChange();
         }
         container.close();
@@ -208,17 +214,17 @@ void ZipState<StorageItem, ByteStreamDevice>::bringIntoContainer(TemporaryArchiv
         // The stream is gone: a container that takes back what was not closed has done so. One that could not
         // be opened is as it was, and the new archive need not be kept.
         if (opened) {
-            continueFrom(archive, holds);
+            continueFrom(archive);
         }
         throw;
     }
 }
 
-/// Whether the container's bytes are those with which the new archive begins: it may show what is written to
-/// it before that is closed.
+/// Whether the container's bytes are those with which an archive begins that was copied into it: it may show
+/// what is written to it before that is closed.
 template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
-bool ZipState<StorageItem, ByteStreamDevice>::showsPartOf(const TemporaryArchive& archive) const {
-    LocalArchiveStream written(archive.path());
+bool ZipState<StorageItem, ByteStreamDevice>::showsPartOf(const fl::filesystem::path& archive) const {
+    LocalArchiveStream written(archive);
     const auto container = m_container.openReadOnlyStream();
     std::vector<char> shown(comparingBufferSize);
     std::vector<char> expected(comparingBufferSize);
@@ -235,11 +241,11 @@ bool ZipState<StorageItem, ByteStreamDevice>::showsPartOf(const TemporaryArchive
     }
 }
 
-/// The container holds the old archive, the new one, or half of it; which one is not for us to find out. The
-/// new archive has everything, so what is carried over is taken from there. The changes stay recorded.
+/// The container holds the old archive, the new one, half of it, or what another program has put there
+/// meanwhile; the stamp stays that of what was read, so that the next flush looks which. The new archive has
+/// everything, so what is carried over is taken from there. The changes stay recorded.
 template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
-void ZipState<StorageItem, ByteStreamDevice>::continueFrom(TemporaryArchive& archive,
-                                                           ContainerHolds holds) const {
+void ZipState<StorageItem, ByteStreamDevice>::continueFrom(TemporaryArchive& archive) const {
     archive.keep();
     KX_LOG(m_logger) << "Could not bring the new archive into the container; it is kept as "
                      << archive.path().string();
@@ -260,15 +266,6 @@ void ZipState<StorageItem, ByteStreamDevice>::continueFrom(TemporaryArchive& arc
         modified.original.reset();
     }
     removeQuietly(std::exchange(m_keptArchive, archive.path()));
-    if (holds == ContainerHolds::ForeignChange) {
-        return;
-    }
-    try {
-        m_stamp = ContainerStamp::of(m_container.getFileAttributes());
-    } catch (...) {
-        // What the interrupted copy has left cannot be told from what another program may write.
-        m_stamp.reset();
-    }
 }
 
 /// Has the entries that are carried over found in an archive that this state has built. They were the first

@@ -164,8 +164,6 @@ private:
 
     /// What an archive that cannot be read to its end is.
     enum class Incomplete { IsShownAsFarAsItGoes, IsRefused };
-    /// Whose the bytes are that a copy which did not come to its end has left in the container.
-    enum class ContainerHolds { OurWork, ForeignChange };
 
     // the folder index (ZipState.index.ipp)
     void rebuildBasalState(Incomplete incomplete) const;
@@ -191,6 +189,7 @@ private:
     void refuseForeignChange() const;
     [[noreturn]] void throwForeignChange() const;
     bool holdsWhatWasRead() const;
+    bool hasOwnDirectory(bool sameSize) const;
     void refuseEncryptedEntries() const;
     void buildArchive(const std::shared_ptr<ReadHandle>& archive, const TemporaryArchive& target) const;
     void writeCarriedOverEntries(const std::shared_ptr<ReadHandle>& archive,
@@ -199,8 +198,8 @@ private:
     void writeFolders(ZipEntryAppender& target) const;
     static Path nameInNextArchive(const Path& path, const CarriedOverEntry& entry);
     void bringIntoContainer(TemporaryArchive& archive) const;
-    bool showsPartOf(const TemporaryArchive& archive) const;
-    void continueFrom(TemporaryArchive& archive, ContainerHolds holds) const;
+    bool showsPartOf(const fl::filesystem::path& archive) const;
+    void continueFrom(TemporaryArchive& archive) const;
     void carryOverFrom(const EntryInfos& infos) const;
     void removeQuietly(const std::optional<fl::filesystem::path>& archive) const;
     void copyIntoContainer(ByteStreamDevice& container, const TemporaryArchive& archive) const;
@@ -221,8 +220,8 @@ private:
     mutable bool m_treeChanged = false;
     /// The number of change records made.
     mutable std::uint64_t m_records = 0;
-    /// Nothing when the container could not be asked after a copy into it was interrupted.
-    mutable std::optional<ContainerStamp> m_stamp;
+    /// Of the container when it last held, as far as is known, what was read or written here.
+    mutable ContainerStamp m_stamp;
     /// Fingerprints of the directories that the container may have without another program's doing: of the
     /// archive that was read, and of those whose copy into the container was interrupted.
     mutable std::set<std::size_t> m_ownDirectories;
