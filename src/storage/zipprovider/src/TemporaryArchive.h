@@ -18,10 +18,11 @@ public:
     const fl::filesystem::path& path() const { return m_path; }
     /// Leaves the file where it is for good.
     void keep() { m_kept = true; }
+
+private:
     /// Deletes the file. Errors: FsysExceptionBase.
     void remove();
 
-private:
     fl::filesystem::path m_path;
     bool m_kept = false;
 };
