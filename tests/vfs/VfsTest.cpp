@@ -360,6 +360,17 @@ protected:
 
 } // namespace
 
+TEST_F(UnsavedChange, OfAnOuterArchiveIsNotSavedAfterAllOnceItWasReported) {
+    save("plans.zip", simpleArchive({{"in.zip", plans()}}));
+    const auto inner = StorageIRI::inContainer("zip", inZip("plans.zip", u"/in.zip"), u"/docs/a.txt");
+    changeAndFail(FaultPlan::Afterwards::Works);
+    EXPECT_EQ(read(*vfs, inner), "text");
+    plan->failCall(1, {ProviderOperation::OpenStream});
+    EXPECT_EQ(vfs->closeAll().size(), 1U);
+    EXPECT_EQ(plan->countOf(ProviderOperation::OpenStream), 1U);
+    EXPECT_EQ(verifyArchive(folder.file("plans.zip")).names(), (std::vector<std::string>{"in.zip"}));
+}
+
 TEST_F(UnsavedChange, IsTriedAgainWhenItsContainerIsClosedAndTheFailureIsThrown) {
     changeAndFail(FaultPlan::Afterwards::FailsOn);
     EXPECT_THROW(vfs->close(folder.iri("plans.zip")), std::exception);
@@ -374,6 +385,16 @@ TEST_F(UnsavedChange, IsReportedWhenEverythingIsClosed) {
     EXPECT_EQ(failures[0].container, folder.iri("plans.zip"));
     EXPECT_NE(failures[0].cause, "");
     EXPECT_THROW(std::rethrow_exception(failures[0].error), std::exception);
+}
+
+TEST_F(UnsavedChange, IsNotSavedAfterAllOnceItWasReported) {
+    changeAndFail(FaultPlan::Afterwards::Works);
+    plan->failCall(1, {ProviderOperation::OpenStream});
+    EXPECT_EQ(vfs->closeAll().size(), 1U);
+    vfs.reset();
+    EXPECT_EQ(plan->countOf(ProviderOperation::OpenStream), 1U);
+    EXPECT_EQ(verifyArchive(folder.file("plans.zip")).names(),
+              (std::vector<std::string>{"docs/a.txt", "b.txt"}));
 }
 
 TEST_F(UnsavedChange, IsSavedByClosingWhereThatIsPossibleAgain) {

@@ -152,8 +152,13 @@ std::vector<CloseFailure> ContainerTable::release(std::vector<Entry> entries) {
                 holdWrites(*entry.mounted.provider, entry.root)->close();
         } catch (const std::exception& failure) {
             failures.push_back({entry.mounted.container, failure.what(), std::current_exception()});
+            // Its end would save once more, and change a container that is reported as unsaved.
+            if (entry.mounted.provider.use_count() == 1)
+                entry.storage->cutOff();
         }
         entry.mounted.provider.reset();
+        // It holds the provider of the container around.
+        entry.storage.reset();
     }
     return failures;
 }
