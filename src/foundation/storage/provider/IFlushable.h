@@ -15,7 +15,8 @@ public:
     IFlushable& operator=(const IFlushable&) = delete;
 
     /// Writes what was changed and is not written yet, also while writable streams are open, with what was
-    /// written to them so far; they can be used on. Does nothing when nothing was changed. Errors: those of
+    /// written to them so far; they can be used on. That stays also if such a stream is given up later, and
+    /// so may what a failed flush was to write. Does nothing when nothing was changed. Errors: those of
     /// writing; the changes stay pending then. Threads: any.
     void flush();
 

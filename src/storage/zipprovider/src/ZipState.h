@@ -107,7 +107,7 @@ public:
     void settle(const Registration& registration) const;
     /// The stream was given up. When no other is open on the entry and none was closed meanwhile, the entry
     /// is again as it was: what a stream closed before has left, what the archive has, or gone. Returns
-    /// whether.
+    /// whether. What was written before a flush or a failed copy-back came while the stream was open stays.
     bool revoke(const Registration& registration) const;
     void markEntryChanged(const ZipEntryPath& path, std::uint64_t size) const;
     void markEntryChanged(const ZipEntryPath& path, const boost::posix_time::ptime& time) const;
