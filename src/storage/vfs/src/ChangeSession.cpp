@@ -62,8 +62,9 @@ namespace {
 /// nor that they are read again after.
 class ProgressReport {
 public:
-    ProgressReport(Vfs& vfs, const SaveProgressCallback& callback) : m_vfs(vfs) {
-        if (callback)
+    ProgressReport(Vfs& vfs, const SaveProgressCallback& callback)
+        : m_vfs(vfs), m_watches(static_cast<bool>(callback)) {
+        if (m_watches)
             m_vfs.watchContainers([this, &callback](const SaveProgress& progress) {
                 if (isAnotherLook(progress))
                     return;
@@ -73,7 +74,10 @@ public:
                 callback(progress);
             });
     }
-    ~ProgressReport() { m_vfs.watchContainers({}); }
+    ~ProgressReport() {
+        if (m_watches)
+            m_vfs.watchContainers({});
+    }
     ProgressReport(const ProgressReport&) = delete;
     ProgressReport& operator=(const ProgressReport&) = delete;
 
@@ -86,6 +90,8 @@ private:
     }
 
     Vfs& m_vfs;
+    /// Another's watching is not ended.
+    const bool m_watches;
     std::set<StorageIRI> m_begun;
     std::set<StorageIRI> m_written;
 };
