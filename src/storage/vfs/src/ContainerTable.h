@@ -15,8 +15,7 @@
 namespace storage::vfs {
 
 /// The containers in use: one provider for each canonical location, and for each local file one, whatever its
-/// names. Threads: any; a mount holds up the
-/// others.
+/// names. Threads: any; a mount holds up the others.
 class ContainerTable {
 public:
     /// `bundles` must outlive the table. `localFiles` serves scheme "file", `localContainers` the local files
