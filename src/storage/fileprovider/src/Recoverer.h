@@ -59,8 +59,6 @@ private:
     void requireStoppedCopy(const OpenJournal& journal, int target, int staging) const;
     [[noreturn]] void failChanged(const OpenJournal& journal) const;
     Descriptor openTarget(const OpenJournal& journal) const;
-    void removeStrays(const WorkingNames& names, unsigned emptySlots);
-    bool anyJournal() const;
     void found(RecoveryOutcome outcome, std::string detail);
     [[noreturn]] void fail(foundation::storage::provider::ErrorCode code, const std::string& cause) const;
 

@@ -6,6 +6,7 @@
 #include <storage/fileprovider/src/FileIo.h>
 #include <storage/fileprovider/src/LocalPath.h>
 #include <storage/fileprovider/src/Staging.h>
+#include <storage/fileprovider/src/Strays.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -39,16 +40,6 @@ std::vector<WorkingNames> placesFor(const Environment& environment, const std::s
     return places;
 }
 
-bool exists(const std::string& path) {
-    return ::faccessat(AT_FDCWD, path.c_str(), F_OK, AT_SYMLINK_NOFOLLOW) == 0;
-}
-
-/// A working file is never waited for and never reached through a link.
-Descriptor openWorkingFile(const EnvironmentPtr& environment, const std::string& path) {
-    constexpr int flags = O_RDONLY | O_NOFOLLOW | O_NONBLOCK;
-    return Descriptor::open(environment->calls, path.c_str(), flags);
-}
-
 } // namespace
 
 struct Recoverer::OpenJournal {
@@ -79,7 +70,10 @@ RecoveryReport Recoverer::run(unsigned emptySlots) {
     while (settleJournals() == Next::LookAgain) {
     }
     for (const auto& names : m_places) {
-        removeStrays(names, emptySlots);
+        for (const auto& path : removeStrays(m_environment, m_places, names, emptySlots)) {
+            found(RecoveryOutcome::DiscardedUnfinishedSave,
+                  fmt::format("a save was interrupted before it touched the file; removed {}", path));
+        }
     }
     if (m_report.outcome != RecoveryOutcome::Nothing) {
         for (const auto& detail : m_report.details) {
@@ -382,34 +376,6 @@ Descriptor Recoverer::openTarget(const OpenJournal& journal) const {
         fail(ErrorCode::Busy, "the file is being replaced");
     }
     return target;
-}
-
-void Recoverer::removeStrays(const WorkingNames& names, unsigned emptySlots) {
-    unsigned empty = 0;
-    for (unsigned slot = 0; empty < emptySlots; ++slot) {
-        const auto path = names.staging(slot);
-        const auto staging = openWorkingFile(m_environment, path);
-        if (!staging.isOpen()) {
-            ++empty;
-            continue;
-        }
-        struct stat status {};
-        if (::fstat(staging.get(), &status) != 0 || !S_ISREG(status.st_mode) ||
-            lockFile(staging.get(), false) != LockResult::Locked || !isSameFile(staging.get(), path) ||
-            anyJournal()) {
-            continue;
-        }
-        m_environment->calls->unlink(names.journalDraft(slot).c_str());
-        if (m_environment->calls->unlink(path.c_str()) == 0) {
-            found(RecoveryOutcome::DiscardedUnfinishedSave,
-                  fmt::format("a save was interrupted before it touched the file; removed {}", path));
-        }
-    }
-}
-
-bool Recoverer::anyJournal() const {
-    return std::any_of(m_places.begin(), m_places.end(),
-                       [](const WorkingNames& names) { return exists(names.journal()); });
 }
 
 void Recoverer::found(RecoveryOutcome outcome, std::string detail) {
