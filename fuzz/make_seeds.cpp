@@ -1,5 +1,6 @@
 #include <filesystem>
 #include <fstream>
+#include <initializer_list>
 #include <iostream>
 #include <map>
 #include <stdexcept>
@@ -150,10 +151,63 @@ Seeds entryReadingSeeds() {
     return seeds;
 }
 
-void write(const std::filesystem::path& folder, const Seeds& seeds) {
+Seeds locationSeeds() {
+    return {{"local", "file:///home/me/plans.zip"},
+            {"in-archive", "zip:file:///home/me/plans.zip!/docs/a.txt"},
+            {"nested", "zip:zip:file:///outer.zip!/inner.zip!/x"},
+            {"authority", "file://server/share/a%20b"},
+            {"encoded", "zip:file:///a%21/b.zip!/100%25/%C3%A4%21"},
+            {"broken-encoding", "file:///a%2"},
+            {"not-utf8", "file:///%FF\xff"},
+            {"no-container", "zip:plans.zip"},
+            {"bang-before-slash", "zip:file:///a!/b!/c!"},
+            {"two-paths", "docs/a\ndocs/a/b"},
+            {"order", "/a-b\n/a/b"},
+            {"slashes", "//a//b/\n/"},
+            {"dots", "../x/./y\n.."}};
+}
+
+/// Operations of the round trip: a byte for the kind, one for the path, then what the kind needs.
+Seeds roundTripSeeds() {
+    const auto text = [](std::initializer_list<int> codes) {
+        std::string bytes;
+        for (const int code : codes)
+            bytes += static_cast<char>(code);
+        return bytes;
+    };
+    const auto write = text({0, 0, 3}) + "abc";
+    return {{"write", write},
+            {"append", write + text({1, 0, 2}) + "de"},
+            {"folder", text({2, 0, 2, 1, 0, 1, 1}) + "x"},
+            {"write-then-remove", write + text({3, 0})},
+            {"folder-then-remove", text({2, 0, 4, 0})},
+            {"move-file", write + text({5, 0, 4})},
+            {"move-folder", text({2, 0, 6, 0, 4})},
+            {"move-onto", write + text({0, 4, 1}) + "y" + text({13, 0, 4})},
+            {"held", text({7, 0}) + write + text({2, 4, 7, 0})},
+            {"odd-names", text({0, 12, 1}) + "1" + text({0, 16, 1}) + "2"}};
+}
+
+/// A byte of marks (see the target), then changes to the fields of a journal that fits, or a journal's bytes.
+Seeds journalSeeds() {
+    Seeds seeds;
+    for (const int marks : {0, 2, 4, 6, 8, 14})
+        seeds["fits-" + std::to_string(marks)] = std::string(1, static_cast<char>(marks));
+    seeds["empty"] = std::string(1, '\1');
+    seeds["garbage"] = "\x01KXVFSJNL";
+    seeds["other-old-size"] = std::string("\x02\x01", 2);
+    seeds["other-new-size"] = std::string("\x02\0\x01", 3);
+    seeds["other-inode"] = std::string("\x02\0\0\x01", 4);
+    seeds["other-staging"] = std::string("\x02\0\0\0\x01", 5);
+    seeds["staging-elsewhere"] = std::string("\x02\0\0\0\0\0", 6) + "../bystander";
+    seeds["staging-missing"] = std::string("\x02\0\0\0\0\0", 6) + ".a.kxvfs-new1";
+    return seeds;
+}
+
+void write(const std::filesystem::path& folder, const Seeds& seeds, const std::string& extension = ".zip") {
     std::filesystem::create_directories(folder);
     for (const auto& [name, bytes] : seeds) {
-        std::ofstream stream(folder / (name + ".zip"), std::ios::binary);
+        std::ofstream stream(folder / (name + extension), std::ios::binary);
         stream.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
         stream.close();
         if (!stream)
@@ -170,6 +224,9 @@ int main(int argc, char** argv) try {
     const std::filesystem::path folder = argv[1];
     write(folder / "central_directory", centralDirectorySeeds());
     write(folder / "entry_reading", entryReadingSeeds());
+    write(folder / "locations", locationSeeds(), ".txt");
+    write(folder / "write_round_trip", roundTripSeeds(), ".bin");
+    write(folder / "journal_recovery", journalSeeds(), ".bin");
 } catch (const std::exception& error) {
     std::cerr << "make_seeds: " << error.what() << '\n';
     return 1;
