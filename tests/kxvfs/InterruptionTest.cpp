@@ -38,8 +38,8 @@ protected:
             .exitCode;
     }
 
-    /// Starts the cleaning up after SIGTERM with the signals pending that `pending`, in Python, sends to its own
-    /// process. Prints whether it has ended after a while, then how it ends by SIGINT.
+    /// Starts the cleaning up after SIGTERM with the signals pending that `pending`, in Python, sends to its
+    /// own process. Prints whether it has ended after a while, then how it ends by SIGINT.
     ProcessResult signalTheCleaningUp(const std::string& pending) const {
         // A terminal whose output is stopped holds up the last step of the cleaning up.
         save("second.py", R"(
@@ -80,6 +80,14 @@ for attempt in range(40):
         EXPECT_EQ(files, 2U) << when;
     }
 };
+
+TEST_F(InterruptionTest, WhatARunLeftThatWasKilledAsItBeganIsRemovedByTheNext) {
+    const auto left = temporary.path() / "kxvfs-AbCdEf";
+    std::filesystem::create_directory(left);
+    std::ofstream(left / ".lock-").close();
+    output({"ls", folder.path().string()});
+    EXPECT_FALSE(std::filesystem::exists(left));
+}
 
 } // namespace
 

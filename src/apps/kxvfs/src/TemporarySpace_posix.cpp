@@ -20,22 +20,36 @@ constexpr std::string_view lockName = ".lock";
 constexpr std::string_view keepName = ".keep";
 constexpr std::string_view rescuedEnding = "sanitized.zip";
 constexpr int removalTurns = 3;
+constexpr int creationAttempts = 4;
 
-/// The lock file of a folder, opened; -1 where it cannot be.
-int openLock(const fs::path& folder) {
-    return open((folder / lockName).c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW);
+std::string unlockedName() {
+    return std::string(lockName) + "-";
 }
 
-/// Makes the lock file under another name first, so that nobody sees it without its lock.
+/// The lock file of a folder, opened; -1 where it cannot be. A process that was killed while it made the file
+/// leaves it under its first name.
+int openLock(const fs::path& folder) {
+    constexpr int flags = O_RDWR | O_CLOEXEC | O_NOFOLLOW;
+    const int lock = open((folder / lockName).c_str(), flags);
+    return lock >= 0 ? lock : open((folder / unlockedName()).c_str(), flags);
+}
+
+/// Makes the lock file under another name first, so that nobody sees the folder's own without its lock. -1
+/// where it cannot be made, or where another process has found it before it was locked and removes the
+/// folder.
 int makeLock(const fs::path& folder) {
-    const auto first = folder / (std::string(lockName) + "-");
+    const auto first = folder / unlockedName();
     const int lock =
         open(first.c_str(), O_CREAT | O_EXCL | O_RDWR | O_CLOEXEC | O_NOFOLLOW, S_IRUSR | S_IWUSR);
-    if (lock >= 0 && flock(lock, LOCK_EX) == 0) {
-        std::error_code ignored;
-        fs::rename(first, folder / lockName, ignored);
-    }
-    return lock;
+    if (lock < 0)
+        return lock;
+    std::error_code failure;
+    if (flock(lock, LOCK_EX) == 0)
+        fs::rename(first, folder / lockName, failure);
+    if (!failure)
+        return lock;
+    close(lock);
+    return -1;
 }
 
 /// A process that was killed before it made the lock file leaves a folder without one.
@@ -87,11 +101,15 @@ TemporarySpace::TemporarySpace() {
     const auto parent = fs::temp_directory_path(failure);
     if (failure)
         return;
-    auto name = (parent / (std::string(prefix) + "XXXXXX")).string();
-    if (!mkdtemp(name.data()))
-        return;
-    m_folder = name;
-    m_lock = makeLock(m_folder);
+    std::string name;
+    for (int attempt = 0; attempt < creationAttempts && m_lock < 0; ++attempt) {
+        name = (parent / (std::string(prefix) + "XXXXXX")).string();
+        m_folder.clear();
+        if (!mkdtemp(name.data()))
+            return;
+        m_folder = name;
+        m_lock = makeLock(m_folder);
+    }
     setenv("TMPDIR", name.c_str(), 1);
 }
 
