@@ -32,7 +32,7 @@ std::size_t Contents::read(Node& file, std::uint64_t offset, char* buffer, std::
     if (body.local)
         return body.local->read(offset, buffer, count);
     if (!body.reading)
-        openReading(file);
+        openReading(file, body);
     const auto wanted = static_cast<std::int64_t>(offset);
     if (body.position != wanted)
         body.position = body.reading->seek(wanted, SeekOrigin::Begin);
@@ -47,7 +47,7 @@ std::size_t Contents::read(Node& file, std::uint64_t offset, char* buffer, std::
     return done;
 }
 
-void Contents::openReading(Node& file) {
+void Contents::openReading(Node& file, FileBody& body) {
     for (int attempt = 0;; ++attempt) {
         std::string path;
         {
@@ -57,8 +57,8 @@ void Contents::openReading(Node& file) {
             path = Tree::pathOf(file);
         }
         try {
-            file.body->reading = file.backing->provider->openReadStream(file.backing->at(path));
-            file.body->position = 0;
+            body.reading = file.backing->provider->openReadStream(file.backing->at(path));
+            body.position = 0;
             return;
         } catch (const Exception& failure) {
             // It may have been moved in between.
@@ -68,8 +68,7 @@ void Contents::openReading(Node& file) {
     }
 }
 
-LocalContent& Contents::makeLocal(Node& file, bool empty) {
-    auto& body = *file.body;
+LocalContent& Contents::makeLocal(Node& file, FileBody& body, bool empty) {
     if (body.local)
         return *body.local;
     auto local = std::make_unique<LocalContent>(m_space);
@@ -80,7 +79,7 @@ LocalContent& Contents::makeLocal(Node& file, bool empty) {
     }
     if (!empty && hasBytes) {
         if (!body.reading)
-            openReading(file);
+            openReading(file, body);
         body.reading->seek(0, SeekOrigin::Begin);
         local->fillFrom(*body.reading);
     }
@@ -90,8 +89,9 @@ LocalContent& Contents::makeLocal(Node& file, bool empty) {
 }
 
 void Contents::write(const NodePtr& file, std::uint64_t offset, const char* data, std::size_t count) {
-    const MutexLock lock(file->body->mutex);
-    auto& local = makeLocal(*file, false);
+    auto& body = *file->body;
+    const MutexLock lock(body.mutex);
+    auto& local = makeLocal(*file, body, false);
     try {
         local.write(offset, data, count);
     } catch (...) {
@@ -102,23 +102,26 @@ void Contents::write(const NodePtr& file, std::uint64_t offset, const char* data
 }
 
 void Contents::resize(const NodePtr& file, std::uint64_t size) {
-    const MutexLock lock(file->body->mutex);
-    auto& local = makeLocal(*file, size == 0);
+    auto& body = *file->body;
+    const MutexLock lock(body.mutex);
+    auto& local = makeLocal(*file, body, size == 0);
     local.resize(size);
     changed(file, size);
 }
 
 void Contents::extend(const NodePtr& file, std::uint64_t size) {
-    const MutexLock lock(file->body->mutex);
-    auto& local = makeLocal(*file, false);
+    auto& body = *file->body;
+    const MutexLock lock(body.mutex);
+    auto& local = makeLocal(*file, body, false);
     if (size > local.size())
         local.resize(size);
     changed(file, local.size());
 }
 
 void Contents::clear(const NodePtr& file, std::uint64_t offset, std::uint64_t count) {
-    const MutexLock lock(file->body->mutex);
-    auto& local = makeLocal(*file, false);
+    auto& body = *file->body;
+    const MutexLock lock(body.mutex);
+    auto& local = makeLocal(*file, body, false);
     local.clear(offset, count);
     changed(file, local.size());
 }
@@ -135,28 +138,30 @@ void Contents::changed(const NodePtr& file, std::uint64_t size) {
 }
 
 void Contents::keepReadable(Node& file) {
-    const MutexLock lock(file.body->mutex);
-    if (!file.body->local && !file.body->reading)
-        openReading(file);
+    auto& body = *file.body;
+    const MutexLock lock(body.mutex);
+    if (!body.local && !body.reading)
+        openReading(file, body);
 }
 
 void Contents::copyTo(Node& file, ByteStream& target) {
-    const MutexLock lock(file.body->mutex);
-    if (file.body->local) {
-        file.body->local->copyTo(target);
+    auto& body = *file.body;
+    const MutexLock lock(body.mutex);
+    if (body.local) {
+        body.local->copyTo(target);
         return;
     }
-    if (!file.body->reading)
-        openReading(file);
-    auto& source = *file.body->reading;
-    file.body->position = source.seek(0, SeekOrigin::Begin);
+    if (!body.reading)
+        openReading(file, body);
+    auto& source = *body.reading;
+    body.position = source.seek(0, SeekOrigin::Begin);
     std::vector<char> buffer(blockSize);
     for (;;) {
         const auto got = source.read(buffer.data(), static_cast<std::int64_t>(buffer.size()));
         if (got <= 0)
             return;
         target.write(buffer.data(), got);
-        file.body->position += got;
+        body.position += got;
     }
 }
 

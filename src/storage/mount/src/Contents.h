@@ -34,8 +34,9 @@ public:
     void release(Node& file);
 
 private:
-    void openReading(Node& file) KX_REQUIRES(file.body->mutex);
-    LocalContent& makeLocal(Node& file, bool empty) KX_REQUIRES(file.body->mutex);
+    /// `body` is the file's.
+    void openReading(Node& file, FileBody& body) KX_REQUIRES(body.mutex);
+    LocalContent& makeLocal(Node& file, FileBody& body, bool empty) KX_REQUIRES(body.mutex);
     void changed(const NodePtr& file, std::uint64_t size);
 
     Tree& m_tree;

@@ -157,7 +157,7 @@ void FileSystem::rewind(OpenFolder& opened) {
     opened.entries.clear();
     opened.names.clear();
     const MutexLock lock(m_tree.mutex);
-    m_parts.loader.addViews(*opened.node);
+    m_parts.loader.addViews(m_tree, *opened.node);
     const auto& children = opened.node->children;
     opened.entries.reserve(children.size());
     opened.names.reserve(children.size());

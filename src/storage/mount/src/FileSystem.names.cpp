@@ -60,7 +60,7 @@ NodePtr FileSystem::find(const NodePtr& folder, std::string_view name) {
     const MutexLock lock(m_tree.mutex);
     if (auto node = Tree::child(*folder, name))
         return node;
-    m_parts.loader.addViews(*folder);
+    m_parts.loader.addViews(m_tree, *folder);
     return Tree::child(*folder, name);
 }
 

@@ -126,7 +126,7 @@ bool mayBeArchive(std::string_view name) {
 }
 
 /// "inner.zip.d" beside "inner.zip"; where an entry has that name, "inner.zip.d2" and so on.
-void FolderLoader::addViews(Node& folder) {
+void FolderLoader::addViews(Tree& tree, Node& folder) const {
     std::vector<NodePtr> files;
     if (!m_options.nested)
         return;
@@ -139,7 +139,7 @@ void FolderLoader::addViews(Node& folder) {
             name = file->name + ".d" + std::to_string(number);
         if (name.size() > longestName)
             continue;
-        const auto view = m_tree.makeNode(true, std::make_shared<Backing>());
+        const auto view = tree.makeNode(true, std::make_shared<Backing>());
         view->mode = 0555U & ~m_options.umask;
         view->modified = view->changed = view->accessed = file->modified;
         view->viewed = file.get();

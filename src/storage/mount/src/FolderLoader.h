@@ -23,8 +23,8 @@ public:
     /// folder that another thread is loading is waited for.
     void load(const NodePtr& folder);
 
-    /// Adds the folders that show files' insides, for those that have none.
-    void addViews(Node& folder) KX_REQUIRES(m_tree.mutex);
+    /// Adds the folders that show files' insides, for those that have none. `tree` is the loader's.
+    void addViews(Tree& tree, Node& folder) const KX_REQUIRES(tree.mutex);
 
 private:
     struct Found;
