@@ -1,5 +1,7 @@
 #include "LocalArchiveStream.h"
 
+#include "LocalFileReading.h"
+
 #include <fl/filesystem/FsysExceptionBase.h>
 #include <foundation/core/except/throwInternal.h>
 
@@ -20,7 +22,7 @@ LocalArchiveStream::LocalArchiveStream(const fl::filesystem::path& path) : m_pat
 
 std::int64_t LocalArchiveStream::doRead(char* buffer, std::int64_t count) {
     errno = 0;
-    const auto got = m_file.sgetn(buffer, count);
+    const auto got = readingLocalFile(m_path, [&] { return m_file.sgetn(buffer, count); });
     if (got < count && errno != 0) {
         fail("read", errno);
     }

@@ -3,6 +3,7 @@
 #include "HostTypes.h"
 #include "MiniZipException.h"
 #include "StreamFileFunctions.h"
+#include "WatchedByteStream.h"
 
 #include <foundation/core/except/throwInternal.h>
 
@@ -10,6 +11,7 @@
 #include <minizip/unzip.h>
 
 #include <cstdint>
+#include <exception>
 #include <memory>
 #include <utility>
 
@@ -31,7 +33,7 @@ public:
 
     /// The same for an archive behind any seekable stream. Precondition: `archive` is not null.
     explicit MiniZipReadHandle(std::unique_ptr<foundation::storage::provider::ByteStream> archive)
-        : m_device(std::move(archive)) {
+        : m_device(std::make_unique<WatchedByteStream>(std::move(archive), m_failure)) {
         m_stream.open(m_device, -1, -1);
         m_functions = StreamFileFunctions<Stream>::table();
         m_zip = unzOpen2_64(&m_stream, &m_functions);
@@ -73,7 +75,16 @@ public:
                Functions::read(nullptr, &m_stream, buffer, count) == count;
     }
 
+    /// Throws what the container's stream threw first, if it did: what minizip has told since may be wrong.
+    void rethrowFailure() const {
+        if (m_failure) {
+            std::rethrow_exception(m_failure);
+        }
+    }
+
 private:
+    /// Set by the device's stream.
+    std::exception_ptr m_failure;
     ByteStreamDevice m_device;
     Stream m_stream;
     zlib_filefunc64_def m_functions{};

@@ -1,5 +1,7 @@
 #include "WorkingFileByteStream.h"
 
+#include "LocalFileReading.h"
+
 #include <fl/filesystem/FsysExceptionBase.h>
 #include <foundation/core/except/throwInternal.h>
 #include <foundation/log/log.h>
@@ -46,7 +48,7 @@ std::int64_t WorkingFileByteStream::doRead(char* buffer, std::int64_t count) {
     // another stream may have written.
     const auto here = m_device.seek(0, std::ios_base::cur, std::ios_base::in);
     m_device.seek(boost::iostreams::position_to_offset(here), std::ios_base::beg, std::ios_base::in);
-    const auto got = m_device.read(buffer, count);
+    const auto got = readingLocalFile(m_entry->checkoutPath(), [&] { return m_device.read(buffer, count); });
     if (got < count && errno != 0) {
         fail("read", errno);
     }

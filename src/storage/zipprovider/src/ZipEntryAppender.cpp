@@ -1,5 +1,6 @@
 #include "ZipEntryAppender.h"
 
+#include "LocalFileReading.h"
 #include "MiniZipException.h"
 #include "ZipConstants.h"
 #include "ZipEntrySink.h"
@@ -35,7 +36,8 @@ void ZipEntryAppender::append(const ZipEntryPath& path, ZipEntryType type, Worki
     const auto device = contents.doGetFileDevice(std::ios_base::in | std::ios_base::binary);
     const ZipEntrySink sink(m_target,
                             {type, ZipEntryPath(path.toString(false)), size, lastModified, m_entries++});
-    const auto copied = boost::iostreams::copy(device, sink, fileCopyBufferSize);
+    const auto copied = readingLocalFile(
+        contents.checkoutPath(), [&] { return boost::iostreams::copy(device, sink, fileCopyBufferSize); });
     // The device reports a read error as the end of the file. More bytes are no error: a stream that is open
     // while its provider goes may be writing.
     if (static_cast<std::uint64_t>(copied) < size) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "LocalArchiveStream.h"
+#include "LocalFileReading.h"
 #include "MiniZipException.h"
 #include "StoredEntryCopy.h"
 #include "ZipConstants.h"
@@ -14,11 +15,14 @@
 #include <boost/iostreams/stream.hpp>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstddef>
 #include <exception>
 #include <ios>
 #include <optional>
 #include <stdexcept>
+#include <string>
+#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -50,6 +54,7 @@ void ZipState<StorageItem, ByteStreamDevice>::doFlush() const {
     if (!m_stateChanged) {
         return;
     }
+    readKeptArchive();
     refuseUnreadArchive();
     refuseForeignChange();
     refuseEncryptedEntries();
@@ -117,7 +122,7 @@ bool ZipState<StorageItem, ByteStreamDevice>::hasOwnDirectory(bool sameSize) con
     try {
         const auto archive = std::make_shared<ReadHandle>(m_container);
         return (sameSize || archive->isOpen()) &&
-               m_ownDirectories.contains(directoryFingerprint(EntryInfos(archive)));
+               m_ownDirectories.contains(directoryFingerprint(readEntries(archive)));
     } catch (const std::out_of_range&) {
         // Boost's calendar refuses a date that no entry of what was read has had.
         return false;
@@ -144,7 +149,14 @@ void ZipState<StorageItem, ByteStreamDevice>::buildArchive(const std::shared_ptr
     ZipEntryAppender appender(writer, target.path(), m_carriedOver.size());
     writeModifiedEntries(appender);
     writeFolders(appender);
-    writer.close();
+    errno = 0;
+    try {
+        writer.close();
+    } catch (const MiniZipException& failure) {
+        const auto cause = errno != 0 ? ": " + std::generic_category().message(errno) : std::string();
+        detail::throwMiniZip(u"cannot rebuild " + containerText() + u": cannot write the new archive " +
+                             fl::i18n::fromUtf8(target.path().string() + ": " + failure.what() + cause));
+    }
 }
 
 template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
@@ -249,23 +261,34 @@ void ZipState<StorageItem, ByteStreamDevice>::continueFrom(TemporaryArchive& arc
     archive.keep();
     KX_LOG(m_logger) << "Could not bring the new archive into the container; it is kept as "
                      << archive.path().string();
-    try {
-        const EntryInfos infos(
-            std::make_shared<ReadHandle>(std::make_unique<LocalArchiveStream>(archive.path())));
-        carryOverFrom(infos);
-        m_ownDirectories.insert(directoryFingerprint(infos));
-    } catch (const std::exception& error) {
-        KX_LOG(m_logger) << "Could not read the kept archive: " << error.what();
-        return;
-    }
+    const auto superseded = std::exchange(m_keptArchive, archive.path());
+    m_keptArchiveIsUnread = true;
     // The container still lacks what the kept archive has.
-    m_treeChanged = true;
+    m_stateChanged = m_treeChanged = true;
     for (auto& [path, modified] : m_modified) {
         // The kept archive has the entry as it was written, not as it was before.
         modified.settled = true;
         modified.original.reset();
     }
-    removeQuietly(std::exchange(m_keptArchive, archive.path()));
+    try {
+        readKeptArchive();
+    } catch (const std::exception& error) {
+        KX_LOG(m_logger) << "Could not read the kept archive: " << error.what();
+    }
+    removeQuietly(superseded);
+}
+
+/// The entries that are carried over are found by their order in the kept archive, so it is read before
+/// anything else changes, as soon as it can be.
+template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
+void ZipState<StorageItem, ByteStreamDevice>::readKeptArchive() const {
+    if (!m_keptArchiveIsUnread) {
+        return;
+    }
+    const auto infos = readEntries(openArchive());
+    carryOverFrom(infos);
+    m_ownDirectories.insert(directoryFingerprint(infos));
+    m_keptArchiveIsUnread = false;
 }
 
 /// Has the entries that are carried over found in an archive that this state has built. They were the first
@@ -308,7 +331,8 @@ void ZipState<StorageItem, ByteStreamDevice>::copyIntoContainer(ByteStreamDevice
     std::vector<char> buffer(fileCopyBufferSize);
     std::uint64_t copied = 0;
     for (;;) {
-        const auto count = file.read(buffer.data(), fileCopyBufferSize);
+        const auto count =
+            readingLocalFile(archive.path(), [&] { return file.read(buffer.data(), fileCopyBufferSize); });
         if (count <= 0) {
             break;
         }

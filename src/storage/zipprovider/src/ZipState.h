@@ -55,7 +55,8 @@ public:
 
     /// Reads the container's time and the archive's central directory. A container that is not an archive, or
     /// whose directory ends early, is indexed as far as it can be read; a flush then refuses to overwrite it.
-    /// Errors: those of the container; Boost's calendar errors for an entry with an impossible date.
+    /// Errors: those of the container, also of reading it; Boost's calendar errors for an entry with an
+    /// impossible date.
     explicit ZipState(const StorageItem& container);
 
     ZipState(const ZipState&) = delete;
@@ -170,6 +171,7 @@ private:
     static std::u16string unreadPart(const EntryInfos& infos);
     std::unique_ptr<foundation::storage::provider::ByteStream> openArchiveStream() const;
     std::shared_ptr<ReadHandle> openArchive() const;
+    static EntryInfos readEntries(const std::shared_ptr<ReadHandle>& archive);
     void install(const EntryInfos& infos, const Time& rootTime) const;
     BasalState buildRepresentation(const EntryInfos& infos, const Time& rootTime) const;
     void addToRepresentation(BasalState& state, const ZipEntryInfo& info) const;
@@ -200,6 +202,7 @@ private:
     void bringIntoContainer(TemporaryArchive& archive) const;
     bool showsPartOf(const fl::filesystem::path& archive) const;
     void continueFrom(TemporaryArchive& archive) const;
+    void readKeptArchive() const;
     void carryOverFrom(const EntryInfos& infos) const;
     void removeQuietly(const std::optional<fl::filesystem::path>& archive) const;
     void copyIntoContainer(ByteStreamDevice& container, const TemporaryArchive& archive) const;
@@ -230,6 +233,9 @@ private:
     /// A new archive that could not be brought into the container. The container may be half written, so
     /// this file is the archive until a flush succeeds.
     mutable std::optional<fl::filesystem::path> m_keptArchive;
+    /// Whether the entries that are carried over are still those of the archive before, since the kept one
+    /// could not be read either.
+    mutable bool m_keptArchiveIsUnread = false;
 };
 
 } // namespace storage::zipprovider

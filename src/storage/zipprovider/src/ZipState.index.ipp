@@ -123,7 +123,7 @@ void ZipState<StorageItem, ByteStreamDevice>::rebuildBasalState(Incomplete incom
     for (int attempt = 1;; ++attempt) {
         const auto stamp = ContainerStamp::of(attributes);
         const auto archive = openArchive();
-        const EntryInfos infos(archive);
+        const auto infos = readEntries(archive);
         auto unread = unreadPart(infos);
         if (unread.empty() && !archive->isOpen() && stamp.size != std::uint64_t{0} &&
             !isEmptyArchive(*openArchiveStream())) {
@@ -154,6 +154,21 @@ std::u16string ZipState<StorageItem, ByteStreamDevice>::unreadPart(const EntryIn
                ? std::u16string()
                : fl::i18n::fromUtf8("only " + std::to_string(infos.size()) + " of the " +
                                     std::to_string(infos.declaredCount()) + " entries could be read");
+}
+
+/// A container that fails while it is read is told, since what is missing then is not missing in the archive.
+template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
+auto ZipState<StorageItem, ByteStreamDevice>::readEntries(const std::shared_ptr<ReadHandle>& archive)
+    -> EntryInfos {
+    archive->rethrowFailure();
+    try {
+        EntryInfos infos(archive);
+        archive->rethrowFailure();
+        return infos;
+    } catch (const MiniZipException&) {
+        archive->rethrowFailure();
+        throw;
+    }
 }
 
 /// Makes the index of these entries the current one; no entry counts as changed.
@@ -202,6 +217,7 @@ const CarriedOverEntry& ZipState<StorageItem, ByteStreamDevice>::originalEntry(c
 template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
 auto ZipState<StorageItem, ByteStreamDevice>::openOriginalEntry(const Path& path) const
     -> std::unique_ptr<EntrySource> {
+    readKeptArchive();
     return std::make_unique<EntrySource>(openArchive(), originalEntry(path).stored);
 }
 
