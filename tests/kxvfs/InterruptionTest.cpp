@@ -1,6 +1,7 @@
 #include "Tool.h"
 
 #include <cstdlib>
+#include <sys/mount.h>
 #include <thread>
 
 using namespace kx::test;
@@ -9,6 +10,26 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr std::size_t entries = 4;
+
+/// A file system of three megabytes while it lives.
+class SmallDisk {
+public:
+    explicit SmallDisk(fs::path folder) : m_folder(std::move(folder)) {
+        fs::create_directories(m_folder);
+        m_mounted = ::mount("tmpfs", m_folder.c_str(), "tmpfs", 0, "size=3m") == 0;
+    }
+    ~SmallDisk() {
+        if (m_mounted)
+            ::umount2(m_folder.c_str(), MNT_DETACH);
+    }
+    SmallDisk(const SmallDisk&) = delete;
+    SmallDisk& operator=(const SmallDisk&) = delete;
+    bool isMounted() const { return m_mounted; }
+
+private:
+    const fs::path m_folder;
+    bool m_mounted = false;
+};
 
 /// An archive whose rewriting takes a while.
 class InterruptionTest : public Tool {
@@ -130,6 +151,52 @@ TEST_F(InterruptionTest, ASignalThatComesTwiceAtOnceIsOneRequest) {
     const auto result = signalTheCleaningUp("os.kill(os.getpid(), signal.SIGINT)\n"
                                             "    os.kill(os.getpid(), signal.SIGTERM)");
     EXPECT_EQ(result.output, "None\n-2\n") << result.errors;
+}
+
+TEST_F(InterruptionTest, ARunThatIsEndedLeavesTheArchiveThatItCouldNotPutInPlace) {
+    if (!programExists("python3"))
+        GTEST_SKIP() << "python3 is not installed";
+    const SmallDisk disk(folder.file("disk"));
+    if (!disk.isMounted())
+        GTEST_SKIP() << "cannot mount a small file system here";
+    fs::copy_file(folder.file("big.zip"), folder.file("disk/big.zip"));
+    const auto before = load("disk/big.zip");
+    // A pipe that is full holds the run up where it tells of the failure.
+    save("end.py", R"(
+import os, pathlib, signal, subprocess, time
+unread, pipe = os.pipe()
+os.set_blocking(pipe, False)
+try:
+    while True:
+        os.write(pipe, b'x' * 4096)
+except BlockingIOError:
+    os.set_blocking(pipe, True)
+def marked():
+    return bool(list(pathlib.Path(os.environ['TMPDIR']).glob('*/.keep')))
+tool = subprocess.Popen([os.environ['KXVFS'], 'cp', 'new.txt', 'disk/big.zip/new.txt'], stderr=pipe)
+for attempt in range(400):
+    if marked() or tool.poll() is not None:
+        break
+    time.sleep(0.05)
+tool.send_signal(signal.SIGTERM)
+print(tool.wait(20), marked())
+)");
+    auto with = options();
+    with.environment.emplace_back("KXVFS", binary());
+    const auto result = runProcess({"python3", "end.py"}, with);
+    EXPECT_EQ(result.output, "-15 True\n") << result.errors;
+    EXPECT_TRUE(load("disk/big.zip") == before);
+    output({"ls", "big.zip"});
+    std::size_t kept = 0;
+    for (const auto& entry : fs::recursive_directory_iterator(temporary.path())) {
+        if (entry.path().extension() != ".zip")
+            continue;
+        ++kept;
+        const auto verdict = verifyArchive(entry.path());
+        EXPECT_EQ(verdict.problems(), "");
+        EXPECT_EQ(verdict.names().size(), entries + 1);
+    }
+    EXPECT_EQ(kept, 1U);
 }
 
 TEST_F(InterruptionTest, FoldersOfRunningProcessesAreLeftAlone) {

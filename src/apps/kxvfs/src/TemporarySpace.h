@@ -1,6 +1,7 @@
 #pragma once
 
 #include <filesystem>
+#include <set>
 #include <vector>
 
 namespace apps::kxvfs {
@@ -20,8 +21,9 @@ public:
     TemporarySpace(const TemporarySpace&) = delete;
     TemporarySpace& operator=(const TemporarySpace&) = delete;
 
-    /// Files that were left on purpose: an archive that could not be brought into its place. Marks the folder
-    /// as one to keep.
+    /// Files that were left on purpose, other than those returned before: an archive that could not be
+    /// brought into its place. Marks the folder as one to keep. Call it while no archive is being written:
+    /// one that is under way would be taken for one of these.
     std::vector<std::filesystem::path> keepRescued();
 
     /// The same files, of the folder in use, without marking it.
@@ -38,6 +40,7 @@ public:
 
 private:
     std::filesystem::path m_folder;
+    std::set<std::filesystem::path> m_rescued;
     int m_lock = -1;
 };
 

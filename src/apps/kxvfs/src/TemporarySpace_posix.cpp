@@ -130,7 +130,10 @@ std::vector<fs::path> TemporarySpace::rescued() {
 std::vector<fs::path> TemporarySpace::keepRescued() {
     if (m_folder.empty())
         return {};
-    const auto kept = rescued();
+    std::vector<fs::path> kept;
+    for (const auto& archive : rescued())
+        if (m_rescued.insert(archive).second)
+            kept.push_back(archive);
     if (!kept.empty()) {
         const int marker =
             open((m_folder / keepName).c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, S_IRUSR | S_IWUSR);
