@@ -51,12 +51,16 @@ private:
     std::bitset<partCount> m_parts;
 };
 
+/// Whether a stream's close puts anything in place: one that only reads may be closed at any time.
+enum class StreamUse { Reading, Writing };
+
 class WatchedStream : public ByteStream {
 public:
     WatchedStream(std::unique_ptr<ByteStream> target, StorageIRI location,
-                  std::shared_ptr<const ContainerWatch> watch, CutOff cutOff, std::uint64_t oldSize)
+                  std::shared_ptr<const ContainerWatch> watch, CutOff cutOff, StreamUse use,
+                  std::uint64_t oldSize = 0)
         : m_target(std::move(target)), m_location(std::move(location)), m_watch(std::move(watch)),
-          m_cutOff(std::move(cutOff)), m_read(oldSize) {}
+          m_cutOff(std::move(cutOff)), m_use(use), m_read(oldSize) {}
 
 protected:
     std::int64_t doRead(char* buffer, std::int64_t count) override {
@@ -85,10 +89,10 @@ protected:
     }
 
     void doClose() override {
-        if (m_written > 0) {
+        if (m_use == StreamUse::Writing)
             refuseCutOff(*m_cutOff, m_location);
+        if (m_written > 0)
             tell(Phase::Closing, m_written);
-        }
         m_target->close();
     }
 
@@ -102,6 +106,7 @@ private:
     const StorageIRI m_location;
     const std::shared_ptr<const ContainerWatch> m_watch;
     const CutOff m_cutOff;
+    const StreamUse m_use;
     Coverage m_read;
     std::uint64_t m_position = 0;
     std::uint64_t m_written = 0;
@@ -132,19 +137,19 @@ IProvider& WatchedStorage::target(const IRI& location) const {
 
 WatchedStorage::Stream WatchedStorage::doOpenStream(const IRI& location, const OpenOptions& options) {
     return std::make_unique<WatchedStream>(target(location).openStream(location, options), location, m_watch,
-                                           m_cutOff, 0);
+                                           m_cutOff, StreamUse::Writing);
 }
 
 WatchedStorage::Stream WatchedStorage::doOpenReadStream(const IRI& location) {
     auto stream = target(location).openReadStream(location);
     return std::make_unique<WatchedStream>(std::move(stream), location, m_watch, m_cutOff,
-                                           sizeOf(*m_target, location));
+                                           StreamUse::Reading, sizeOf(*m_target, location));
 }
 
 WatchedStorage::Stream WatchedStorage::doOpenTransactionalStream(const IRI& location,
                                                                  const OpenOptions& options) {
     return std::make_unique<WatchedStream>(target(location).openTransactionalStream(location, options),
-                                           location, m_watch, m_cutOff, 0);
+                                           location, m_watch, m_cutOff, StreamUse::Writing);
 }
 
 void WatchedStorage::doCreateFile(const IRI& location) {
@@ -217,6 +222,34 @@ bool WatchedStorage::doExists(const IRI& location) {
 
 ExtendedAttributes WatchedStorage::doGetExtendedAttributes(const IRI& location) {
     return target(location).getExtendedAttributes(location);
+}
+
+void WatchedStorage::doCopyFile(const IRI& source, const IRI& destination, MoveOption option) {
+    target(source).copyFile(source, destination, option);
+}
+
+void WatchedStorage::doCopyFileAtomic(const IRI& source, const IRI& destination, MoveOption option) {
+    target(source).copyFileAtomic(source, destination, option);
+}
+
+void WatchedStorage::doSetLastModified(const IRI& location, boost::posix_time::ptime time) {
+    target(location).setLastModified(location, time);
+}
+
+void WatchedStorage::doSetWritable(const IRI& location, bool writable) {
+    target(location).setWritable(location, writable);
+}
+
+void WatchedStorage::doTruncateToSize(const IRI& file, std::uint64_t size) {
+    target(file).truncateToSize(file, size);
+}
+
+PathComparator WatchedStorage::doGetPathComparator() {
+    return m_target->getPathComparator();
+}
+
+ProviderStorageInfo WatchedStorage::doGetProviderStorageInfo() {
+    return m_target->getProviderStorageInfo();
 }
 
 } // namespace storage::vfs

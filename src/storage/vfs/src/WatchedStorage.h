@@ -9,7 +9,7 @@
 namespace storage::vfs {
 
 /// What a container's provider gets to see of the storage that its container is in: that storage itself, with
-/// its streams watched, until it is cut off.
+/// its streams watched, until it is cut off. Change events are the library's own, by polling it.
 class WatchedStorage : public foundation::storage::provider::IProvider {
 public:
     WatchedStorage(std::shared_ptr<foundation::storage::provider::IProvider> target,
@@ -48,6 +48,13 @@ protected:
     foundation::storage::provider::FilenameSensitivity doGetFilenameSensitivity() override;
     bool doExists(const IRI& location) override;
     foundation::storage::provider::ExtendedAttributes doGetExtendedAttributes(const IRI& location) override;
+    void doCopyFile(const IRI& source, const IRI& destination, MoveOption option) override;
+    void doCopyFileAtomic(const IRI& source, const IRI& destination, MoveOption option) override;
+    void doSetLastModified(const IRI& location, boost::posix_time::ptime time) override;
+    void doSetWritable(const IRI& location, bool writable) override;
+    void doTruncateToSize(const IRI& file, std::uint64_t size) override;
+    foundation::storage::provider::PathComparator doGetPathComparator() override;
+    foundation::storage::provider::ProviderStorageInfo doGetProviderStorageInfo() override;
 
 private:
     /// Errors: Exception when it was cut off.

@@ -1,0 +1,113 @@
+#include <storage/vfs/src/WatchedStorage.h>
+
+#include <foundation/storage/provider/Exception.h>
+#include <support/ForwardingProvider.h>
+#include <support/InMemoryProvider.h>
+#include <support/contents.h>
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <string>
+
+using namespace foundation::storage::provider;
+using namespace kx::test;
+using storage::vfs::ContainerWatch;
+using storage::vfs::WatchedStorage;
+
+namespace {
+
+/// Has an own way for what the library would do by default in terms of other operations, and tells when it
+/// was taken.
+class OwnWays final : public ForwardingProvider {
+public:
+    explicit OwnWays(std::shared_ptr<IProvider> target) : ForwardingProvider(std::move(target)) {}
+    ~OwnWays() override { endChangePolling(); }
+
+    std::string taken;
+
+protected:
+    void doCopyFile(const StorageIRI&, const StorageIRI&, MoveOption) override { taken = "copyFile"; }
+    void doCopyFileAtomic(const StorageIRI&, const StorageIRI&, MoveOption) override {
+        taken = "copyFileAtomic";
+    }
+    void doSetLastModified(const StorageIRI&, boost::posix_time::ptime) override {
+        taken = "setLastModified";
+    }
+    void doSetWritable(const StorageIRI&, bool) override { taken = "setWritable"; }
+    void doTruncateToSize(const StorageIRI&, std::uint64_t) override { taken = "truncateToSize"; }
+    PathComparator doGetPathComparator() override {
+        taken = "getPathComparator";
+        return ForwardingProvider::doGetPathComparator();
+    }
+    ProviderStorageInfo doGetProviderStorageInfo() override {
+        taken = "getProviderStorageInfo";
+        return {};
+    }
+};
+
+class WatchedStorageTest : public ::testing::Test {
+protected:
+    void SetUp() override { writeFile(*memory, file, "old"); }
+
+    const std::shared_ptr<InMemoryProvider> memory = std::make_shared<InMemoryProvider>();
+    const std::shared_ptr<OwnWays> own = std::make_shared<OwnWays>(memory);
+    WatchedStorage watched{own, std::make_shared<ContainerWatch>()};
+    const StorageIRI file = memory->at(u"/a.txt");
+    const StorageIRI other = memory->at(u"/b.txt");
+    const boost::posix_time::ptime time{boost::gregorian::date(2001, 2, 3)};
+
+    struct Operation {
+        std::string name;
+        std::function<void()> call;
+    };
+    std::vector<Operation> changes() {
+        return {
+            {"copyFile", [this] { watched.copyFile(file, other, {}); }},
+            {"copyFileAtomic", [this] { watched.copyFileAtomic(file, other, {}); }},
+            {"setLastModified", [this] { watched.setLastModified(file, time); }},
+            {"setWritable", [this] { watched.setWritable(file, false); }},
+            {"truncateToSize", [this] { watched.truncateToSize(file, 1); }},
+        };
+    }
+};
+
+TEST_F(WatchedStorageTest, GoesTheWaysOfTheStorageThatItStandsFor) {
+    for (const auto& operation : changes()) {
+        operation.call();
+        EXPECT_EQ(own->taken, operation.name);
+    }
+    watched.getPathComparator();
+    EXPECT_EQ(own->taken, "getPathComparator");
+    watched.getProviderStorageInfo();
+    EXPECT_EQ(own->taken, "getProviderStorageInfo");
+}
+
+TEST_F(WatchedStorageTest, NothingChangesWhatItIsCutOffFrom) {
+    watched.cutOff();
+    for (const auto& operation : changes()) {
+        EXPECT_THROW(operation.call(), Exception) << operation.name;
+        EXPECT_EQ(own->taken, "") << operation.name;
+    }
+}
+
+TEST_F(WatchedStorageTest, AStreamThatIsCutOffBeforeItWroteAnythingDoesNotEmptyTheFile) {
+    for (const bool transactional : {false, true}) {
+        WatchedStorage cut{own, std::make_shared<ContainerWatch>()};
+        const auto stream = transactional
+                                ? cut.openTransactionalStream(file, ByteStreamOpenOptions::overwrite())
+                                : cut.openStream(file, ByteStreamOpenOptions::overwrite());
+        cut.cutOff();
+        EXPECT_THROW(stream->close(), Exception);
+        EXPECT_EQ(readFile(*memory, file), "old");
+    }
+}
+
+TEST_F(WatchedStorageTest, AStreamThatOnlyReadsIsClosedAlsoWhenCutOff) {
+    const auto stream = watched.openReadStream(file);
+    watched.cutOff();
+    stream->close();
+    EXPECT_EQ(memory->callCount(ProviderOperation::StreamClose), 2U);
+}
+
+} // namespace
