@@ -88,12 +88,12 @@ std::shared_ptr<const SharedLibrary> InstalledBundle::loadLibrary() {
         throw SharedLibraryException(error.code(), "cannot load " + location() + ": " + error.what(),
                                      handle());
     }
-    MutexLock lock(m_libraryMutex);
+    const MutexLock lock(m_libraryMutex);
     if (m_library)
         return m_library;
-    m_library = loaded;
-    lock.unlock();
+    // Before another thread can get the library, since its objects may ask for the context.
     tellContext(*loaded, context().get());
+    m_library = loaded;
     return loaded;
 }
 
