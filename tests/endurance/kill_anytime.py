@@ -131,16 +131,16 @@ class Situation:
     def take_away_kept(self, message, killed):
         """A save that failed on the full disk keeps its archive, which must be whole, and says where. One that was
         killed may have had no time to say it."""
-        for marker in self.temporary.glob("*/.keep"):
-            kept = list(marker.parent.glob("*sanitized.zip"))
+        for folder in {path.parent for path in self.temporary.glob("*/kept-*")}:
+            kept = list(folder.glob("kept-*"))
             if len(kept) != 1 or self.kind != "full-disk":
-                sys.exit(f"kept for no reason: {marker.parent}: {message}")
+                sys.exit(f"kept for no reason: {folder}: {message}")
             if not killed and f"is kept as {kept[0]}" not in message:
                 sys.exit(f"{kept[0]} was kept without a word: {message}")
             problems = independent_readers.verdict_of(str(kept[0]))["problems"]
             if problems:
                 sys.exit(f"the kept archive {kept[0]} is damaged: {problems}")
-            shutil.rmtree(marker.parent)
+            shutil.rmtree(folder)
 
     def remove(self):
         if self.mounted:

@@ -172,7 +172,7 @@ try:
 except BlockingIOError:
     os.set_blocking(pipe, True)
 def marked():
-    return bool(list(pathlib.Path(os.environ['TMPDIR']).glob('*/.keep')))
+    return bool(list(pathlib.Path(os.environ['TMPDIR']).glob('*/kept-*')))
 tool = subprocess.Popen([os.environ['KXVFS'], 'cp', 'new.txt', 'disk/big.zip/new.txt'], stderr=pipe)
 for attempt in range(400):
     if marked() or tool.poll() is not None:

@@ -44,8 +44,8 @@ int complain(const CommandLine::Declared* command, std::string_view problem) {
     return usageStatus;
 }
 
-int run(const CommandLine::Declared& chosen, const GlobalOptions& options, TemporarySpace& temporary) {
-    Session session(std::string(chosen.row->name), options, chosen.command->needsDurableFiles(), temporary);
+int run(const CommandLine::Declared& chosen, const GlobalOptions& options) {
+    Session session(std::string(chosen.row->name), options, chosen.command->needsDurableFiles());
     try {
         chosen.command->run(session);
     } catch (const OutputError&) {
@@ -59,9 +59,9 @@ int run(const CommandLine::Declared& chosen, const GlobalOptions& options, Tempo
     return session.exitStatus();
 }
 
-int guardedRun(const CommandLine::Declared& chosen, const GlobalOptions& options, TemporarySpace& temporary) {
+int guardedRun(const CommandLine::Declared& chosen, const GlobalOptions& options) {
     try {
-        return run(chosen, options, temporary);
+        return run(chosen, options);
     } catch (const UsageError& problem) {
         return complain(&chosen, problem.what());
     } catch (const OutputError& failure) {
@@ -117,8 +117,10 @@ int main(int count, char** arguments) {
         endOnSignals([folder = temporary.folder()] {
             return Remains{folder, locationsBeingSaved(), ProgressLine::isShown()};
         });
-    const int status = guardedRun(*chosen, line.options(), temporary);
-    Session::tellOfRescued(std::string(chosen->row->name), temporary.keepRescued());
+    const int status = guardedRun(*chosen, line.options());
+    for (const auto& rescued : temporary.keepRescued())
+        fmt::print(stderr, "kxvfs: {}: the archive that could not be put in place is kept as {}\n",
+                   chosen->row->name, rescued.string());
     temporary.remove();
     if (status < 0)
         endByBrokenPipe();

@@ -30,19 +30,18 @@ bool stands(const StorageIRI& iri, const StorageIRI& container) {
 
 } // namespace
 
-Session::Session(std::string command, GlobalOptions options, bool durableFiles, TemporarySpace& temporary)
-    : m_command(std::move(command)), m_options(options), m_temporary(temporary), m_out(options.json),
-      m_vfs(makeVfs(durableFiles)), m_resolver(*m_vfs),
-      m_changes(std::make_unique<ChangeSession>(
-          *m_vfs,
-          [this](const StorageIRI& file) {
-              note(fmt::format("waiting for another program that changes {}",
-                               escaped(fl::i18n::toUtf8(file.getResolvedPath()))));
-          },
-          [this](const SaveProgress& progress) {
-              if (m_saving)
-                  m_saving->update(progress);
-          })) {}
+Session::Session(std::string command, GlobalOptions options, bool durableFiles)
+    : m_command(std::move(command)), m_options(options), m_out(options.json), m_vfs(makeVfs(durableFiles)),
+      m_resolver(*m_vfs), m_changes(std::make_unique<ChangeSession>(
+                              *m_vfs,
+                              [this](const StorageIRI& file) {
+                                  note(fmt::format("waiting for another program that changes {}",
+                                                   escaped(fl::i18n::toUtf8(file.getResolvedPath()))));
+                              },
+                              [this](const SaveProgress& progress) {
+                                  if (m_saving)
+                                      m_saving->update(progress);
+                              })) {}
 
 Session::~Session() = default;
 
@@ -139,9 +138,6 @@ bool Session::save(bool last) {
     m_saving.emplace(progressWanted() && m_changes->hasChanges());
     const auto failures = last ? m_changes->commit() : m_changes->flush();
     m_saving.reset();
-    // Before anything is printed: that may wait for its reader, and a run that is ended there leaves only
-    // what is marked.
-    const auto rescued = failures.empty() ? std::vector<std::filesystem::path>() : m_temporary.keepRescued();
     for (const auto& failure : failures) {
         fail(failure.container.hasContainer() ? failure.container.toUtf8()
                                               : fl::i18n::toUtf8(failure.container.getResolvedPath()),
@@ -149,14 +145,7 @@ bool Session::save(bool last) {
         drop(failure.container);
         m_vfs->discard(failure.container);
     }
-    tellOfRescued(m_command, rescued);
     return failures.empty();
-}
-
-void Session::tellOfRescued(const std::string& command, const std::vector<std::filesystem::path>& archives) {
-    for (const auto& archive : archives)
-        fmt::print(stderr, "kxvfs: {}: the archive that could not be put in place is kept as {}\n", command,
-                   archive.string());
 }
 
 void Session::fail(std::string_view shown) {

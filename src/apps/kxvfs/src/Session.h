@@ -3,14 +3,12 @@
 #include <apps/kxvfs/src/Failure.h>
 #include <apps/kxvfs/src/Output.h>
 #include <apps/kxvfs/src/SaveProgressLine.h>
-#include <apps/kxvfs/src/TemporarySpace.h>
 
 #include <foundation/storage/provider/IProvider.h>
 #include <storage/vfs/ChangeSession.h>
 #include <storage/vfs/LocationResolver.h>
 #include <storage/vfs/Vfs.h>
 
-#include <filesystem>
 #include <memory>
 #include <optional>
 #include <set>
@@ -59,8 +57,8 @@ struct Change {
 /// One run of one command: the front to storage, standard output, and the failures met so far.
 class Session {
 public:
-    /// `durableFiles`: as Vfs::Options::durableFiles. `temporary` must outlive the session.
-    Session(std::string command, GlobalOptions options, bool durableFiles, TemporarySpace& temporary);
+    /// `durableFiles`: as Vfs::Options::durableFiles.
+    Session(std::string command, GlobalOptions options, bool durableFiles);
     ~Session();
 
     const GlobalOptions& options() const { return m_options; }
@@ -108,8 +106,6 @@ public:
     void fail(std::string_view shown, const std::exception_ptr& error);
     void fail(std::string_view shown, foundation::storage::provider::ErrorCode code,
               const std::string& cause);
-    /// Names what TemporarySpace::keepRescued has returned on standard error.
-    static void tellOfRescued(const std::string& command, const std::vector<std::filesystem::path>& archives);
     /// Whether progress may be shown, should there be a terminal.
     bool progressWanted() const { return !m_options.quiet && !m_options.json; }
     /// A message that is no failure; nothing with -q.
@@ -145,7 +141,6 @@ private:
 
     const std::string m_command;
     const GlobalOptions m_options;
-    TemporarySpace& m_temporary;
     Output m_out;
     std::unique_ptr<storage::vfs::Vfs> m_vfs;
     storage::vfs::LocationResolver m_resolver;

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <filesystem>
-#include <set>
 #include <vector>
 
 namespace apps::kxvfs {
@@ -21,9 +20,8 @@ public:
     TemporarySpace(const TemporarySpace&) = delete;
     TemporarySpace& operator=(const TemporarySpace&) = delete;
 
-    /// Files that were left on purpose, other than those returned before: an archive that could not be
-    /// brought into its place. Marks the folder as one to keep. Call it while no archive is being written:
-    /// one that is under way would be taken for one of these.
+    /// Files that were left on purpose: an archive that could not be brought into its place. Marks the folder
+    /// as one to keep.
     std::vector<std::filesystem::path> keepRescued();
 
     /// The same files, of the folder in use, without marking it.
@@ -40,7 +38,6 @@ public:
 
 private:
     std::filesystem::path m_folder;
-    std::set<std::filesystem::path> m_rescued;
     int m_lock = -1;
 };
 

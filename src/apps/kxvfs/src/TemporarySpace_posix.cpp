@@ -18,6 +18,7 @@ namespace {
 constexpr std::string_view prefix = "kxvfs-";
 constexpr std::string_view lockName = ".lock";
 constexpr std::string_view keepName = ".keep";
+constexpr std::string_view keptBeginning = "kept-";
 constexpr std::string_view rescuedEnding = "sanitized.zip";
 constexpr int removalTurns = 3;
 constexpr int creationAttempts = 4;
@@ -66,9 +67,20 @@ bool isOwnSpace(const fs::path& folder) {
            S_ISDIR(status.st_mode) && status.st_uid == geteuid();
 }
 
+/// Whether a provider has left the archive for good: it could not be brought into its place.
+bool isKept(const fs::path& archive) {
+    const auto name = archive.filename().string();
+    return name.starts_with(keptBeginning) && name.ends_with(rescuedEnding);
+}
+
 bool isToKeep(const fs::path& folder) {
     std::error_code ignored;
-    return fs::exists(folder / keepName, ignored);
+    if (fs::exists(folder / keepName, ignored))
+        return true;
+    for (fs::directory_iterator entry(folder, ignored), end; !ignored && entry != end; entry.increment(ignored))
+        if (isKept(entry->path()))
+            return true;
+    return false;
 }
 
 void removeIfAbandoned(const fs::path& folder) {
@@ -130,10 +142,7 @@ std::vector<fs::path> TemporarySpace::rescued() {
 std::vector<fs::path> TemporarySpace::keepRescued() {
     if (m_folder.empty())
         return {};
-    std::vector<fs::path> kept;
-    for (const auto& archive : rescued())
-        if (m_rescued.insert(archive).second)
-            kept.push_back(archive);
+    const auto kept = rescued();
     if (!kept.empty()) {
         const int marker =
             open((m_folder / keepName).c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, S_IRUSR | S_IWUSR);

@@ -4,6 +4,8 @@
 #include <fl/filesystem/operations.h>
 #include <fl/filesystem/temporary.h>
 
+#include <filesystem>
+
 namespace storage::zipprovider {
 
 TemporaryArchive::TemporaryArchive()
@@ -19,6 +21,17 @@ TemporaryArchive::~TemporaryArchive() {
         remove();
     } catch (...) {
         // The archive is not needed any more; a file left in the temporary directory harms nobody.
+    }
+}
+
+void TemporaryArchive::keep() noexcept {
+    m_kept = true;
+    try {
+        const auto kept = m_path.parent_path() / ("kept-" + m_path.filename().string());
+        std::filesystem::rename(m_path, kept);
+        m_path = kept;
+    } catch (...) {
+        // Under its own name it is kept as well.
     }
 }
 

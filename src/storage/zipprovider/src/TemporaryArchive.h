@@ -16,8 +16,9 @@ public:
     TemporaryArchive& operator=(const TemporaryArchive&) = delete;
 
     const fl::filesystem::path& path() const { return m_path; }
-    /// Leaves the file where it is for good.
-    void keep() { m_kept = true; }
+    /// Leaves the file for good, under a name that begins with "kept-" from here on: whoever cleans the
+    /// temporary directory up can tell it from those that are under way.
+    void keep() noexcept;
 
 private:
     /// Deletes the file. Errors: FsysExceptionBase.
