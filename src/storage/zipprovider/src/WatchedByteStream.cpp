@@ -29,8 +29,13 @@ std::int64_t WatchedByteStream::doWrite(const char* buffer, std::int64_t count) 
 }
 
 std::int64_t WatchedByteStream::doSeek(std::int64_t offset, SeekOrigin origin) {
-    const bool anyPlace = offset >= 0 && (origin != SeekOrigin::Current || offset == 0);
-    return watched(m_failure, anyPlace, [&] { return m_target->seek(offset, origin); });
+    const bool insideTheFile =
+        offset == 0 || (origin == SeekOrigin::Begin && offset > 0 && offset <= m_knownSize);
+    const auto position = watched(m_failure, insideTheFile, [&] { return m_target->seek(offset, origin); });
+    if (origin == SeekOrigin::End && offset == 0) {
+        m_knownSize = position;
+    }
+    return position;
 }
 
 } // namespace storage::zipprovider

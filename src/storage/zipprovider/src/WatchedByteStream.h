@@ -12,7 +12,8 @@ namespace storage::zipprovider {
 /// would take an archive on a failing disk for a damaged one.
 ///
 /// A seek to a place that does not exist is no failure of the container but of the archive that named the
-/// place, so seeks count only where any place is allowed.
+/// place, so seeks count only to the beginning, the end, the present place, and, once a seek to the end has
+/// told where that is, to places from the beginning up to there.
 /// Threads: one at a time.
 class WatchedByteStream final : public foundation::storage::provider::ByteStream {
 public:
@@ -29,6 +30,7 @@ protected:
 private:
     const std::unique_ptr<ByteStream> m_target;
     std::exception_ptr& m_failure;
+    std::int64_t m_knownSize = 0;
 };
 
 } // namespace storage::zipprovider

@@ -37,7 +37,6 @@ template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
 auto ZipState<StorageItem, ByteStreamDevice>::registerModifiedEntry(
     const Path& path, const std::shared_ptr<WorkingFileEntry>& entry, bool entryDidNotExist) const
     -> Registration {
-    readKeptArchive();
     const auto size = entry->getCachedFileSize();
     const auto time = entry->getCachedFileLastModified();
     // Streams share one working file; what was closed before is put aside for the case that this one is given
@@ -149,7 +148,6 @@ void ZipState<StorageItem, ByteStreamDevice>::markEntryChanged(const Path& path,
 
 template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
 void ZipState<StorageItem, ByteStreamDevice>::createFolder(const Path& path, const Time& time) const {
-    readKeptArchive();
     const auto entry = std::make_shared<FolderEntry>(FolderEntry{ZipEntryType::Folder, path, 0, time});
     parentOf(path)->add(entry);
     m_basalState.insert_or_assign(path, std::make_shared<FolderContents>(entry));
@@ -159,7 +157,6 @@ void ZipState<StorageItem, ByteStreamDevice>::createFolder(const Path& path, con
 
 template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
 void ZipState<StorageItem, ByteStreamDevice>::removeFile(const Path& path, const Time& time) const {
-    readKeptArchive();
     parentOf(path)->remove(path.fileName());
     forgetFile(path);
     markEntryChanged(path, time);
@@ -167,7 +164,6 @@ void ZipState<StorageItem, ByteStreamDevice>::removeFile(const Path& path, const
 
 template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
 void ZipState<StorageItem, ByteStreamDevice>::removeFolder(const Path& path, const Time& time) const {
-    readKeptArchive();
     m_carriedOver.erase(path);
     parentOf(path)->remove(path.fileName());
     m_basalState.erase(path);
@@ -178,7 +174,6 @@ void ZipState<StorageItem, ByteStreamDevice>::removeFolder(const Path& path, con
 template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
 void ZipState<StorageItem, ByteStreamDevice>::moveFile(const Path& from, const Path& to,
                                                        const Time& time) const {
-    readKeptArchive();
     forgetFile(to);
     if (auto node = m_carriedOver.extract(from)) {
         node.key() = to;
@@ -201,7 +196,6 @@ void ZipState<StorageItem, ByteStreamDevice>::moveFile(const Path& from, const P
 template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
 void ZipState<StorageItem, ByteStreamDevice>::moveFolder(const Path& from, const Path& to,
                                                          const Time& time) const {
-    readKeptArchive();
     forgetFile(to);
     parentOf(to)->remove(to.fileName());
     const auto entry = parentOf(from)->remove(from.fileName());

@@ -19,6 +19,7 @@
 #include <cstddef>
 #include <exception>
 #include <ios>
+#include <iterator>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -61,16 +62,19 @@ void ZipState<StorageItem, ByteStreamDevice>::doFlush() const {
     TemporaryArchive target;
     buildArchive(openArchive(), target);
     bringIntoContainer(target);
-    const auto superseded = std::exchange(m_keptArchive, std::nullopt);
+    auto superseded = std::exchange(m_keptArchive, std::nullopt);
     try {
         rebuildBasalState(Incomplete::IsRefused);
     } catch (...) {
+        m_keptArchive = std::move(superseded);
         continueFrom(target);
-        removeQuietly(superseded);
         throw;
     }
     removeQuietly(target.path());
-    removeQuietly(superseded);
+    if (superseded) {
+        removeQuietly(*superseded);
+    }
+    removeSuperseded();
 }
 
 template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
@@ -121,6 +125,7 @@ template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
 bool ZipState<StorageItem, ByteStreamDevice>::hasOwnDirectory(bool sameSize) const {
     try {
         const auto archive = std::make_shared<ReadHandle>(m_container);
+        archive->rethrowFailure();
         return (sameSize || archive->isOpen()) &&
                m_ownDirectories.contains(directoryFingerprint(readEntries(archive)));
     } catch (const std::out_of_range&) {
@@ -145,10 +150,22 @@ template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
 void ZipState<StorageItem, ByteStreamDevice>::buildArchive(const std::shared_ptr<ReadHandle>& archive,
                                                            const TemporaryArchive& target) const {
     MiniZipWriteHandle writer(target.path());
-    writeCarriedOverEntries(archive, writer);
-    ZipEntryAppender appender(writer, target.path(), m_carriedOver.size());
-    writeModifiedEntries(appender);
-    writeFolders(appender);
+    try {
+        writeCarriedOverEntries(archive, writer);
+        ZipEntryAppender appender(writer, target.path(), m_carriedOver.size());
+        writeModifiedEntries(appender);
+        writeFolders(appender);
+    } catch (const MiniZipException&) {
+        // Where the new archive could not be written, its entries are not to blame, and its end tells why.
+        closeArchive(writer, target);
+        throw;
+    }
+    closeArchive(writer, target);
+}
+
+template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
+void ZipState<StorageItem, ByteStreamDevice>::closeArchive(MiniZipWriteHandle& writer,
+                                                           const TemporaryArchive& target) const {
     errno = 0;
     try {
         writer.close();
@@ -171,6 +188,7 @@ void ZipState<StorageItem, ByteStreamDevice>::writeCarriedOverEntries(
                 detail::copyEntry(source, ZipEntrySink(target, description), entry.size);
             }
         } catch (const MiniZipException& failure) {
+            archive->rethrowFailure();
             detail::throwMiniZip(u"cannot rebuild " + containerText() + u": its entry " + path.toString() +
                                  u" cannot be carried over: " + fl::i18n::fromUtf8(failure.what()));
         }
@@ -261,7 +279,21 @@ void ZipState<StorageItem, ByteStreamDevice>::continueFrom(TemporaryArchive& arc
     archive.keep();
     KX_LOG(m_logger) << "Could not bring the new archive into the container; it is kept as "
                      << archive.path().string();
-    const auto superseded = std::exchange(m_keptArchive, archive.path());
+    // The entries that are carried over were the first to be written, in their order.
+    std::vector<StoredEntryName> stored;
+    for (const auto& [path, entry] : m_carriedOver) {
+        stored.push_back({zipEntryName(nameInNextArchive(path, entry), entry.type), {0, stored.size()}});
+    }
+    if (m_keptArchive) {
+        m_superseded.push_back(*m_keptArchive);
+    }
+    m_keptArchive = archive.path();
+    m_keptEntries = stored.size() + m_modified.size() + m_createdFolders.size();
+    auto place = stored.begin();
+    for (auto& [path, entry] : m_carriedOver) {
+        std::swap(entry.stored, *place++);
+    }
+    m_storedBefore = std::move(stored);
     m_keptArchiveIsUnread = true;
     // The container still lacks what the kept archive has.
     m_stateChanged = m_treeChanged = true;
@@ -275,48 +307,90 @@ void ZipState<StorageItem, ByteStreamDevice>::continueFrom(TemporaryArchive& arc
     } catch (const std::exception& error) {
         KX_LOG(m_logger) << "Could not read the kept archive: " << error.what();
     }
-    removeQuietly(superseded);
 }
 
-/// The entries that are carried over are found by their order in the kept archive, so it is read before
-/// anything else changes, as soon as it can be.
+/// To be called before anything is read through the positions of entries that are carried over.
 template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
 void ZipState<StorageItem, ByteStreamDevice>::readKeptArchive() const {
     if (!m_keptArchiveIsUnread) {
         return;
     }
-    const auto infos = readEntries(openArchive());
-    carryOverFrom(infos);
-    m_ownDirectories.insert(directoryFingerprint(infos));
-    m_keptArchiveIsUnread = false;
-}
-
-/// Has the entries that are carried over found in an archive that this state has built. They were the first
-/// to be written, in their order.
-template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
-void ZipState<StorageItem, ByteStreamDevice>::carryOverFrom(const EntryInfos& infos) const {
-    if (!infos.isComplete() ||
-        infos.size() != m_carriedOver.size() + m_modified.size() + m_createdFolders.size()) {
-        detail::throwMiniZip(u"it does not have the entries that were written");
-    }
-    auto info = infos.begin();
-    for (auto& [path, entry] : m_carriedOver) {
-        entry.stored = {zipEntryName(nameInNextArchive(path, entry), entry.type), info->stored.position};
-        ++info;
-    }
-}
-
-template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
-void ZipState<StorageItem, ByteStreamDevice>::removeQuietly(
-    const std::optional<fl::filesystem::path>& archive) const {
-    if (!archive) {
+    try {
+        const auto infos = readEntries(openArchive());
+        carryOverFrom(infos);
+        m_ownDirectories.insert(directoryFingerprint(infos));
+    } catch (...) {
+        if (ContainerStamp::of(m_container.getFileAttributes()) != m_stamp) {
+            throw;
+        }
+        goBackFromKeptArchive();
         return;
     }
+    m_keptArchiveIsUnread = false;
+    m_storedBefore.clear();
+    removeSuperseded();
+}
+
+/// Has the entries that are carried over found in the kept archive.
+template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
+void ZipState<StorageItem, ByteStreamDevice>::carryOverFrom(const EntryInfos& infos) const {
+    if (!infos.isComplete() || infos.size() != m_keptEntries) {
+        detail::throwMiniZip(u"the archive " + fl::i18n::fromUtf8(m_keptArchive->string()) +
+                             u" does not have the entries that were written");
+    }
+    const auto first = infos.begin();
+    forEachOfTheArchive([&](CarriedOverEntry& entry) {
+        const auto place = static_cast<std::ptrdiff_t>(entry.stored.position.num_of_file);
+        entry.stored.position = std::next(first, place)->stored.position;
+    });
+}
+
+/// The copy has left no trace in the container, so what was read before is still there. The file of the kept
+/// archive stays until the changes are in the container.
+template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
+void ZipState<StorageItem, ByteStreamDevice>::goBackFromKeptArchive() const {
+    KX_LOG(m_logger) << "Could not read the kept archive; going on from the one before";
+    std::optional<fl::filesystem::path> before;
+    if (!m_superseded.empty()) {
+        before = m_superseded.back();
+        m_superseded.pop_back();
+    }
+    m_superseded.push_back(*m_keptArchive);
+    m_keptArchive = std::move(before);
+    forEachOfTheArchive([&](CarriedOverEntry& entry) {
+        entry.stored = m_storedBefore.at(static_cast<std::size_t>(entry.stored.position.num_of_file));
+    });
+    m_keptArchiveIsUnread = false;
+    m_storedBefore.clear();
+}
+
+template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
+template <typename Visit>
+void ZipState<StorageItem, ByteStreamDevice>::forEachOfTheArchive(Visit visit) const {
+    for (auto& [path, entry] : m_carriedOver) {
+        visit(entry);
+    }
+    for (auto& [path, modified] : m_modified) {
+        if (modified.original) {
+            visit(*modified.original);
+        }
+    }
+}
+
+template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
+void ZipState<StorageItem, ByteStreamDevice>::removeSuperseded() const {
+    for (const auto& archive : std::exchange(m_superseded, {})) {
+        removeQuietly(archive);
+    }
+}
+
+template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
+void ZipState<StorageItem, ByteStreamDevice>::removeQuietly(const fl::filesystem::path& archive) const {
     try {
-        fl::filesystem::remove_all(*archive);
+        fl::filesystem::remove_all(archive);
     } catch (const std::exception& error) {
         // The changes are in another place; a file too many is no failure of that.
-        KX_LOG(m_logger) << "Could not remove " << archive->string() << ": " << error.what();
+        KX_LOG(m_logger) << "Could not remove " << archive.string() << ": " << error.what();
     }
 }
 

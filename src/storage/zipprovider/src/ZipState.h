@@ -16,6 +16,7 @@
 
 #include <boost/date_time/posix_time/ptime.hpp>
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -23,6 +24,7 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <vector>
 
 namespace storage::zipprovider {
 
@@ -194,6 +196,8 @@ private:
     bool hasOwnDirectory(bool sameSize) const;
     void refuseEncryptedEntries() const;
     void buildArchive(const std::shared_ptr<ReadHandle>& archive, const TemporaryArchive& target) const;
+    /// Errors: MiniZipException when anything of the archive could not be written, also before.
+    void closeArchive(MiniZipWriteHandle& writer, const TemporaryArchive& target) const;
     void writeCarriedOverEntries(const std::shared_ptr<ReadHandle>& archive,
                                  MiniZipWriteHandle& target) const;
     void writeModifiedEntries(ZipEntryAppender& target) const;
@@ -204,7 +208,12 @@ private:
     void continueFrom(TemporaryArchive& archive) const;
     void readKeptArchive() const;
     void carryOverFrom(const EntryInfos& infos) const;
-    void removeQuietly(const std::optional<fl::filesystem::path>& archive) const;
+    void goBackFromKeptArchive() const;
+    /// Calls `visit` with every entry that is read from the archive, those that changes have put aside included.
+    template <typename Visit>
+    void forEachOfTheArchive(Visit visit) const;
+    void removeSuperseded() const;
+    void removeQuietly(const fl::filesystem::path& archive) const;
     void copyIntoContainer(ByteStreamDevice& container, const TemporaryArchive& archive) const;
     std::u16string containerText() const;
 
@@ -233,9 +242,15 @@ private:
     /// A new archive that could not be brought into the container. The container may be half written, so
     /// this file is the archive until a flush succeeds.
     mutable std::optional<fl::filesystem::path> m_keptArchive;
-    /// Whether the entries that are carried over are still those of the archive before, since the kept one
-    /// could not be read either.
+    /// Whether the kept archive could not be read either. Then the entries that are carried over have no more
+    /// of their position in it than their number.
     mutable bool m_keptArchiveIsUnread = false;
+    /// As long as it could not: how many entries it has, and how those that are carried over were stored in the
+    /// archive before, by their number.
+    mutable std::size_t m_keptEntries = 0;
+    mutable std::vector<StoredEntryName> m_storedBefore;
+    /// Archives that were kept before and are removed when nothing can need them any more.
+    mutable std::vector<fl::filesystem::path> m_superseded;
 };
 
 } // namespace storage::zipprovider
