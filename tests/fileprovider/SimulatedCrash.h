@@ -52,13 +52,8 @@ public:
         BytesOfAFile,
         MarkOfAFile,
     };
-    /// Takes back what was not synced, where `loses` returns true. The files then look as if they had been
-    /// written long before the next run of the system began.
+    /// Takes back what was not synced, where `loses` returns true.
     void losePower(const std::function<bool(Unsynced)>& loses);
-
-    /// Lets each block that was written and not synced hold what it held before, what was written, zeros, or
-    /// bytes that were never written there. To be called before losePower.
-    void garble(unsigned seed);
 
     int open(const char* path, int flags, mode_t mode) override;
     ssize_t write(int file, const char* buffer, std::size_t count, off_t position) override;
@@ -73,8 +68,6 @@ public:
     int setMode(int file, mode_t mode) override;
     int setAttribute(int file, const char* name, const void* value, std::size_t size, int flags) override;
     int removeAttribute(int file, const char* name) override;
-    /// Another run of the system for every object, and for those that go to the real one.
-    storage::fileprovider::SystemRun run() override;
 
 private:
     struct Contents {
@@ -90,7 +83,6 @@ private:
     void restoreFolder(const std::string& folder, const Names& names);
 
     const TemporaryFolder m_aside;
-    const std::string m_run;
     std::map<std::string, Names> m_syncedNames;
     std::map<std::uint64_t, Contents> m_syncedFiles;
     std::uint64_t m_asideCount = 0;

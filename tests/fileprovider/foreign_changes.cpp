@@ -121,28 +121,6 @@ TEST_F(ForeignChange, WhatWasAppendedToAPreparedFileStays) {
     expectNothingLeft();
 }
 
-TEST_F(ForeignChange, WhatAPowerFailureLeftOfUnsyncedBytesIsFinishedOver) {
-    const auto calls = makeCalls();
-    stopBeforeFirst("truncate", m_new, calls);
-    calls->garble(1);
-    calls->losePower([](auto) { return false; });
-    const auto garbled = slurp(file("a"));
-    ASSERT_TRUE(garbled != m_new && garbled != m_old);
-    EXPECT_EQ(recover("a"), RecoveryOutcome::FinishedSave);
-    EXPECT_EQ(slurp(file("a")), m_new);
-    expectNothingLeft();
-}
-
-TEST_F(ForeignChange, WhatWasWrittenAfterAPowerFailureIsRefused) {
-    const auto calls = makeCalls();
-    stopBeforeFirst("truncate", m_new, calls);
-    calls->garble(1);
-    calls->losePower([](auto) { return false; });
-    const auto foreign = randomBytes(12'000, 3);
-    spit(file("a"), foreign);
-    expectRefusal(foreign);
-}
-
 TEST_F(ForeignChange, ZerosThatAreReservedByWritingAreCutOffUnlessSomethingElseStandsThere) {
     for (const bool changed : {false, true}) {
         startWith(m_old);

@@ -50,13 +50,7 @@ void finishCopyOver(const Environment& environment, const foundation::storage::p
 /// carries the mark of another copy-over. Returns 0 or an errno.
 int restoreTarget(const Environment& environment, const Journal& journal, int target);
 
-/// Whether the system has stopped since the journal was written, and nobody has written the target after it was
-/// started again: then what was not synced may hold anything, and is nobody's.
-bool isAsTheSystemsStopLeftIt(const Environment& environment, const Journal& journal, int target);
-
-/// Has the journal take the target as it is for the old contents, so that finishing the save can be stopped and
-/// begun again like the save itself. Returns 0 or an errno; then the journal stands as it was, or renewed.
-int renewJournal(const EnvironmentPtr& environment, const Journal& journal, const std::string& journalPath,
-                 int target);
+/// Identifies the run of the system since it was started; empty when unknown.
+std::string currentBootId();
 
 } // namespace storage::fileprovider

@@ -224,8 +224,8 @@ Recoverer::Match Recoverer::compareWithTarget(const OpenJournal& journal) const 
     struct stat status {};
     const auto& content = journal.content;
     const bool marked = m_mark && m_mark->id == content.id;
-    const auto run = m_environment->calls->run();
-    const bool sameRun = !run.id.empty() && run.id == content.bootId;
+    const auto bootId = currentBootId();
+    const bool sameRun = !bootId.empty() && bootId == content.bootId;
     const auto file = Descriptor::open(m_environment->calls, m_target.c_str(), O_PATH | O_NOFOLLOW);
     // Another hard link to the file, or a renamed file, is recognised by the mark.
     if (!file.isOpen() || ::fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode) ||
@@ -350,19 +350,9 @@ void Recoverer::discard(const OpenJournal& journal, RecoveryOutcome outcome, con
 
 void Recoverer::requireStoppedCopy(const OpenJournal& journal, int target, int staging) const {
     const auto& content = journal.content;
-    if (fitsStoppedCopy(*m_environment, target,
-                        {content.oldSamples, content.oldSize, content.newSize, staging})) {
-        return;
-    }
-    if (!isAsTheSystemsStopLeftIt(*m_environment, content, target)) {
+    if (!fitsStoppedCopy(*m_environment, target,
+                         {content.oldSamples, content.oldSize, content.newSize, staging})) {
         failChanged(journal);
-    }
-    // The journal must stay its owner's, as the staging file is.
-    if (journal.owner != ::geteuid()) {
-        return;
-    }
-    if (const int error = renewJournal(m_environment, content, journal.path, target); error != 0) {
-        throwSystemError(m_iri, error, "cannot finish an interrupted save: cannot write " + journal.path);
     }
 }
 

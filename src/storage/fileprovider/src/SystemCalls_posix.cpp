@@ -2,9 +2,7 @@
 
 #include <cerrno>
 #include <cstdio>
-#include <ctime>
 #include <fcntl.h>
-#include <fstream>
 #include <sys/stat.h>
 #include <sys/xattr.h>
 #include <unistd.h>
@@ -110,18 +108,6 @@ int SystemCalls::setAttribute(int file, const char* name, const void* value, std
 
 int SystemCalls::removeAttribute(int file, const char* name) {
     return ::fremovexattr(file, name);
-}
-
-SystemRun SystemCalls::run() {
-    SystemRun run;
-    std::ifstream file("/proc/sys/kernel/random/boot_id");
-    std::getline(file, run.id);
-    timespec time{};
-    timespec sinceStart{};
-    if (::clock_gettime(CLOCK_REALTIME, &time) == 0 && ::clock_gettime(CLOCK_BOOTTIME, &sinceStart) == 0) {
-        run.start = toNanoseconds(time) - toNanoseconds(sinceStart);
-    }
-    return run;
 }
 
 } // namespace storage::fileprovider
