@@ -64,8 +64,8 @@ protected:
     ProcessResult terminated(const std::string& signal, int milliseconds) const {
         auto with = options();
         with.environment.emplace_back("XDG_STATE_HOME", state.path().string());
-        // AddressSanitizer's search for leaks at the exit may wait for ever when a signal comes in the middle of
-        // it; every other test has it.
+        // AddressSanitizer's search for leaks at the exit may wait for ever when a signal comes in the middle
+        // of it; every other test has it.
         const char* sanitizing = std::getenv("ASAN_OPTIONS");
         with.environment.emplace_back("ASAN_OPTIONS",
                                       std::string(sanitizing ? sanitizing : "") + ":detect_leaks=0");

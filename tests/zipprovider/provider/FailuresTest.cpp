@@ -267,14 +267,10 @@ TEST_P(FailingContainer, AContainerThatFailsWhileItIsFirstReadIsReadAgain) {
             ASSERT_GT(call, 5u);
             break;
         }
-        // Read incompletely, it is never overwritten.
-        try {
-            mounted.createFolder("/made");
-            EXPECT_EQ(MountedZip(container).read("/docs/x"), "4");
-            replaceContainer(archiveBefore());
-        } catch (const MiniZipException&) {
-            EXPECT_EQ(archive(), archiveBefore());
-        }
+        SCOPED_TRACE(call);
+        mounted.createFolder("/made");
+        EXPECT_EQ(MountedZip(container).read("/docs/x"), "4");
+        replaceContainer(archiveBefore());
     }
 }
 
@@ -319,8 +315,9 @@ TEST_F(FailingTemporaryFolder, AnArchiveThatCannotBeBuiltLeavesTheContainerAndNo
     const auto before = archive();
     {
         const FullDisk full(100'000);
-        EXPECT_TRUE(
-            throwsUntranslated<MiniZipException>("mem:///plans.zip", [&] { zip.createFolder("/f"); }));
+        EXPECT_TRUE(throwsUntranslated<MiniZipException>(
+            "sanitized.zip: MiniZipWriteHandle: Problem closing zip file: File too large",
+            [&] { zip.createFolder("/f"); }));
     }
     EXPECT_EQ(archive(), before);
     EXPECT_TRUE(temporaryFiles().empty());
@@ -336,7 +333,9 @@ TEST_F(FailingTemporaryFolder, AModifiedEntryThatDoesNotFitFailsTheSaveAndIsSave
         const FullDisk full(100'000);
         const auto stream = zip.writer("/two");
         writeAll(*stream, large);
-        EXPECT_TRUE(throwsUntranslated<MiniZipException>("mem:///plans.zip", [&] { stream->close(); }));
+        EXPECT_TRUE(throwsUntranslated<MiniZipException>(
+            "sanitized.zip: MiniZipWriteHandle: Problem closing zip file: File too large",
+            [&] { stream->close(); }));
     }
     EXPECT_EQ(zip.read("/two"), large);
     zip.createFolder("/f");

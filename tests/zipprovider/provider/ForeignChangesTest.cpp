@@ -265,6 +265,88 @@ TEST_F(InterruptedCopy, DoesNotExcuseAForeignChange) {
     EXPECT_EQ(keptArchives().size(), 1u);
 }
 
+/// A copy into the container fails, and the archive that is kept because of that cannot be read either.
+class UnreadableKeptArchive : public ForeignChange {
+protected:
+    using Below = std::shared_ptr<foundation::storage::provider::IProvider>;
+
+    ~UnreadableKeptArchive() override { std::filesystem::remove(aside); }
+
+    MountedZip mountOver(Below below) {
+        hooked = std::make_shared<HookedProvider>(std::make_shared<FaultInjectingProvider>(below, plan));
+        return MountedZip(StorageItem(hooked, container.getLocation()));
+    }
+
+    /// `work` fails to bring its archive into the container, which is out of sight from then on.
+    void interrupt(const std::function<void()>& work) {
+        hooked->beforeNext(ProviderOperation::StreamWrite, [&] {
+            for (const auto& name : keptArchives()) {
+                if (!name.starts_with("kept-")) {
+                    hidden = temporary.path() / name;
+                }
+            }
+            std::filesystem::rename(hidden, aside);
+            plan->failCall(1, {ProviderOperation::StreamWrite});
+        });
+        EXPECT_THROW(work(), std::exception);
+        plan->countOnly();
+        hooked->callBefore({});
+    }
+    void bringBack() { std::filesystem::rename(aside, hidden); }
+
+    const std::filesystem::path aside = temporary.path().string() + ".aside";
+    const std::shared_ptr<FaultPlan> plan = std::make_shared<FaultPlan>();
+    std::shared_ptr<HookedProvider> hooked;
+    std::filesystem::path hidden;
+};
+
+TEST_F(UnreadableKeptArchive, IsNotNeededWhereTheContainerIsAsItWas) {
+    MountedZip failing = mountOver(memory);
+    failing.list();
+    interrupt([&] { failing.write("/mine", "1"); });
+    EXPECT_EQ(failing.read("/a"), "bytes of a");
+    failing.createFolder("/later");
+    EXPECT_EQ(
+        archiveProblems(archive(), {{"a", "bytes of a"}, {"b", "bytes of b"}, {"mine", "1"}, {"later/", ""}}),
+        "");
+    EXPECT_TRUE(temporaryFiles().empty());
+}
+
+TEST_F(UnreadableKeptArchive, IsReadOnceItCanBeAndWhatWasChangedMeanwhileIsSaved) {
+    MountedZip failing = mountOver(std::make_shared<InPlaceProvider>(memory));
+    failing.list();
+    interrupt([&] { failing.write("/mine", "1"); });
+    EXPECT_THROW(failing.read("/a"), std::exception);
+    EXPECT_THROW(failing.moveFile("/a", "/z"), std::exception);
+    EXPECT_THROW(failing.removeFile("/mine"), std::exception);
+    EXPECT_THROW(failing.write("/new", "2"), std::exception);
+    bringBack();
+    EXPECT_EQ(failing.read("/z"), "bytes of a");
+    failing.createFolder("/later");
+    EXPECT_EQ(
+        archiveProblems(archive(), {{"b", "bytes of b"}, {"z", "bytes of a"}, {"new", "2"}, {"later/", ""}}),
+        "");
+    EXPECT_TRUE(temporaryFiles().empty());
+}
+
+TEST_F(UnreadableKeptArchive, LeavesTheOneThatWasKeptBefore) {
+    MountedZip failing = mountOver(std::make_shared<InPlaceProvider>(memory));
+    failing.list();
+    plan->failCall(1, {ProviderOperation::StreamWrite});
+    EXPECT_THROW(failing.write("/mine", "1"), std::exception);
+    plan->countOnly();
+    ASSERT_EQ(keptArchives().size(), 1u);
+    interrupt([&] { failing.createFolder("/later"); });
+    EXPECT_EQ(keptArchives().size(), 1u);
+    bringBack();
+    failing.createFolder("/last");
+    EXPECT_EQ(archiveProblems(
+                  archive(),
+                  {{"a", "bytes of a"}, {"b", "bytes of b"}, {"mine", "1"}, {"later/", ""}, {"last/", ""}}),
+              "");
+    EXPECT_TRUE(temporaryFiles().empty());
+}
+
 } // namespace
 
 } // namespace kx::test

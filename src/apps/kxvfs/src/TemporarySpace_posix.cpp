@@ -77,7 +77,8 @@ bool isToKeep(const fs::path& folder) {
     std::error_code ignored;
     if (fs::exists(folder / keepName, ignored))
         return true;
-    for (fs::directory_iterator entry(folder, ignored), end; !ignored && entry != end; entry.increment(ignored))
+    for (fs::directory_iterator entry(folder, ignored), end; !ignored && entry != end;
+         entry.increment(ignored))
         if (isKept(entry->path()))
             return true;
     return false;

@@ -209,7 +209,8 @@ private:
     void readKeptArchive() const;
     void carryOverFrom(const EntryInfos& infos) const;
     void goBackFromKeptArchive() const;
-    /// Calls `visit` with every entry that is read from the archive, those that changes have put aside included.
+    /// Calls `visit` with every entry that is read from the archive, those that changes have put aside
+    /// included.
     template <typename Visit>
     void forEachOfTheArchive(Visit visit) const;
     void removeSuperseded() const;
@@ -245,8 +246,8 @@ private:
     /// Whether the kept archive could not be read either. Then the entries that are carried over have no more
     /// of their position in it than their number.
     mutable bool m_keptArchiveIsUnread = false;
-    /// As long as it could not: how many entries it has, and how those that are carried over were stored in the
-    /// archive before, by their number.
+    /// As long as it could not: how many entries it has, and how those that are carried over were stored in
+    /// the archive before, by their number.
     mutable std::size_t m_keptEntries = 0;
     mutable std::vector<StoredEntryName> m_storedBefore;
     /// Archives that were kept before and are removed when nothing can need them any more.
