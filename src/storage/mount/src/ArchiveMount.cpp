@@ -22,6 +22,9 @@ namespace fs = std::filesystem;
 
 namespace {
 
+/// How long mounting may take for the folders to be loaded; those that are left are loaded when looked into.
+constexpr auto loadingTime = std::chrono::seconds(2);
+
 [[noreturn]] void refuseToWait(const StorageIRI& file) {
     throw Exception(ErrorCode::Busy, file, "another program changes it, or has mounted it");
 }
@@ -71,7 +74,7 @@ struct ArchiveMount::Impl {
           tree(backing, 0755U & ~options.umask), contents(tree, space), changes(tree, contents, session),
           loader(tree, vfs, options, [this](const NodePtr& file) { changes.handOver(file); }) {
         setRootTimes();
-        loader.load(tree.root());
+        loader.loadAhead(std::chrono::steady_clock::now() + loadingTime);
         if (!options.readOnly)
             saver = std::make_unique<Saver>(
                 changes, space, options, [this](const SaveResult& result) { onSave(result); },

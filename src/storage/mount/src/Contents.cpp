@@ -132,7 +132,7 @@ void Contents::changed(const NodePtr& file, std::uint64_t size) {
     file->modified = file->changed = currentTime();
     if (!file->linked)
         return;
-    Tree::dropView(*file);
+    m_tree.dropView(*file);
     if (!file->dirty)
         m_tree.markDirty(file);
 }

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <deque>
 #include <vector>
 
 namespace storage::mount {
@@ -102,6 +103,25 @@ void FolderLoader::load(const NodePtr& folder) {
     }
 }
 
+void FolderLoader::loadAhead(std::chrono::steady_clock::time_point deadline) {
+    load(m_tree.root());
+    std::deque<NodePtr> waiting{m_tree.root()};
+    while (!waiting.empty() && std::chrono::steady_clock::now() < deadline) {
+        const auto folder = std::move(waiting.front());
+        waiting.pop_front();
+        try {
+            load(folder);
+        } catch (const std::exception&) {
+            // Whoever looks into it is told.
+            continue;
+        }
+        const MutexLock lock(m_tree.mutex);
+        for (const auto& [name, node] : folder->children)
+            if (node->folder && !node->isView)
+                waiting.push_back(node);
+    }
+}
+
 void FolderLoader::fill(Node& folder, std::vector<Found>& entries) {
     for (auto& entry : entries) {
         if (!canBeShown(entry.name) || Tree::child(folder, entry.name)) {
@@ -113,7 +133,7 @@ void FolderLoader::fill(Node& folder, std::vector<Found>& entries) {
         node->mode = (entry.folder ? 0755U : 0644U) & ~m_options.umask;
         node->size = entry.size;
         node->modified = node->changed = node->accessed = entry.modified;
-        Tree::attach(folder, std::move(entry.name), node);
+        m_tree.attach(folder, std::move(entry.name), node);
     }
     folder.loaded = true;
 }
@@ -145,7 +165,7 @@ void FolderLoader::addViews(Tree& tree, Node& folder) const {
         view->viewed = file.get();
         view->isView = true;
         file->view = view;
-        Tree::attach(folder, std::move(name), view);
+        tree.attach(folder, std::move(name), view);
     }
 }
 

@@ -5,6 +5,7 @@
 #include <storage/mount/src/Tree.h>
 #include <storage/vfs/Vfs.h>
 
+#include <chrono>
 #include <functional>
 #include <string>
 
@@ -23,6 +24,9 @@ public:
     /// folder that another thread is loading is waited for.
     void load(const NodePtr& folder);
 
+    /// Loads folders from the root downwards until all are loaded or the time is over, so that the first look
+    /// at them is as quick as later ones. Errors: as load, of the root.
+    void loadAhead(std::chrono::steady_clock::time_point deadline);
     /// Adds the folders that show files' insides, for those that have none. `tree` is the loader's.
     void addViews(Tree& tree, Node& folder) const KX_REQUIRES(tree.mutex);
 

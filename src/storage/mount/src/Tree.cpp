@@ -33,17 +33,12 @@ NodePtr Tree::makeNode(bool folder, std::shared_ptr<Backing> backing) {
     return std::make_shared<Node>(++m_lastNumber, folder, std::move(backing));
 }
 
-void Tree::noteLookup(const NodePtr& node) {
-    if (node->lookups++ == 0)
-        m_knownToKernel.emplace(node.get(), node);
-}
-
 NodePtr Tree::forget(Node& node, std::uint64_t lookups) {
     node.lookups -= std::min(lookups, node.lookups);
     if (node.lookups > 0)
         return nullptr;
-    auto known = m_knownToKernel.extract(&node);
-    return known ? std::move(known.mapped()) : nullptr;
+    auto displaced = m_displaced.extract(&node);
+    return displaced ? std::move(displaced.mapped()) : nullptr;
 }
 
 NodePtr Tree::child(const Node& folder, std::string_view name) {
@@ -84,12 +79,15 @@ void Tree::attach(Node& folder, std::string name, const NodePtr& node) {
     node->parent = &folder;
     node->name = name;
     node->linked = true;
+    m_displaced.erase(node.get());
     folder.subfolders += node->folder ? 1 : 0;
     folder.children.insert_or_assign(std::move(name), node);
 }
 
 void Tree::detach(Node& node) {
     auto& folder = *node.parent;
+    if (node.lookups > 0)
+        m_displaced.emplace(&node, node.shared_from_this());
     folder.subfolders -= node.folder ? 1 : 0;
     node.linked = false;
     node.parent = nullptr;
@@ -162,8 +160,17 @@ void Tree::dropView(Node& file) {
     if (!view)
         return;
     view->viewed = nullptr;
+    keepWhatTheKernelKnows(view);
     if (view->linked)
         detach(*view);
+}
+
+/// The kernel may forget a folder before what stands in it.
+void Tree::keepWhatTheKernelKnows(const NodePtr& node) {
+    if (node->lookups > 0)
+        m_displaced.emplace(node.get(), node);
+    for (const auto& [name, below] : node->children)
+        keepWhatTheKernelKnows(below);
 }
 
 void Tree::markDirty(const NodePtr& node) {

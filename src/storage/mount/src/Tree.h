@@ -36,7 +36,7 @@ public:
     NodePtr makeNode(bool folder, std::shared_ptr<Backing> backing) KX_REQUIRES(mutex);
 
     /// The kernel was told of the node once more, or has forgotten it so often.
-    void noteLookup(const NodePtr& node) KX_REQUIRES(mutex);
+    void noteLookup(const NodePtr& node) KX_REQUIRES(mutex) { ++node->lookups; }
     /// Returns the node when nothing else may keep it alive, to be dropped without the mutex.
     NodePtr forget(Node& node, std::uint64_t lookups) KX_REQUIRES(mutex);
 
@@ -48,8 +48,7 @@ public:
     static bool isSameOrAbove(const Node& folder, const Node& node);
 
     /// Puts a node that was read from a provider into its folder.
-    static void attach(Node& folder, std::string name, const NodePtr& node);
-    static void detach(Node& node);
+    void attach(Node& folder, std::string name, const NodePtr& node) KX_REQUIRES(mutex);
 
     /// Puts a node that no provider has yet into its folder.
     void add(Node& folder, std::string name, const NodePtr& node) KX_REQUIRES(mutex);
@@ -62,7 +61,7 @@ public:
     void moveStored(const NodePtr& node, Node& folder, const std::string& name) KX_REQUIRES(mutex);
     void markDirty(const NodePtr& node) KX_REQUIRES(mutex);
     /// Takes away the folder that shows a file's inside. Who has something of it open may go on.
-    static void dropView(Node& file);
+    void dropView(Node& file) KX_REQUIRES(mutex);
 
     /// Entries that the provider has and the tree has no more: path to whether it is a folder.
     using Removals = std::map<std::string, bool>;
@@ -79,12 +78,15 @@ public:
     }
 
 private:
+    void detach(Node& node) KX_REQUIRES(mutex);
+    void keepWhatTheKernelKnows(const NodePtr& node) KX_REQUIRES(mutex);
     /// The node took the place of a removed one of its kind: what was to be removed is overwritten instead.
     void takePlace(const NodePtr& node) KX_REQUIRES(mutex);
     void noteEmptied(Node& folder) KX_REQUIRES(mutex);
 
     const NodePtr m_root;
-    std::unordered_map<const Node*, NodePtr> m_knownToKernel KX_GUARDED_BY(mutex);
+    /// Nodes that have no place any more and that the kernel has not forgotten.
+    std::unordered_map<const Node*, NodePtr> m_displaced KX_GUARDED_BY(mutex);
     std::uint64_t m_lastNumber KX_GUARDED_BY(mutex) = 1;
 };
 
