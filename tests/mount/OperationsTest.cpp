@@ -266,6 +266,45 @@ TEST_F(MountOperationsTest, WhatAnArchiveCannotHoldIsRefused) {
     EXPECT_EQ(names("plans.zip").size(), 5U) << "nothing was written";
 }
 
+TEST_F(MountOperationsTest, PathsThatNoArchiveCanStoreAreRefused) {
+    constexpr std::size_t longest = 65535;
+    const std::string name(255, 'd');
+    int place = open(mountPoint().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    std::size_t length = 0;
+    const auto enter = [&](const std::string& child) {
+        ASSERT_EQ(mkdirat(place, child.c_str(), 0755), 0) << length << ": " << std::strerror(errno);
+        const int below = openat(place, child.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+        ASSERT_GE(below, 0);
+        ::close(place);
+        place = below;
+        length += child.size() + 1;
+    };
+    while (length + name.size() + 1 <= longest)
+        enter(name);
+    // Of exactly the length that can be stored, and of one byte more.
+    const std::string fits(longest - length, 'f');
+    EXPECT_EQ(mkdirat(place, fits.c_str(), 0755), -1);
+    EXPECT_EQ(errno, ENAMETOOLONG) << "a folder's name ends in a slash";
+    EXPECT_EQ(mknodat(place, (fits + 'f').c_str(), S_IFREG | 0644, 0), -1);
+    EXPECT_EQ(errno, ENAMETOOLONG);
+    EXPECT_EQ(mknodat(place, fits.c_str(), S_IFREG | 0644, 0), 0) << std::strerror(errno);
+    EXPECT_EQ(rename(in(name).c_str(), in("short").c_str()), 0) << std::strerror(errno);
+    EXPECT_EQ(rename(in("short").c_str(), in(name).c_str()), 0) << std::strerror(errno);
+    EXPECT_EQ(rename(in(name).c_str(), in("docs/" + name).c_str()), -1);
+    EXPECT_EQ(errno, ENAMETOOLONG);
+    EXPECT_EQ(fsync(place), 0) << std::strerror(errno);
+    EXPECT_EQ(rename(in(name).c_str(), in("docs/" + name).c_str()), -1);
+    EXPECT_EQ(errno, ENAMETOOLONG) << "the same of what is stored";
+    ::close(place);
+    unmount();
+    EXPECT_EQ(runProcess({"python3", "-c",
+                          "import sys, zipfile\n"
+                          "print(max(len(name) for name in zipfile.ZipFile(sys.argv[1]).namelist()))",
+                          folder.file("plans.zip").string()})
+                  .output,
+              "65535\n");
+}
+
 TEST_F(MountOperationsTest, NamesOfEveryKindAreKept) {
     const Names unusual{"a b",
                         "dot.",

@@ -106,7 +106,8 @@ public:
 
 private:
     void checkChangeable(const Node& node) const;
-    static void checkName(const Node& folder, std::string_view name);
+    static void checkName(const Node& folder, std::string_view name, bool isFolder);
+    static void checkNamesBelow(const Node& node, const Node& newFolder, std::string_view newName);
     void noteChange();
     struct stat statusLocked(const Node& node) const KX_REQUIRES(m_tree.mutex);
     NodePtr find(const NodePtr& folder, std::string_view name);

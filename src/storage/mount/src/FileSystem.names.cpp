@@ -3,6 +3,7 @@
 #include <storage/mount/src/SystemFailure.h>
 
 #include <fl/i18n/utf8.h>
+#include <storage/vfs/StorableName.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -15,24 +16,46 @@ using foundation::core::MutexLock;
 namespace {
 
 constexpr std::size_t longestName = 255;
-/// The length field of a name has 16 bits, and a folder's name ends in "/".
-constexpr std::size_t longestPath = 65534;
 constexpr unsigned permissionBits = 07777;
 
 constexpr unsigned noReplace = RENAME_NOREPLACE;
+/// What is shorter than this fits into every format; looking at it is not worth the time.
+constexpr std::size_t shortPath = 4096;
+
+void checkStorable(const Backing& backing, const std::string& path, bool isFolder) {
+    if (path.size() > shortPath && vfs::unstorable(backing.at(path), isFolder))
+        failWith(ENAMETOOLONG);
+}
 
 } // namespace
 
 FileSystem::FileSystem(Parts parts, const MountOptions& options)
     : m_parts(std::move(parts)), m_tree(m_parts.tree), m_options(options) {}
 
-void FileSystem::checkName(const Node& folder, std::string_view name) {
-    if (name.size() > longestName || Tree::pathOf(folder).size() + 1 + name.size() > longestPath)
+void FileSystem::checkName(const Node& folder, std::string_view name, bool isFolder) {
+    if (name.size() > longestName)
         failWith(ENAMETOOLONG);
     if (!fl::i18n::isUtf8(name))
         failWith(EILSEQ);
     if (!folder.linked)
         failWith(ENOENT);
+    checkStorable(*folder.backing, Tree::pathOf(folder, name), isFolder);
+}
+
+/// What no provider has yet is not looked at by the provider that moves.
+void FileSystem::checkNamesBelow(const Node& node, const Node& newFolder, std::string_view newName) {
+    const auto from = Tree::pathOf(node).size();
+    const auto path = Tree::pathOf(newFolder, newName);
+    if (path.size() <= from)
+        return;
+    const auto check = [&](const auto& self, const Node& folder, const std::string& at) -> void {
+        for (const auto& [name, below] : folder.children) {
+            const auto place = at + "/" + name;
+            checkStorable(*newFolder.backing, place, below->folder);
+            self(self, *below, place);
+        }
+    };
+    check(check, node, path);
 }
 
 void FileSystem::checkChangeable(const Node& node) const {
@@ -81,7 +104,7 @@ FileSystem::Entry FileSystem::makeFolder(const NodePtr& folder, std::string_view
     Entry made;
     {
         const MutexLock lock(m_tree.mutex);
-        checkName(*folder, name);
+        checkName(*folder, name, true);
         if (Tree::child(*folder, name))
             failWith(EEXIST);
         made.node = m_tree.makeNode(true, folder->backing);
@@ -106,7 +129,7 @@ FileSystem::Entry FileSystem::makeFile(const NodePtr& folder, std::string_view n
     m_parts.contents.startEmpty(*made.node);
     {
         const MutexLock lock(m_tree.mutex);
-        checkName(*folder, name);
+        checkName(*folder, name, false);
         if (Tree::child(*folder, name))
             failWith(EEXIST);
         made.node->mode = mode & permissionBits;
@@ -207,9 +230,11 @@ void FileSystem::rename(const NodePtr& folder, std::string_view name, const Node
             return;
         {
             const MutexLock lock(m_tree.mutex);
-            checkName(*newFolder, newName);
+            checkName(*newFolder, newName, node->folder);
             if (Tree::isSameOrAbove(*node, *newFolder))
                 failWith(EINVAL);
+            if (node->linked)
+                checkNamesBelow(*node, *newFolder, newName);
         }
         if (replaced)
             checkReplaceable(node, replaced);
