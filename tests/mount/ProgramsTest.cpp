@@ -119,6 +119,23 @@ TEST_F(MountProgramsTest, AnEditorSavesByRenamingOver) {
     EXPECT_EQ(stored("notes.md"), "round 19\n");
 }
 
+TEST_F(MountProgramsTest, VimEditsAFile) {
+    const auto vim =
+        runProcess({"bash", "-c", "printf %s \"$(command -v vim || command -v vim.tiny)\""}).output;
+    if (vim.empty())
+        GTEST_SKIP() << "vim is not installed";
+    shell(
+        "printf 'one\\ntwo\\n' > notes.md\n"
+        "for round in 1 2 3; do " +
+        vim +
+        " -Nu NONE -i NONE -es +'%s/two/two two/' +'set backup backupskip=' +wq notes.md < /dev/null; done");
+    EXPECT_EQ(get(in("notes.md")), "one\ntwo two two two\n");
+    unmount();
+    EXPECT_EQ(names("plans.zip"), (Names{"notes.md", "notes.md~"}));
+    EXPECT_EQ(stored("notes.md"), "one\ntwo two two two\n");
+    EXPECT_EQ(stored("notes.md~"), "one\ntwo two two\n");
+}
+
 TEST_F(MountProgramsTest, FioVerifiesRandomReadsAndWrites) {
     shell(
         "fio --name=verify --rw=randrw --bs=512-64k --size=16m --nrfiles=4 --verify=crc32c --verify_fatal=1 "
@@ -138,7 +155,7 @@ TEST_F(MountProgramsTest, StressedFromManySidesItStaysAliveAndSound) {
     shell("mkdir stress && stress-ng --temp-path stress --timeout 8s --quiet "
           "--hdd 1 --hdd-bytes 4m --dir 1 --dir-dirs 64 --rename 1 --fallocate 1 --fallocate-bytes 1m "
           "--seek 1 --seek-size 1m --dentry 1 --dentries 64 --open 1 --mmap 1 --mmap-bytes 1m --mmap-file "
-          ">/dev/null 2>&1 || [ $? -le 2 ]");
+          "> ../stress.log 2>&1");
     EXPECT_TRUE(isMounted());
     put(in("alive"), "yes");
     EXPECT_EQ(get(in("alive")), "yes");

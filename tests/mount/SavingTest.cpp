@@ -1,7 +1,10 @@
 #include "Mounted.h"
 
+#include <chrono>
 #include <csignal>
+#include <future>
 #include <sys/mman.h>
+#include <thread>
 
 using namespace kx::test;
 namespace fs = std::filesystem;
@@ -78,6 +81,34 @@ TEST_F(MountSavingTest, FsyncReturnsWhenTheArchiveHoldsTheChange) {
     EXPECT_EQ(listing()[0]["saves"], 2);
     EXPECT_EQ(fsync(file.get()), 0);
     EXPECT_EQ(listing()[0]["saves"], 2) << "nothing was left to save";
+}
+
+TEST_F(MountSavingTest, SyncOfAFolderSavesEverything) {
+    mount("plans.zip", "save_after=3600,save_within=3600");
+    put(in("b.txt"), "first");
+    put(in("docs/new"), "second");
+    shell("sync .");
+    EXPECT_EQ(stored("b.txt"), "first");
+    EXPECT_EQ(stored("docs/new"), "second");
+}
+
+TEST_F(MountSavingTest, WhatNeedsNoProviderIsQuickWhileItIsSaved) {
+    mount("plans.zip", "save_after=3600,save_within=3600");
+    put(in("large"), noise(32 << 20));
+    auto saving = std::async(std::launch::async, [&] {
+        const Descriptor file(in("large"), O_RDWR);
+        return fsync(file.get());
+    });
+    int rounds = 0;
+    while (saving.wait_for(std::chrono::milliseconds(2)) != std::future_status::ready) {
+        EXPECT_EQ(std::distance(fs::directory_iterator(mountPoint()), {}), rounds == 0 ? 4 : 5);
+        EXPECT_TRUE(fs::exists(in("docs/sub/c.txt")));
+        put(in("meanwhile"), std::to_string(rounds));
+        EXPECT_EQ(get(in("meanwhile")), std::to_string(rounds));
+        ++rounds;
+    }
+    EXPECT_EQ(saving.get(), 0);
+    EXPECT_GT(rounds, 10);
 }
 
 TEST_F(MountSavingTest, ManyChangesCostAHandfulOfSaves) {
@@ -194,6 +225,83 @@ TEST_F(MountSavingTest, AKilledProcessLeavesTheLastSavedArchive) {
     EXPECT_EQ(listing().size(), 0U);
     mount();
     EXPECT_EQ(get(in("b.txt")), "saved");
+}
+
+TEST_F(MountSavingTest, KilledAtAnyMomentItLeavesTheOldOrTheNewArchive) {
+    int last = -1;
+    for (int round = 0; round < 6; ++round) {
+        mount("plans.zip", "save_after=3600,save_within=3600");
+        put(in("one"), std::to_string(round));
+        put(in("ballast"), noise((1 << 20) + round));
+        put(in("two"), std::to_string(round));
+        std::thread saving([&] {
+            const Descriptor root(mountPoint(), O_RDONLY | O_DIRECTORY);
+            fsync(root.get());
+        });
+        usleep(static_cast<useconds_t>(round) * 15'000);
+        EXPECT_EQ(kill(server(), SIGKILL), 0);
+        saving.join();
+        EXPECT_EQ(runMountTool({"umount", mountPoint()}).exitCode, 1);
+        EXPECT_EQ(runMountTool({"check", folder.file("plans.zip").string()}).exitCode, 0);
+        EXPECT_EQ(verifyArchive(folder.file("plans.zip")).problems(), "");
+        if (const auto entries = names("plans.zip"); entries.size() > 5U) {
+            const auto one = stored("one");
+            EXPECT_EQ(one, stored("two"));
+            EXPECT_TRUE(one == std::to_string(round) || one == std::to_string(last)) << one;
+            last = std::stoi(one);
+        } else {
+            EXPECT_EQ(last, -1);
+        }
+    }
+}
+
+TEST_F(MountSavingTest, WhatAnotherNamespaceShowsDoesNotKeepItMounted) {
+    mount("plans.zip", "save_after=3600,save_within=3600");
+    put(in("new"), "text");
+    const auto pid = runProcess({"bash", "-c",
+                                 "unshare -m sh -c 'mount --make-rprivate / && exec sleep 60' "
+                                 "> /dev/null 2>&1 & sleep 0.5; kill -0 $! && echo $!"})
+                         .output;
+    if (pid.empty())
+        GTEST_SKIP() << "no namespace of mounts can be made here";
+    const auto begun = std::chrono::steady_clock::now();
+    unmount();
+    EXPECT_LT(std::chrono::steady_clock::now() - begun, std::chrono::seconds(30));
+    EXPECT_EQ(kill(std::stoi(pid), SIGKILL), 0);
+    EXPECT_EQ(stored("new"), "text");
+}
+
+TEST_F(MountSavingTest, WhatIsRescuedCanBeBroughtIntoTheArchive) {
+    if (!mountSmall("disk", "1m"))
+        GTEST_SKIP() << "a small file system cannot be mounted here";
+    fs::copy_file(folder.file("plans.zip"), folder.file("disk/plans.zip"));
+    mount("disk/plans.zip", "save_after=3600,save_within=3600");
+    put(in("it's \\ gone"), "x");
+    fs::create_directories(in("gone/deep"));
+    put(in("gone/deep/x"), "x");
+    shell("sync .");
+    save("disk/ballast", noise(900 << 10));
+    put(in("large"), noise(200 << 10));
+    EXPECT_EQ(rename(in("docs").c_str(), in("papers").c_str()), 0);
+    EXPECT_EQ(unlink(in("papers/sub/c.txt").c_str()), 0);
+    EXPECT_EQ(rename(in("b.txt").c_str(), in("papers/moved.txt").c_str()), 0);
+    EXPECT_EQ(unlink(in("it's \\ gone").c_str()), 0);
+    fs::remove_all(in("gone"));
+    EXPECT_EQ(mkdir(in("made").c_str(), 0755), 0);
+    const auto message = failingUnmount();
+    const auto rescue = keptIn(message);
+    ASSERT_FALSE(rescue.empty()) << message;
+    EXPECT_EQ(verifyArchive(rescue).problems(), "");
+    EXPECT_EQ(contentOf(rescue, "papers/a.txt"), "text\n");
+    EXPECT_EQ(contentOf(rescue, "papers/moved.txt"), "b");
+    const auto list = fs::path(rescue).replace_extension(".batch");
+    EXPECT_NE(message.find(list.string()), std::string::npos) << message;
+    fs::remove(folder.file("disk/ballast"));
+    const auto brought = runMountTool({"batch", folder.file("disk/plans.zip").string(), list.string()});
+    EXPECT_EQ(brought.exitCode, 0) << brought.errors << get(list);
+    EXPECT_EQ(names("disk/plans.zip"), (Names{"empty/", "large", "made/", "papers/", "papers/a.txt",
+                                              "papers/moved.txt", "papers/sub/"}));
+    EXPECT_TRUE(contentOf(folder.file("disk/plans.zip"), "large") == noise(200 << 10));
 }
 
 TEST_F(MountSavingTest, AFullDiskIsReportedAndNothingIsLost) {

@@ -34,6 +34,8 @@ struct MountCondition {
     std::optional<LastSave> lastSave;
     /// Where the changes are that the last save could not bring into the archive; empty where there are none.
     std::filesystem::path rescue;
+    /// The list of changes with which "kxvfs batch" makes them; empty where there is none.
+    std::filesystem::path rescueList;
 };
 
 /// An archive as a folder of the system.
@@ -72,8 +74,8 @@ public:
     /// Has serve() return, after everything that programs have written so far has arrived here. Callable from
     /// another thread.
     void end();
-    /// Saves what is not saved. Returns whether the archive holds everything; where it does not, the changed
-    /// files are put into an archive of their own, which condition() names.
+    /// Saves what is not saved. Returns whether the archive holds everything; where it does not, what was
+    /// made, changed or moved is put into an archive of its own, which condition() names.
     bool finish();
 
     MountCondition condition() const;

@@ -29,7 +29,8 @@ struct MountRecord {
 };
 
 /// The record in JSON: archive, mountPoint, process, readOnly, state ("mounted", "saving", "ended",
-/// "killed"), unsavedChanges, unsavedBytes, saves, lastSave (time, milliseconds, failure), failure, rescue.
+/// "killed"), unsavedChanges, unsavedBytes, saves, lastSave (time, milliseconds, failure), failure, rescue,
+/// rescueList.
 KXMOUNT_API std::string toJson(const MountRecord& record);
 
 /// The file in which a mounting process tells of its mount: in $XDG_RUNTIME_DIR/kxvfs or, without that, in
@@ -67,6 +68,8 @@ public:
     MountWatch& operator=(MountWatch&&) noexcept;
 
     MountRecord look() const;
+    /// Asks the process to save and to end, as SIGTERM does. Nothing happens when it is gone.
+    void end() const;
     /// Returns when the process is gone.
     MountRecord waitForEnd() const;
     /// Its end has been reported: the file is removed.

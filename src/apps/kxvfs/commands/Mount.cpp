@@ -8,6 +8,8 @@
 #include <CLI/CLI.hpp>
 #include <fl/i18n/utf8.h>
 #include <fmt/format.h>
+#include <foundation/core/Mutex.h>
+#include <foundation/core/ThreadAnnotations.h>
 #include <storage/mount/ArchiveMount.h>
 #include <storage/mount/MountRecord.h>
 
@@ -21,6 +23,8 @@
 namespace apps::kxvfs {
 
 namespace fs = std::filesystem;
+using foundation::core::Mutex;
+using foundation::core::MutexLock;
 using foundation::storage::provider::ErrorCode;
 using foundation::storage::provider::StorageIRI;
 using storage::mount::ArchiveMount;
@@ -31,6 +35,27 @@ using storage::mount::MountRecordFile;
 using storage::vfs::FileMeaning;
 
 namespace {
+
+/// What a signal ends, for as long as it is there.
+class Serving {
+public:
+    explicit Serving(ArchiveMount& mounted) : m_mounted(&mounted) {}
+
+    void end() {
+        const MutexLock lock(m_mutex);
+        if (m_mounted)
+            m_mounted->end();
+    }
+
+    void over() {
+        const MutexLock lock(m_mutex);
+        m_mounted = nullptr;
+    }
+
+private:
+    Mutex m_mutex;
+    ArchiveMount* m_mounted KX_GUARDED_BY(m_mutex);
+};
 
 class Mount : public Command {
 public:
@@ -101,7 +126,7 @@ private:
                                       record->update(condition);
                               }});
         MountRecord first;
-        first.archive = fs::absolute(m_archive).string();
+        first.archive = m_file = fs::absolute(m_archive).string();
         first.mountPoint = folder;
         first.process = getpid();
         first.readOnly = options.readOnly;
@@ -114,11 +139,13 @@ private:
             background->ready();
         }
         m_inBackground = background != nullptr;
-        std::thread([&mounted] {
+        const auto serving = std::make_shared<Serving>(mounted);
+        std::thread([serving] {
             waitForSignal();
-            mounted.end();
+            serving->end();
         }).detach();
         mounted.serve();
+        serving->over();
         end(session, mounted, *record);
     }
 
@@ -135,6 +162,9 @@ private:
                  fmt::format("the archive that could not be put in place is kept as {}", whole.string()));
         if (!condition.rescue.empty())
             tell(session, fmt::format("the changed files are kept in {}", condition.rescue.string()));
+        if (!condition.rescueList.empty())
+            tell(session, fmt::format("\"kxvfs batch {} {}\" makes the changes", m_file,
+                                      condition.rescueList.string()));
         record.end(condition, cause);
         session.fail(m_archive, ErrorCode::LocalFileSystem,
                      fmt::format("not everything could be saved: {}", cause));
@@ -170,6 +200,8 @@ private:
     }
 
     std::string m_archive;
+    /// The same, for use from whatever folder.
+    std::string m_file;
     std::string m_folder;
     std::vector<std::string> m_options;
     bool m_foreground = false;
@@ -194,8 +226,9 @@ const CommandRow mountRow{
     "holds "
     "the change, or with the error that kept it from that; close gives the error of a save that has failed "
     "since. "
-    "sync and syncfs are not passed on by the system. Until it is saved, a change is lost with the "
-    "process.\n\n"
+    "\"sync DIR\" is such an fsync of the folder and saves everything; sync without a folder, sync -f and "
+    "syncfs "
+    "are not passed on by the system. Until it is saved, a change is lost with the process.\n\n"
     "Other options: ro (nothing can be changed, nothing is locked), nested (each NAME.zip appears also as a "
     "read-only folder NAME.zip.d, or .d2 and so on where that name is taken), allow_other (other users may "
     "look in), "
@@ -209,9 +242,10 @@ const CommandRow mountRow{
     "made (EPERM), there are no extended attributes (EOPNOTSUPP), and two names cannot be exchanged "
     "(EINVAL). "
     "Entries that the system could not name (\".\", \"..\", more than 255 bytes) are not shown.\n\n"
-    "SIGTERM and SIGINT end the mount after a last save. What cannot be saved at the end is put into an "
-    "archive "
-    "NAME.rescued.zip beside the archive, or where there is room for it; the log and kxvfs umount name it.",
+    "SIGTERM and SIGINT end the mount after a last save. What was made, changed or moved and cannot be saved "
+    "at the end is put into an archive NAME.rescued.zip beside the archive, or where there is room for it. "
+    "Beside that, NAME.rescued.batch lists the changes, removals included: \"kxvfs batch ARCHIVE "
+    "NAME.rescued.batch\" makes them. The log and kxvfs umount name both.",
     &makeCommand<Mount>};
 
 } // namespace apps::kxvfs

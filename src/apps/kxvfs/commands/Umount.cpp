@@ -50,6 +50,9 @@ private:
         const auto before = watch->look();
         if (!before.ended)
             release(folder, before);
+        // Another namespace of mounts (a container, a service) may show the archive, too; nobody here uses
+        // it.
+        watch->end();
         if (!session.options().quiet && before.condition.unsavedChanges > 0)
             ProgressLine::show("saving …");
         const auto after = watch->waitForEnd();
@@ -75,14 +78,20 @@ private:
         }
     }
 
+    static std::string rescued(const MountRecord& after) {
+        std::string text;
+        if (const auto& list = after.condition.rescueList; !list.empty())
+            text += fmt::format("; \"kxvfs batch {} {}\" makes the changes", after.archive, list.string());
+        if (const auto& archive = after.condition.rescue; !archive.empty())
+            text += fmt::format("; the changed files are kept in {}", archive.string());
+        return text;
+    }
+
     static void report(Session& session, const std::string& typed, const MountRecord& after) {
         if (!after.failure.empty())
-            session.fail(typed, ErrorCode::LocalFileSystem,
-                         fmt::format("{} could not be saved: {}{}", after.archive, after.failure,
-                                     after.condition.rescue.empty()
-                                         ? std::string()
-                                         : fmt::format("; the changed files are kept in {}",
-                                                       after.condition.rescue.string())));
+            session.fail(
+                typed, ErrorCode::LocalFileSystem,
+                fmt::format("{} could not be saved: {}{}", after.archive, after.failure, rescued(after)));
         else if (session.out().isJson())
             session.out().object(
                 {{"path", typed}, {"archive", after.archive}, {"saves", after.condition.saves}});
@@ -96,8 +105,9 @@ private:
 const CommandRow umountRow{
     "umount", "DIR...", "Unmount an archive, and tell whether everything was saved",
     "Unmounts each folder and waits until the archive's last changes are saved. The exit status is 1 when "
-    "they "
-    "could not be; the message names the archive into which the changed files were put.",
+    "they could not be; the message names the archive into which the changed files were put, and the command "
+    "that brings them into the archive. Where a container or a service with mounts of its own shows the "
+    "archive, too, it ends there as well.",
     &makeCommand<Umount>};
 
 } // namespace apps::kxvfs

@@ -141,18 +141,13 @@ struct ArchiveMount::Impl {
     }
 
     void rescueChanges() {
-        const auto unsaved = changes.unsavedFiles();
-        fs::path written;
-        if (!unsaved.empty()) {
-            written = rescue(vfs, contents, unsaved, archive.stem().string(), rescueFolders(archive),
-                             listeners.warn);
-            // With nothing rescued, the provider's own last try is better than none.
-            if (written.empty())
-                return;
-        }
-        vfs.discard(backing->root.getContainer());
+        Rescue rescue({vfs, tree, loader, contents}, archive, listeners.warn);
+        // With nothing rescued, the provider's own last try is better than none.
+        if (!rescue.run(changes.unsaved()))
+            return;
         const MutexLock lock(mutex);
-        state.rescue = std::move(written);
+        state.rescue = rescue.result().archive;
+        state.rescueList = rescue.result().list;
     }
 
     vfs::Vfs& vfs;

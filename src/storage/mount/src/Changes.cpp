@@ -44,6 +44,7 @@ void Changes::save() {
         std::rethrow_exception(failure.error);
     m_providerChanged = false;
     m_handedOver.clear();
+    m_gone.clear();
     m_providerChanges = 0;
 }
 
@@ -86,6 +87,7 @@ void Changes::applyRemovals(Tree::Removals removals) {
                 if (failure.getErrorCode() != ErrorCode::NotFound)
                     throw;
             }
+            m_gone.insert(path);
             removals.erase(std::prev(removals.end()));
             ++m_providerChanges;
         }
@@ -247,6 +249,8 @@ bool Changes::moveStored(const NodePtr& node, const NodePtr& folder, const std::
     else
         provider.moveFile(m_backing->at(from), m_backing->at(to), MoveOption::ReplaceExisting);
     ++m_providerChanges;
+    m_gone.insert(from);
+    m_handedOver.insert_or_assign(node->number, node);
     const MutexLock treeLock(m_tree.mutex);
     m_tree.moveStored(node, *folder, name);
     return true;
@@ -258,16 +262,19 @@ void Changes::handOver(const NodePtr& file) {
     store(file);
 }
 
-std::vector<NodePtr> Changes::unsavedFiles() {
+Changes::Unsaved Changes::unsaved() {
     const MutexLock lock(m_mutex);
     const MutexLock treeLock(m_tree.mutex);
+    Unsaved result;
+    result.gone = m_gone;
+    for (const auto& [path, folder] : m_tree.removals)
+        result.gone.insert(path);
     auto all = m_handedOver;
     all.insert(m_tree.dirty.begin(), m_tree.dirty.end());
-    std::vector<NodePtr> files;
     for (const auto& [number, node] : all)
-        if (!node->folder && node->linked)
-            files.push_back(node);
-    return files;
+        if (node->linked)
+            result.nodes.push_back(node);
+    return result;
 }
 
 } // namespace storage::mount

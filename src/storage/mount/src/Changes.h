@@ -8,6 +8,7 @@
 #include <atomic>
 #include <functional>
 #include <memory>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -38,8 +39,14 @@ public:
     /// Saves everything. Errors: those of the provider.
     void save();
 
-    /// The files whose newest contents the archive does not hold.
-    std::vector<NodePtr> unsavedFiles();
+    /// What the archive does not hold as the tree shows it.
+    struct Unsaved {
+        /// Files and folders that were made, changed or moved; what a folder holds may stand here, too.
+        std::vector<NodePtr> nodes;
+        /// Where the archive may have what was removed or moved away, itself or a folder above it.
+        std::set<std::string, std::less<>> gone;
+    };
+    Unsaved unsaved();
 
 private:
     using Mutex = foundation::core::Mutex;
@@ -62,6 +69,8 @@ private:
     mutable Mutex m_mutex;
     /// What the provider has and the archive has not.
     std::map<std::uint64_t, NodePtr> m_handedOver KX_GUARDED_BY(m_mutex);
+    /// What the archive has and the provider has no more, under the paths at the time.
+    std::set<std::string, std::less<>> m_gone KX_GUARDED_BY(m_mutex);
     // Asked without the mutex, which a save holds for long.
     std::atomic<bool> m_providerChanged = false;
     std::atomic<std::uint64_t> m_providerChanges = 0;

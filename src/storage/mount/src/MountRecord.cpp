@@ -42,7 +42,8 @@ std::string toJson(const MountRecord& record) {
               {"saves", condition.saves},
               {"lastSave", nullptr},
               {"failure", record.failure},
-              {"rescue", condition.rescue.string()}};
+              {"rescue", condition.rescue.string()},
+              {"rescueList", condition.rescueList.string()}};
     if (const auto& save = condition.lastSave)
         json["lastSave"] = {{"time", isoTime(save->ended)},
                             {"milliseconds", save->duration.count()},
@@ -73,6 +74,7 @@ std::optional<MountRecord> fromRecordText(const std::string& text) {
         record.condition.unsavedBytes = json.at("unsavedBytes");
         record.condition.saves = json.at("saves");
         record.condition.rescue = json.at("rescue").get<std::string>();
+        record.condition.rescueList = json.at("rescueList").get<std::string>();
         if (const auto& save = json.at("lastSave"); !save.is_null())
             record.condition.lastSave = LastSave{
                 fromSeconds(save.at("seconds").get<std::int64_t>()),

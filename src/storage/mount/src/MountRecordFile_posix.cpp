@@ -11,6 +11,7 @@
 #include <array>
 #include <cerrno>
 #include <chrono>
+#include <csignal>
 #include <fcntl.h>
 #include <spawn.h>
 #include <sys/file.h>
@@ -222,6 +223,12 @@ MountRecord MountWatch::look() const {
     if (auto record = read(m_impl->descriptor.get()))
         m_impl->last = std::move(*record);
     return m_impl->last;
+}
+
+void MountWatch::end() const {
+    const auto record = look();
+    if (record.alive)
+        kill(static_cast<pid_t>(record.process), SIGTERM);
 }
 
 MountRecord MountWatch::waitForEnd() const {
