@@ -1,6 +1,9 @@
 #include "LocalFilesTest.h"
 
+#include <storage/fileprovider/src/SystemCalls.h>
+
 #include <array>
+#include <random>
 
 namespace kx::test {
 
@@ -22,6 +25,55 @@ TEST_F(LocalFileReading, ReadsAndSeeks) {
     expectError(ErrorCode::InvalidArgument, [&] { stream->seek(-1, SeekOrigin::Begin); });
     expectError(ErrorCode::InvalidArgument,
                 [&] { stream->seek(std::numeric_limits<std::int64_t>::max(), SeekOrigin::Current); });
+}
+
+TEST_F(LocalFileReading, GivesTheSameBytesWhereverAndInWhateverPiecesItIsRead) {
+    const auto bytes = randomBytes(1'000'000, 2);
+    spit(file("a"), bytes);
+    const auto stream = files().openReadStream(iri("a"));
+    std::mt19937 random(4);
+    std::string buffer(600'000, '\0');
+    std::size_t place = 0;
+    for (int step = 0; step < 3000; ++step) {
+        if (step % 5 == 0) {
+            place = random() % (bytes.size() + 1000);
+            stream->seek(static_cast<std::int64_t>(place), SeekOrigin::Begin);
+        }
+        const auto count = random() % (step % 50 == 0 ? buffer.size() : 5000);
+        const auto expected = place < bytes.size() ? bytes.substr(place, count) : std::string();
+        ASSERT_EQ(stream->read(buffer.data(), static_cast<std::int64_t>(count)),
+                  static_cast<std::int64_t>(expected.size()));
+        ASSERT_TRUE(buffer.compare(0, expected.size(), expected) == 0) << "step " << step;
+        place += expected.size();
+    }
+}
+
+TEST_F(LocalFileReading, TakesFewSystemCallsInSequenceAndLittleMoreThanAskedForElsewhere) {
+    class CountedReads : public storage::fileprovider::SystemCalls {
+    public:
+        ssize_t read(int from, char* buffer, std::size_t count, off_t position) override {
+            const auto got = SystemCalls::read(from, buffer, count, position);
+            calls += 1;
+            bytes += got > 0 ? got : 0;
+            return got;
+        }
+        int calls = 0;
+        ssize_t bytes = 0;
+    };
+    spit(file("a"), std::string(10'000'000, 'a'));
+    const auto counted = std::make_shared<CountedReads>();
+    const auto stream = LocalFileProvider::create(options(counted))->openReadStream(iri("a"));
+    std::array<char, 1000> buffer{};
+    counted->calls = 0;
+    while (stream->read(buffer.data(), buffer.size()) > 0) {
+    }
+    EXPECT_LT(counted->calls, 60);
+    counted->bytes = 0;
+    for (int i = 0; i < 100; ++i) {
+        stream->seek(i * 100'000, SeekOrigin::Begin);
+        stream->read(buffer.data(), buffer.size());
+    }
+    EXPECT_LE(counted->bytes, 100 * 4096);
 }
 
 TEST_F(LocalFileReading, AReadStreamRefusesToWriteAndAClosedOneToRead) {

@@ -4,6 +4,7 @@
 #include <storage/fileprovider/src/Failure.h>
 #include <storage/fileprovider/src/FileIo.h>
 #include <storage/fileprovider/src/LocalPath.h>
+#include <storage/fileprovider/src/ReadAhead.h>
 #include <storage/fileprovider/src/Recoverer.h>
 #include <storage/fileprovider/src/SaveTransaction.h>
 
@@ -12,6 +13,8 @@
 #include <fcntl.h>
 #include <limits>
 #include <sys/stat.h>
+#include <utility>
+#include <vector>
 
 namespace storage::fileprovider {
 
@@ -52,12 +55,12 @@ std::uint64_t seekTarget(const StorageIRI& iri, std::uint64_t base, std::int64_t
 class ReadStream final : public ByteStream {
 public:
     ReadStream(EnvironmentPtr environment, StorageIRI iri, Descriptor file)
-        : m_environment(std::move(environment)), m_iri(std::move(iri)), m_file(std::move(file)) {}
+        : m_iri(std::move(iri)), m_file(std::move(file)), m_ahead(std::move(environment)) {}
 
 protected:
     std::int64_t doRead(char* buffer, std::int64_t count) override {
         requireOpen();
-        const auto got = readAt(*m_environment, m_file.get(), buffer, count, m_position);
+        const auto got = m_ahead.read(m_file.get(), buffer, count, m_position);
         if (got < 0) {
             throwSystemError(m_iri, errno, "cannot read");
         }
@@ -87,9 +90,9 @@ private:
         }
     }
 
-    const EnvironmentPtr m_environment;
     const StorageIRI m_iri;
     Descriptor m_file;
+    ReadAhead m_ahead;
     std::uint64_t m_position = 0;
 };
 
@@ -105,6 +108,7 @@ protected:
         if (m_options.access != StreamAccess::ReadWrite) {
             throw Exception(ErrorCode::NotSupported, m_iri, "the stream is open for writing only");
         }
+        flush();
         const auto got = readAt(m_save->environment(), m_save->file(), buffer, count, m_position);
         if (got < 0) {
             throwSystemError(m_iri, errno, "cannot read");
@@ -119,10 +123,17 @@ protected:
         if (count > std::numeric_limits<std::int64_t>::max() - static_cast<std::int64_t>(position)) {
             throw Exception(ErrorCode::NoSpace, m_iri, "the file would become too large");
         }
-        if (const int error = writeAt(m_save->environment(), m_save->file(), buffer, count, position);
-            error != 0) {
-            m_writeError = error;
-            throwSystemError(m_iri, error, "cannot write");
+        if (position != m_behind + m_gathered.size() || m_gathered.size() >= gatheredSize) {
+            flush();
+        }
+        if (m_gathered.empty()) {
+            m_behind = position;
+        }
+        if (count < largePiece) {
+            m_gathered.insert(m_gathered.end(), buffer, buffer + count);
+        } else {
+            flush();
+            write(*m_save, buffer, count, position);
         }
         m_position = position + static_cast<std::uint64_t>(count);
         m_size = std::max(m_size, m_position);
@@ -147,10 +158,32 @@ protected:
             // The caller may have caught the failure of the write and go on to close as if all were well.
             throwSystemError(m_iri, m_writeError, "not saved, since a write failed");
         }
+        flush(*save);
         save->commit();
     }
 
 private:
+    /// Small pieces are gathered up to this many bytes before they go to the file; large ones go there at
+    /// once.
+    static constexpr std::size_t gatheredSize = 256 * 1024;
+    static constexpr std::int64_t largePiece = 16 * 1024;
+
+    void flush() { flush(*m_save); }
+
+    void flush(const SaveTransaction& save) {
+        if (!m_gathered.empty()) {
+            write(save, m_gathered.data(), static_cast<std::int64_t>(m_gathered.size()), m_behind);
+            m_gathered.clear();
+        }
+    }
+
+    void write(const SaveTransaction& save, const char* buffer, std::int64_t count, std::uint64_t position) {
+        if (const int error = writeAt(save.environment(), save.file(), buffer, count, position); error != 0) {
+            m_writeError = error;
+            throwSystemError(m_iri, error, "cannot write");
+        }
+    }
+
     void requireOpen() const {
         if (!m_save) {
             throwClosed(m_iri);
@@ -162,6 +195,9 @@ private:
     std::unique_ptr<SaveTransaction> m_save;
     std::uint64_t m_size;
     std::uint64_t m_position = 0;
+    /// Bytes that belong at m_behind and are not in the file yet.
+    std::vector<char> m_gathered;
+    std::uint64_t m_behind = 0;
     int m_writeError = 0;
 };
 
