@@ -110,7 +110,10 @@ ustring temp_directory_name() {
         return u"/tmp";
     }
     // Names of temporary files outlive a change of the current folder.
-    const path folder = std::filesystem::absolute(named, error);
+    path folder = named;
+    if (!folder.is_absolute()) {
+        folder = std::filesystem::absolute(folder, error);
+    }
     return !error && i18n::isUtf8(folder.native()) ? i18n::fromUtf8(folder.native()) : u"/tmp";
 }
 

@@ -27,10 +27,11 @@ Source& source() {
     return theSource;
 }
 
-/// From the system's own random numbers each time: they differ between processes, also after a fork.
+/// From the system's own random numbers each time: they differ between processes, also after a fork. The
+/// device that hands them out is made once, since choosing among the system's sources is dear.
 std::string randomPart() {
     constexpr std::string_view alphabet = "0123456789abcdefghijklmnopqrstuvwxyz";
-    std::random_device device;
+    static std::random_device& device = *new std::random_device;
     std::uniform_int_distribution<std::size_t> any(0, alphabet.size() - 1);
     std::string part(16, '\0');
     for (char& c : part) {

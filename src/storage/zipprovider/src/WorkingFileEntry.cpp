@@ -70,8 +70,14 @@ basic_file<char> WorkingFileEntry::doGetFileDevice(int mode) {
     const MutexLock lock(m_mutex);
     ensureWorkingFile();
     KX_LOG_DEBUG(m_logger) << " m_checkoutPath.string()=" << m_checkoutPath.string();
-    basic_file<char> device(m_checkoutPath.string(), static_cast<std::ios_base::openmode>(mode),
-                            std::ios_base::in | std::ios_base::out);
+    auto openMode = static_cast<std::ios_base::openmode>(mode);
+    if (m_untouched && (openMode & std::ios_base::app) == 0) {
+        // Some file systems write a file that was truncated to the medium when it is closed, in case it
+        // replaces another. This one has nothing to truncate and will not be kept.
+        openMode &= ~std::ios_base::trunc;
+    }
+    m_untouched = m_untouched && (openMode & std::ios_base::out) == 0;
+    basic_file<char> device(m_checkoutPath.string(), openMode, std::ios_base::in | std::ios_base::out);
     if (!device.is_open()) {
         foundation::core::except::throwInternal(WorkingEntryOpenException(m_path.toString()));
     }
@@ -127,6 +133,7 @@ void WorkingFileEntry::ensureWorkingFile() {
     }
     auto created = fl::filesystem::tmpfile(fl::filesystem::temp_directory_name(), u"zipProvider-", u".cache");
     created.file.reset();
+    m_untouched = true;
     if (!created.name.empty()) {
         m_checkoutPath = fl::filesystem::detail::make_native_form(created.name, true);
     }
@@ -134,11 +141,16 @@ void WorkingFileEntry::ensureWorkingFile() {
 
 void WorkingFileEntry::fill(IEntrySource& source) {
     const auto path = checkoutPath();
-    std::ofstream out(path, std::ios_base::out | std::ios_base::binary);
+    // Open for reading as well, so that the empty file is not truncated; see doGetFileDevice.
+    std::ofstream out(path, std::ios_base::in | std::ios_base::out | std::ios_base::binary);
     errno = 0;
     const auto delivered = source.doWrite(out);
     const int cause = errno;
     out.close();
+    {
+        const MutexLock lock(m_mutex);
+        m_untouched = false;
+    }
     // The stream tells of a full disk by its state alone, which nobody looks at after the last write: a
     // working file that lacks bytes would be taken for the entry's contents and be written back as such.
     if (getCachedFileSize() != delivered || !out) {

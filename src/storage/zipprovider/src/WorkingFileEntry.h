@@ -57,6 +57,8 @@ private:
     const ZipEntryPath m_path;
     /// Empty until the working file is made.
     fl::filesystem::path m_checkoutPath KX_GUARDED_BY(m_mutex);
+    /// Whether the working file is as it was made: empty, and never opened for writing.
+    bool m_untouched KX_GUARDED_BY(m_mutex) = false;
     foundation::core::Mutex m_mutex;
     foundation::log::basic_diagnostic_logger m_logger;
 };

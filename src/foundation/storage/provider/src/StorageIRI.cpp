@@ -273,7 +273,8 @@ bool operator==(const StorageIRI& a, const StorageIRI& b) noexcept {
 }
 
 std::strong_ordering operator<=>(const StorageIRI& a, const StorageIRI& b) {
-    return a.toString().compare(b.toString()) <=> 0;
+    // Mostly a location is compared with itself, as the key of a map that it is in.
+    return a == b ? std::strong_ordering::equal : a.toString().compare(b.toString()) <=> 0;
 }
 
 std::ostream& operator<<(std::ostream& out, const StorageIRI& iri) {
