@@ -1,6 +1,7 @@
 #include "LocalArchiveStream.h"
 
 #include "LocalFileReading.h"
+#include "ZipConstants.h"
 
 #include <fl/filesystem/FsysExceptionBase.h>
 #include <foundation/core/except/throwInternal.h>
@@ -13,7 +14,9 @@ namespace storage::zipprovider {
 
 using foundation::storage::provider::SeekOrigin;
 
-LocalArchiveStream::LocalArchiveStream(const fl::filesystem::path& path) : m_path(path) {
+LocalArchiveStream::LocalArchiveStream(const fl::filesystem::path& path)
+    : m_path(path), m_buffer(localReadBufferSize) {
+    m_file.pubsetbuf(m_buffer.data(), static_cast<std::streamsize>(m_buffer.size()));
     errno = 0;
     if (!m_file.open(path, std::ios_base::in | std::ios_base::binary)) {
         fail("open", errno);

@@ -4,6 +4,7 @@
 #include <foundation/storage/provider/ByteStream.h>
 
 #include <fstream>
+#include <vector>
 
 namespace storage::zipprovider {
 
@@ -23,6 +24,7 @@ private:
     [[noreturn]] void fail(const char* operation, int cause) const;
 
     const fl::filesystem::path m_path;
+    std::vector<char> m_buffer;
     std::filebuf m_file;
 };
 

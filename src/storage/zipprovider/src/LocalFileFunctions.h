@@ -6,10 +6,10 @@
 
 namespace storage::zipprovider {
 
-/// Opens the archive file at `path` for writing with minizip's table for local files: adding to an archive
-/// that exists, creating it (readable and writable by its owner alone) otherwise. Up to three attempts are
-/// made, back to back. Null when all failed; the caller owns the handle.
-/// Errors: those of the path's conversion and of looking whether it exists.
+/// Opens the archive file at `path` for writing through a table of functions for local files: adding to an
+/// archive that exists, creating it (readable and writable by its owner alone) otherwise. Up to three
+/// attempts are made, back to back. Null when all failed; the caller owns the handle. Errors: those of the
+/// path's conversion and of looking whether it exists.
 zipFile openLocalZipForWriting(const fl::filesystem::path& path);
 
 namespace detail {

@@ -1,119 +1,75 @@
 #include "LocalFileFunctions.h"
 
+#include "LocalArchiveFile.h"
+
 #include <fl/filesystem/detail/path_forms.h>
 
 #include <minizip/ioapi.h>
 
-#include <cerrno>
-#include <cstdio>
-#include <fcntl.h>
+#include <filesystem>
 #include <memory>
-#include <new>
-#include <sys/stat.h>
-#include <unistd.h>
 
 namespace storage::zipprovider::detail {
 
 namespace {
 
-/// The file that minizip writes. minizip does not look at the result of every call (a position that cannot be
-/// told becomes the position of an entry), so after the first failure every call fails, the last one too.
-struct LocalFile {
-    std::FILE* file;
-    int error = 0;
+// minizip's own table goes through the C library, which writes out what it holds at every step back and lets
+// everybody read the files that it makes; the archive's contents may be private.
 
-    /// Whether calls still go through; if not, `errno` is the first failure's.
-    bool isGood() const {
-        errno = error != 0 ? error : errno;
-        return error == 0;
-    }
-    /// Remembers a failure; returns whether there was none.
-    bool expect(bool succeeded) {
-        if (!succeeded && error == 0) {
-            error = errno != 0 ? errno : EIO;
-        }
-        return isGood();
-    }
-};
-
-LocalFile& self(voidpf stream) {
-    return *static_cast<LocalFile*>(stream);
+LocalArchiveFile& self(voidpf file) {
+    return *static_cast<LocalArchiveFile*>(file);
 }
 
-int openRetrying(const char* path, int flags) {
-    int descriptor = -1;
-    do {
-        descriptor = ::open(path, flags, S_IRUSR | S_IWUSR);
-    } while (descriptor < 0 && errno == EINTR);
-    return descriptor;
-}
-
-/// minizip's own opener creates files that everybody may read; the archive's contents may be private.
-voidpf ZCALLBACK openPrivately(voidpf, const void* filename, int mode) {
+voidpf ZCALLBACK open(voidpf, const void* filename, int mode) {
     const bool create = (mode & ZLIB_FILEFUNC_MODE_CREATE) != 0;
-    const int flags = O_RDWR | O_CLOEXEC | (create ? O_CREAT | O_TRUNC | O_NOFOLLOW : 0);
-    const int descriptor = openRetrying(static_cast<const char*>(filename), flags);
-    if (descriptor < 0) {
-        return nullptr;
+    return LocalArchiveFile::open(*static_cast<const std::filesystem::path*>(filename),
+                                  create ? LocalArchiveFile::Mode::Create : LocalArchiveFile::Mode::Open)
+        .release();
+}
+
+uLong ZCALLBACK read(voidpf, voidpf file, void* buffer, uLong size) {
+    return static_cast<uLong>(self(file).read(static_cast<char*>(buffer), size));
+}
+
+uLong ZCALLBACK write(voidpf, voidpf file, const void* buffer, uLong size) {
+    return self(file).write(static_cast<const char*>(buffer), size) ? size : 0;
+}
+
+ZPOS64_T ZCALLBACK tell(voidpf, voidpf file) {
+    return self(file).isGood() ? self(file).position() : static_cast<ZPOS64_T>(-1);
+}
+
+long ZCALLBACK seek(voidpf, voidpf file, ZPOS64_T offset, int origin) {
+    switch (origin) {
+    case ZLIB_FILEFUNC_SEEK_SET:
+        self(file).goTo(offset);
+        break;
+    case ZLIB_FILEFUNC_SEEK_CUR:
+        self(file).goTo(self(file).position() + offset);
+        break;
+    case ZLIB_FILEFUNC_SEEK_END:
+        self(file).goTo(self(file).size() + offset);
+        break;
+    default:
+        return -1;
     }
-    std::FILE* file = ::fdopen(descriptor, create ? "w+b" : "r+b");
-    if (file == nullptr) {
-        const int error = errno;
-        ::close(descriptor);
-        errno = error;
-        return nullptr;
-    }
-    auto* const opened = new (std::nothrow) LocalFile{file};
-    if (opened == nullptr) {
-        std::fclose(file);
-        errno = ENOMEM;
-    }
-    return opened;
+    return self(file).isGood() ? 0 : -1;
 }
 
-uLong ZCALLBACK read(voidpf, voidpf stream, void* buffer, uLong size) {
-    auto& to = self(stream);
-    if (!to.isGood()) {
-        return 0;
-    }
-    const auto got = std::fread(buffer, 1, size, to.file);
-    return to.expect(std::ferror(to.file) == 0) ? got : 0;
+int ZCALLBACK close(voidpf, voidpf file) {
+    const std::unique_ptr<LocalArchiveFile> owned(static_cast<LocalArchiveFile*>(file));
+    return owned->close() ? 0 : -1;
 }
 
-uLong ZCALLBACK write(voidpf, voidpf stream, const void* buffer, uLong size) {
-    auto& to = self(stream);
-    return to.isGood() && to.expect(std::fwrite(buffer, 1, size, to.file) == size) ? size : 0;
-}
-
-ZPOS64_T ZCALLBACK tell(voidpf, voidpf stream) {
-    auto& to = self(stream);
-    const auto position = to.isGood() ? ::ftello(to.file) : -1;
-    return static_cast<ZPOS64_T>(to.expect(position >= 0) ? position : -1);
-}
-
-long ZCALLBACK seek(voidpf, voidpf stream, ZPOS64_T offset, int origin) {
-    const int way = origin == ZLIB_FILEFUNC_SEEK_CUR   ? SEEK_CUR
-                    : origin == ZLIB_FILEFUNC_SEEK_END ? SEEK_END
-                                                       : SEEK_SET;
-    auto& to = self(stream);
-    return to.isGood() && to.expect(::fseeko(to.file, static_cast<off_t>(offset), way) == 0) ? 0 : -1;
-}
-
-int ZCALLBACK close(voidpf, voidpf stream) {
-    const std::unique_ptr<LocalFile> closed(&self(stream));
-    errno = 0;
-    return closed->expect(std::fclose(closed->file) == 0) ? 0 : -1;
-}
-
-int ZCALLBACK error(voidpf, voidpf stream) {
-    return self(stream).isGood() ? 0 : -1;
+int ZCALLBACK error(voidpf, voidpf file) {
+    return self(file).isGood() ? 0 : -1;
 }
 
 } // namespace
 
 zipFile tryOpenLocalZip(const fl::filesystem::path& path, int mode) {
     zlib_filefunc64_def functions{};
-    functions.zopen64_file = &openPrivately;
+    functions.zopen64_file = &open;
     functions.zread_file = &read;
     functions.zwrite_file = &write;
     functions.ztell64_file = &tell;
@@ -122,7 +78,7 @@ zipFile tryOpenLocalZip(const fl::filesystem::path& path, int mode) {
     functions.zerror_file = &error;
     const auto accessForm =
         fl::filesystem::detail::make_access_form(fl::filesystem::detail::to_filesystem(path));
-    return zipOpen2_64(accessForm.c_str(), mode, nullptr, &functions);
+    return zipOpen2_64(&accessForm, mode, nullptr, &functions);
 }
 
 } // namespace storage::zipprovider::detail

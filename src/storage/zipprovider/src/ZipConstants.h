@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
 #include <string_view>
 
 namespace storage::zipprovider {
@@ -18,13 +19,17 @@ inline constexpr std::size_t maximalNameSize = 0xFFFF;
 
 /// Central-directory header, without its name, extra field and comment:
 ///
-///     0 signature    8 flags          10 method         20 compressed size   24 uncompressed size
-///    28 name length  30 extra length  32 comment length 42 offset of the local header
+///     0 signature    4 made by        6 needed          8 flags              10 method
+///    12 time and date                16 CRC-32          20 compressed size   24 uncompressed size
+///    28 name length  30 extra length  32 comment length 34 disk              36 internal attributes
+///    38 external attributes           42 offset of the local header
 inline constexpr std::uint32_t centralHeaderSignature = 0x02014b50;
 inline constexpr std::size_t centralHeaderSize = 46;
 /// Local header, without its name and extra field:
 ///
-///     0 signature    8 method         26 name length    28 extra length
+///     0 signature    4 needed         6 flags           8 method             10 time and date
+///    14 CRC-32       18 compressed size                 22 uncompressed size
+///    26 name length  28 extra length
 inline constexpr std::uint32_t localHeaderSignature = 0x04034b50;
 inline constexpr std::size_t localHeaderSize = 30;
 /// End-of-central-directory record, without its comment:
@@ -32,7 +37,9 @@ inline constexpr std::size_t localHeaderSize = 30;
 ///     0 signature    4 disk numbers, counts of entries, size and offset of the directory    20 comment
 ///     length
 inline constexpr std::uint32_t endRecordSignature = 0x06054b50;
-inline constexpr std::size_t endRecordSize = 22;
+inline constexpr std::uint32_t endRecordSize = 22;
+/// Header of a block of an extra field: 0 identifier    2 size of what follows
+inline constexpr std::size_t extraBlockHeaderSize = 4;
 /// Block of an extra field that holds, in this order and 8 bytes each, uncompressed size, compressed size and
 /// offset of the local header, those of them that are all ones in the header.
 inline constexpr std::uint64_t zip64FieldId = 0x0001;
@@ -44,6 +51,16 @@ inline constexpr std::uint32_t writerNeeded = 20;
 /// Internal attributes of an entry that looks like text; those of any other that the writer deflates are 0.
 inline constexpr std::uint32_t textAttribute = 1;
 
+/// An end record with this number of entries leaves open where the directory ends.
+inline constexpr std::uint64_t openEntryCount = 0xFFFF;
+
+/// minizip looks for the end record in steps of 1 KB, so a step that meets it begins at most so far before
+/// it.
+inline constexpr std::uint64_t endSearchStep = 2048;
+/// Bytes of the central directory that are read at a time.
+inline constexpr std::size_t directoryBufferSize = 65536;
+/// Bytes of a local archive that are read at a time.
+inline constexpr std::size_t localReadBufferSize = 262144;
 /// Bytes moved at a time when an entry is copied as it is stored.
 inline constexpr int storedCopyBufferSize = 65536;
 /// Bytes moved at a time when an entry is copied.
@@ -52,6 +69,13 @@ inline constexpr int entryCopyBufferSize = 8192;
 inline constexpr int fileCopyBufferSize = 4096;
 /// Bytes compared at a time.
 inline constexpr int comparingBufferSize = 65536;
+
+/// Appends the `size` lowest bytes of a number.
+inline void putLittleEndian(std::string& out, std::uint64_t value, int size) {
+    for (; size > 0; --size, value >>= 8) {
+        out += static_cast<char>(value & 0xFF);
+    }
+}
 
 /// The number that `bytes`, at most eight, stand for.
 constexpr std::uint64_t littleEndian(std::string_view bytes) {
