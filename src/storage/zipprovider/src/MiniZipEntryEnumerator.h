@@ -1,5 +1,6 @@
 #pragma once
 
+#include "CentralDirectoryReader.h"
 #include "DosTime.h"
 #include "EntryName.h"
 #include "MiniZipReadHandle.h"
@@ -10,11 +11,13 @@
 #include <foundation/core/Mutex.h>
 #include <foundation/core/ThreadAnnotations.h>
 
+#include <array>
 #include <cstdint>
 #include <limits>
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <utility>
 
 namespace storage::zipprovider {
@@ -39,12 +42,25 @@ public:
             } catch (const MiniZipException&) {
                 return std::nullopt;
             }
-        } else if (unzGoToNextFile(m_handle->get()) != UNZ_OK) {
+            ++m_index;
+            m_directory = readerAtCurrentEntry();
+            return currentEntry();
+        }
+        if (auto info = nextOrdinaryEntry()) {
+            return info;
+        }
+        if (!rejoin() || unzGoToNextFile(m_handle->get()) != UNZ_OK) {
+            m_directoryPlace = placeOfDirectory();
+            m_directory.reset();
             return std::nullopt;
         }
         ++m_index;
-        return getCurrentEntryInfo();
+        return currentEntry();
     }
+
+    /// Where the directory stands, once the walk has ended: the end record is right behind the last entry and
+    /// says of the directory what the walk has shown. Nothing for an archive of another form.
+    std::optional<DirectoryPlace> directoryPlace() const { return m_directoryPlace; }
 
     /// Errors: MiniZipException, for an archive without entries too.
     void goToFirstFileEntry() {
@@ -59,7 +75,6 @@ public:
             u"Error while calling unzGetCurrentFileInfo64 in MiniZipEntryEnumerator::getCurrentEntryInfo";
         unz_file_info64 info{};
         check(unzGetCurrentFileInfo64(m_handle->get(), &info, nullptr, 0, nullptr, 0, nullptr, 0), message);
-        const bool isUtf8 = (info.flag & utf8Flag) != 0;
         std::string name(info.size_filename, '\0');
         std::string extra(info.size_file_extra, '\0');
         check(unzGetCurrentFileInfo64(m_handle->get(), &info, name.data(), static_cast<uLong>(name.size()),
@@ -70,8 +85,17 @@ public:
 
         Zip64Extent extent{info.uncompressed_size, info.compressed_size, 0};
         resolveSizes(extent, extra);
-        const auto lastModified = toPtime(info.tmu_date);
-        auto decoded = decodeEntryName(name, isUtf8);
+        return entryInfo(name, toPtime(info.tmu_date), static_cast<std::uint32_t>(info.flag), extent,
+                         static_cast<std::uint32_t>(info.crc), position);
+    }
+
+private:
+    static constexpr std::uint64_t beforeFirst = std::numeric_limits<std::uint64_t>::max();
+
+    ZipEntryInfo entryInfo(std::string_view name, const boost::posix_time::ptime& lastModified,
+                           std::uint32_t flags, const Zip64Extent& extent, std::uint32_t crc32,
+                           const unz64_file_pos& position) const {
+        auto decoded = decodeEntryName(name, (flags & utf8Flag) != 0);
         const bool isFolder = !name.empty() && name.back() == '/';
         return {ZipEntryPath(decoded),
                 extent.uncompressedSize,
@@ -79,13 +103,96 @@ public:
                 m_index,
                 isFolder ? ZipEntryType::Folder : ZipEntryType::File,
                 {std::move(decoded), position},
-                static_cast<std::uint32_t>(info.crc),
+                crc32,
                 extent.compressedSize,
-                (info.flag & encryptedFlag) != 0};
+                (flags & encryptedFlag) != 0};
     }
 
-private:
-    static constexpr std::uint64_t beforeFirst = std::numeric_limits<std::uint64_t>::max();
+    /// The entry at which minizip stands, as the one from which the walk goes on.
+    ZipEntryInfo currentEntry() {
+        unz_file_info64 info{};
+        if (unzGetFilePos64(m_handle->get(), &m_place) != UNZ_OK ||
+            unzGetCurrentFileInfo64(m_handle->get(), &info, nullptr, 0, nullptr, 0, nullptr, 0) != UNZ_OK) {
+            m_directory.reset();
+        }
+        m_length = static_cast<std::uint32_t>(centralHeaderSize + info.size_filename + info.size_file_extra +
+                                              info.size_file_comment);
+        return getCurrentEntryInfo();
+    }
+
+    /// A reader at the header of the entry at which minizip stands; nothing where that place cannot be told.
+    /// minizip knows it from the end of the directory, in case something stands before the archive, and does
+    /// not tell; but it leaves the stream behind what it has read of the header.
+    std::optional<CentralDirectoryReader> readerAtCurrentEntry() {
+        unz_global_info64 global{};
+        unz_file_info64 info{};
+        if (unzGetGlobalInfo64(m_handle->get(), &global) != UNZ_OK || global.number_entry == openEntryCount ||
+            unzGetCurrentFileInfo64(m_handle->get(), &info, nullptr, 0, nullptr, 0, nullptr, 0) != UNZ_OK) {
+            return std::nullopt;
+        }
+        m_declared = global.number_entry;
+        const auto behind = m_handle->position();
+        const std::uint64_t read =
+            centralHeaderSize +
+            (info.size_file_extra == 0 ? 0 : std::uint64_t{info.size_filename} + info.size_file_extra);
+        std::string name(info.size_filename, '\0');
+        if (!behind || *behind < read ||
+            unzGetCurrentFileInfo64(m_handle->get(), &info, name.data(), static_cast<uLong>(name.size()),
+                                    nullptr, 0, nullptr, 0) != UNZ_OK) {
+            return std::nullopt;
+        }
+        CentralDirectoryReader reader(
+            [handle = m_handle.get()](std::uint64_t place, char* buffer, std::uint32_t count) {
+                return handle->readUpTo(place, buffer, count);
+            },
+            *behind - read);
+        const auto header = reader.header();
+        const bool same = header && header->name == name && header->crc32 == info.crc &&
+                          header->compressedSize == info.compressed_size &&
+                          header->uncompressedSize == info.uncompressed_size;
+        m_begin = reader.position();
+        return same ? std::optional(std::move(reader)) : std::nullopt;
+    }
+
+    std::optional<DirectoryPlace> placeOfDirectory() const {
+        if (!m_directory || m_index + 1 != m_declared) {
+            return std::nullopt;
+        }
+        const auto end = m_directory->position() + m_length;
+        std::array<char, endRecordSize> bytes{};
+        const std::string_view record(bytes.data(), m_handle->readUpTo(end, bytes.data(), endRecordSize));
+        const bool same =
+            record.size() == endRecordSize && littleEndian(record.substr(0, 4)) == endRecordSignature &&
+            littleEndian(record.substr(4, 4)) == 0 && littleEndian(record.substr(8, 2)) == m_declared &&
+            littleEndian(record.substr(10, 2)) == m_declared &&
+            littleEndian(record.substr(12, 4)) == end - m_begin &&
+            littleEndian(record.substr(16, 4)) <= m_begin;
+        return same ? std::optional(DirectoryPlace{m_begin, end}) : std::nullopt;
+    }
+
+    /// Steps to the next entry without minizip; nothing when there is none or minizip has to read it.
+    std::optional<ZipEntryInfo> nextOrdinaryEntry() {
+        if (!m_directory || m_index + 1 >= m_declared) {
+            return std::nullopt;
+        }
+        m_directory->goTo(m_directory->position() + m_length);
+        const auto header = m_directory->header();
+        if (!header) {
+            return std::nullopt;
+        }
+        ++m_index;
+        m_place.pos_in_zip_directory += m_length;
+        m_place.num_of_file = m_index;
+        m_length = header->length;
+        m_ahead = true;
+        return entryInfo(header->name, toPtime(dosTimeFields(header->dosTime)), header->flags,
+                         {header->uncompressedSize, header->compressedSize, 0}, header->crc32, m_place);
+    }
+
+    /// Has minizip stand at the entry that was reached without it.
+    bool rejoin() {
+        return !std::exchange(m_ahead, false) || unzGoToFilePos64(m_handle->get(), &m_place) == UNZ_OK;
+    }
 
     static void check(int result, const char16_t* message) {
         if (result != UNZ_OK) {
@@ -95,6 +202,16 @@ private:
 
     std::shared_ptr<ReadHandle> m_handle;
     std::uint64_t m_index = beforeFirst;
+    /// Reads the directory past minizip, where that gives the same.
+    std::optional<CentralDirectoryReader> m_directory;
+    std::uint64_t m_begin = 0;
+    std::uint64_t m_declared = 0;
+    std::optional<DirectoryPlace> m_directoryPlace;
+    /// The place of the entry that was reached and the length of its header, and whether minizip stands
+    /// before it.
+    unz64_file_pos m_place{};
+    std::uint32_t m_length = 0;
+    bool m_ahead = false;
     foundation::core::Mutex m_mutex;
 };
 

@@ -1,9 +1,11 @@
 #pragma once
 
+#include "CentralDirectoryReader.h"
 #include "HostTypes.h"
 #include "MiniZipException.h"
 #include "StreamFileFunctions.h"
 #include "WatchedByteStream.h"
+#include "ZipConstants.h"
 
 #include <foundation/core/except/throwInternal.h>
 
@@ -12,7 +14,9 @@
 
 #include <cstdint>
 #include <exception>
+#include <limits>
 #include <memory>
+#include <optional>
 #include <utility>
 
 namespace storage::zipprovider {
@@ -22,7 +26,11 @@ namespace storage::zipprovider {
 /// Threads: none at a time but one.
 template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
 class MiniZipReadHandle {
-    using Stream = boost::iostreams::stream<ByteStreamDevice>;
+    struct Stream : boost::iostreams::stream<ByteStreamDevice> {
+        /// Set while minizip opens an archive whose directory is known.
+        std::optional<DirectoryPlace> directory;
+    };
+    using Functions = StreamFileFunctions<Stream>;
 
 public:
     /// Opens the container's stream and the archive in it. An archive that minizip cannot open leaves the
@@ -31,12 +39,18 @@ public:
     explicit MiniZipReadHandle(const StorageItem& container)
         : MiniZipReadHandle(container.openReadOnlyStream()) {}
 
-    /// The same for an archive behind any seekable stream. Precondition: `archive` is not null.
-    explicit MiniZipReadHandle(std::unique_ptr<foundation::storage::provider::ByteStream> archive)
+    /// The same for an archive behind any seekable stream. minizip looks for a Zip64 locator in the last 64
+    /// KB each time; where the place of the directory is known and there is no locator, it looks no further
+    /// back than the end record. Precondition: `archive` is not null.
+    explicit MiniZipReadHandle(std::unique_ptr<foundation::storage::provider::ByteStream> archive,
+                               const std::optional<DirectoryPlace>& directory = std::nullopt)
         : m_device(std::make_unique<WatchedByteStream>(std::move(archive), m_failure)) {
         m_stream.open(m_device, -1, -1);
-        m_functions = StreamFileFunctions<Stream>::table();
+        m_stream.directory = directory;
+        m_functions = Functions::table();
+        m_functions.zseek64_file = &seekWhereSearched;
         m_zip = unzOpen2_64(&m_stream, &m_functions);
+        m_stream.directory.reset();
     }
 
     MiniZipReadHandle(const MiniZipReadHandle&) = delete;
@@ -70,9 +84,31 @@ public:
 
     /// Reads exactly `count` bytes of the archive from `position` on; false when they are not there.
     bool readAt(std::uint64_t position, char* buffer, std::uint32_t count) {
-        using Functions = StreamFileFunctions<Stream>;
         return Functions::seek(nullptr, &m_stream, position, ZLIB_FILEFUNC_SEEK_SET) == 0 &&
                Functions::read(nullptr, &m_stream, buffer, count) == count;
+    }
+
+    /// Reads up to `count` bytes of the archive from `position` on and returns how many were there.
+    std::uint32_t readUpTo(std::uint64_t position, char* buffer, std::uint32_t count) {
+        std::uint32_t total = 0;
+        if (Functions::seek(nullptr, &m_stream, position, ZLIB_FILEFUNC_SEEK_SET) != 0) {
+            return 0;
+        }
+        while (total < count) {
+            const auto got = Functions::read(nullptr, &m_stream, buffer + total, count - total);
+            if (got > count - total) {
+                break;
+            }
+            total += static_cast<std::uint32_t>(got);
+        }
+        return total;
+    }
+
+    /// Where in the archive's bytes minizip has stopped reading; nothing when the stream has failed.
+    std::optional<std::uint64_t> position() {
+        const auto place = Functions::tell(nullptr, &m_stream);
+        return place == std::numeric_limits<ZPOS64_T>::max() ? std::nullopt
+                                                             : std::optional<std::uint64_t>(place);
     }
 
     /// Throws what the container's stream threw first, if it did: what minizip has told since may be wrong.
@@ -83,6 +119,13 @@ public:
     }
 
 private:
+    static long ZCALLBACK seekWhereSearched(voidpf opaque, voidpf stream, ZPOS64_T offset, int origin) {
+        const auto& directory = static_cast<Stream*>(stream)->directory;
+        const bool refused = directory && origin == ZLIB_FILEFUNC_SEEK_SET && offset != directory->begin &&
+                             offset + endSearchStep < directory->end;
+        return refused ? -1 : Functions::seek(opaque, stream, offset, origin);
+    }
+
     /// Set by the device's stream.
     std::exception_ptr m_failure;
     ByteStreamDevice m_device;

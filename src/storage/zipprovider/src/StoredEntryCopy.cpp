@@ -90,13 +90,14 @@ void setRebuildMode(RebuildMode mode) noexcept {
 
 bool copyStoredEntry(unzFile archive, const StoredEntryName& stored, MiniZipWriteHandle& target,
                      const EntryDescription& description) {
-    unz_file_info64 info{};
-    if (rebuildMode() == RebuildMode::Plain ||
-        !goToEntry(archive, encodeEntryName(stored.name), stored.position) ||
-        unzGetCurrentFileInfo64(archive, &info, nullptr, 0, nullptr, 0, nullptr, 0) != UNZ_OK ||
-        !carriesTheWritersMarks(info, description)) {
+    if (rebuildMode() == RebuildMode::Plain) {
         return false;
     }
+    const auto located = goToEntry(archive, encodeEntryName(stored.name), stored.position);
+    if (!located || !carriesTheWritersMarks(located->info, description)) {
+        return false;
+    }
+    const auto& info = located->info;
     const OpenStoredEntry entry(archive);
     if (!entry.isOpen()) {
         return false;

@@ -11,11 +11,10 @@ namespace {
 
 /// The Zip64 block of an extra field, without its header.
 std::optional<std::string_view> zip64Block(std::string_view extraField) {
-    constexpr std::size_t blockHeaderSize = 4;
-    while (extraField.size() >= blockHeaderSize) {
+    while (extraField.size() >= extraBlockHeaderSize) {
         const auto id = littleEndian(extraField.substr(0, 2));
         const auto size = littleEndian(extraField.substr(2, 2));
-        extraField.remove_prefix(blockHeaderSize);
+        extraField.remove_prefix(extraBlockHeaderSize);
         if (size > extraField.size()) {
             break;
         }

@@ -5,8 +5,11 @@
 
 #include <minizip/unzip.h>
 
+#include <algorithm>
 #include <cstddef>
+#include <cstdint>
 #include <memory>
+#include <optional>
 #include <utility>
 #include <vector>
 
@@ -29,6 +32,8 @@ public:
             m_declaredCount = global.number_entry;
         }
         const auto archive = handle;
+        // The count is what the archive claims; room is made for a believable one.
+        m_records.reserve(static_cast<std::size_t>(std::min<std::uint64_t>(m_declaredCount, 1'000'000)));
         MiniZipEntryEnumerator<StorageItem, ByteStreamDevice> enumerator(std::move(handle));
         while (auto info = enumerator.next()) {
             if (!info->stored.name.empty()) {
@@ -36,10 +41,13 @@ public:
             }
         }
         m_goesOn = entryFollows(*archive);
+        m_directoryPlace = enumerator.directoryPlace();
     }
 
     auto begin() const { return m_records.begin(); }
     auto end() const { return m_records.end(); }
+    /// The entries to be taken out of the list by moving them.
+    std::vector<ZipEntryInfo> release() { return std::move(m_records); }
     std::size_t size() const { return m_records.size(); }
 
     /// The number of entries that the archive's end record declares.
@@ -47,6 +55,10 @@ public:
     /// Whether more entries follow than the end record declares. Its count has 16 bits; some writers let it
     /// wrap around.
     bool hasUndeclaredEntries() const { return m_goesOn; }
+    /// Where the directory stands, if the archive has the plain form and no Zip64 records; else nothing.
+    std::optional<DirectoryPlace> directoryPlace() const {
+        return m_goesOn ? std::nullopt : m_directoryPlace;
+    }
     /// Whether every entry of the archive is in the list.
     bool isComplete() const { return m_records.size() >= m_declaredCount && !m_goesOn; }
 
@@ -68,6 +80,7 @@ private:
     std::vector<ZipEntryInfo> m_records;
     std::uint64_t m_declaredCount = 0;
     bool m_goesOn = false;
+    std::optional<DirectoryPlace> m_directoryPlace;
 };
 
 } // namespace storage::zipprovider

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <iterator>
 #include <ostream>
 #include <utility>
 
@@ -15,6 +16,8 @@ using fl::i18n::ustring_view;
 namespace {
 
 constexpr char16_t separator = u'/';
+
+thread_local std::uint64_t comparisonsOfThread = 0;
 
 /// Yields the code units of a path's text form one by one, so that two paths can be compared without
 /// building either text.
@@ -46,6 +49,37 @@ private:
     std::size_t m_unit = 0;
     bool m_separatorDue;
 };
+
+/// The order of the texts of a relative and an absolute path, whose components begin at different places.
+bool isLessUnitByUnit(TextCursor left, TextCursor right) {
+    while (!left.atEnd() && !right.atEnd()) {
+        const char16_t l = left.next();
+        const char16_t r = right.next();
+        if (l != r) {
+            return l < r;
+        }
+    }
+    return left.atEnd() && !right.atEnd();
+}
+
+/// The order of two texts of the same kind: the first two components that differ decide it. Where one of
+/// these begins with the other, what follows the shorter one in its text does: a slash, or nothing.
+bool isLessByComponents(std::span<const ustring> left, std::span<const ustring> right) {
+    const auto [l, r] = std::mismatch(left.begin(), left.end(), right.begin(), right.end());
+    if (l == left.end() || r == right.end()) {
+        return l == left.end() && r != right.end();
+    }
+    const auto common = std::min(l->size(), r->size());
+    const auto [lUnit, rUnit] =
+        std::mismatch(l->begin(), l->begin() + static_cast<std::ptrdiff_t>(common), r->begin());
+    if (lUnit != l->begin() + static_cast<std::ptrdiff_t>(common)) {
+        return *lUnit < *rUnit;
+    }
+    if (lUnit == l->end()) {
+        return std::next(l) == left.end() || separator < *rUnit;
+    }
+    return std::next(r) != right.end() && *lUnit < separator;
+}
 
 ustring join(std::span<const ustring> components, bool leadingSlash) {
     ustring text;
@@ -120,6 +154,13 @@ ZipEntryPath ZipEntryPath::prefix(std::size_t count) const {
     return result;
 }
 
+std::size_t ZipEntryPath::commonPrefix(const ZipEntryPath& other) const {
+    const auto ours = components();
+    const auto theirs = other.components();
+    const auto differing = std::mismatch(ours.begin(), ours.end(), theirs.begin(), theirs.end());
+    return static_cast<std::size_t>(differing.first - ours.begin());
+}
+
 bool ZipEntryPath::isAbove(const ZipEntryPath& other) const {
     return m_count < other.m_count && *this == other.prefix(m_count);
 }
@@ -140,20 +181,19 @@ bool operator==(const ZipEntryPath& a, const ZipEntryPath& b) {
 }
 
 bool operator<(const ZipEntryPath& a, const ZipEntryPath& b) {
+    ++comparisonsOfThread;
     if (a.m_absolute == b.m_absolute && a.m_components == b.m_components) {
         // One is a prefix of the other.
         return a.m_count < b.m_count;
     }
-    TextCursor left(a.components(), a.m_absolute);
-    TextCursor right(b.components(), b.m_absolute);
-    while (!left.atEnd() && !right.atEnd()) {
-        const char16_t l = left.next();
-        const char16_t r = right.next();
-        if (l != r) {
-            return l < r;
-        }
+    if (a.m_absolute == b.m_absolute) {
+        return isLessByComponents(a.components(), b.components());
     }
-    return left.atEnd() && !right.atEnd();
+    return isLessUnitByUnit({a.components(), a.m_absolute}, {b.components(), b.m_absolute});
+}
+
+std::uint64_t ZipEntryPath::comparisons() noexcept {
+    return comparisonsOfThread;
 }
 
 std::ostream& operator<<(std::ostream& out, const ZipEntryPath& path) {

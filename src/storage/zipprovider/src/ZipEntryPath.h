@@ -3,6 +3,7 @@
 #include <fl/i18n/ustring.h>
 
 #include <cstddef>
+#include <cstdint>
 #include <iosfwd>
 #include <memory>
 #include <span>
@@ -45,6 +46,8 @@ public:
     ZipEntryPath asAbsolute() const;
     /// This path with its first `count` components alone. Precondition: it has as many.
     ZipEntryPath prefix(std::size_t count) const;
+    /// How many leading components this path and `other` have in common.
+    std::size_t commonPrefix(const ZipEntryPath& other) const;
     /// Whether `other` stands below this folder, at any depth.
     bool isAbove(const ZipEntryPath& other) const;
     /// This path with the leading components of `from` replaced by those of `to`.
@@ -55,6 +58,8 @@ public:
     friend bool operator==(const ZipEntryPath& a, const ZipEntryPath& b);
     /// The order of the two text forms by UTF-16 code unit, so "/a-b" and "/a.txt" come before "/a/b".
     friend bool operator<(const ZipEntryPath& a, const ZipEntryPath& b);
+    /// How many times this thread has put two paths in order: how the work of look-ups grows, for tests.
+    static std::uint64_t comparisons() noexcept;
     /// Writes the text form as UTF-8.
     friend std::ostream& operator<<(std::ostream& out, const ZipEntryPath& path);
 

@@ -44,41 +44,35 @@ public:
 
 private:
     void doOpen(const std::string& name, std::optional<unz64_file_pos> position) {
-        if (!goToEntry(m_handle->get(), name, position)) {
+        const auto entry = goToEntry(m_handle->get(), name, position);
+        if (!entry) {
             foundation::core::except::throwInternal(
                 MiniZipException(u"Error while calling unzLocateFile in MiniZipEntrySerializer::doOpen"));
         }
-        if (!openData()) {
+        if (!openData(*entry)) {
             foundation::core::except::throwInternal(MiniZipException(
                 u"Error while calling unzOpenCurrentFile in MiniZipEntrySerializer::doOpen"));
         }
     }
 
-    bool openData() {
-        unz_file_info64 info{};
-        if (unzGetCurrentFileInfo64(m_handle->get(), &info, nullptr, 0, nullptr, 0, nullptr, 0) != UNZ_OK) {
-            return false;
-        }
+    bool openData(const LocatedEntry& entry) {
         // minizip built without decryption, or without bzip2, would hand out the stored bytes as if they were
         // the contents.
-        if ((info.flag & encryptedFlag) != 0 ||
-            (info.compression_method != storedMethod && info.compression_method != Z_DEFLATED)) {
+        if ((entry.info.flag & encryptedFlag) != 0 ||
+            (entry.info.compression_method != storedMethod && entry.info.compression_method != Z_DEFLATED)) {
             return false;
         }
-        std::string extra(info.size_file_extra, '\0');
         unz64_file_pos position{};
-        if (unzGetCurrentFileInfo64(m_handle->get(), &info, nullptr, 0, extra.data(),
-                                    static_cast<uLong>(extra.size()), nullptr, 0) != UNZ_OK ||
-            unzGetFilePos64(m_handle->get(), &position) != UNZ_OK) {
+        if (unzGetFilePos64(m_handle->get(), &position) != UNZ_OK) {
             return false;
         }
         const ReadArchiveAt readAt = [handle = m_handle.get()](std::uint64_t place, char* buffer,
                                                                std::uint32_t count) {
             return handle->readAt(place, buffer, count);
         };
-        if (const auto extent = zip64Extent(readAt, position.pos_in_zip_directory, extra)) {
-            m_zip64Reader =
-                Zip64EntryReader::open(readAt, *extent, static_cast<std::uint32_t>(info.compression_method));
+        if (const auto extent = zip64Extent(readAt, position.pos_in_zip_directory, entry.extraField)) {
+            m_zip64Reader = Zip64EntryReader::open(readAt, *extent,
+                                                   static_cast<std::uint32_t>(entry.info.compression_method));
             return m_zip64Reader != nullptr;
         }
         return unzOpenCurrentFile(m_handle->get()) == UNZ_OK;

@@ -14,7 +14,7 @@ auto firstBelow(Map& map, const ZipEntryPath& folder) {
     return map.lower_bound(folder.child(fl::i18n::ustring(1, u'\0')));
 }
 
-/// Gives every key of `map` that is `from` or below it its place under `to`.
+/// Gives every key of `map` that is `from` or below it its place under `to`; `onMove` may change the value.
 template <typename Map, typename OnMove>
 void rekeySubtree(Map& map, const ZipEntryPath& from, const ZipEntryPath& to, OnMove onMove) {
     std::vector<typename Map::node_type> moving;
@@ -227,6 +227,9 @@ void ZipState<StorageItem, ByteStreamDevice>::requireStorableNamesBelow(const Pa
 template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
 void ZipState<StorageItem, ByteStreamDevice>::moveIndexBelow(const Path& from, const Path& to) const {
     detail::rekeySubtree(m_basalState, from, to, [&](std::shared_ptr<FolderContents>& contents) {
+        if (!contents) {
+            return;
+        }
         const auto rebased = [&](const FolderEntry& entry) {
             return std::make_shared<FolderEntry>(
                 FolderEntry{entry.type, entry.path.rebased(from, to), entry.size, entry.lastModified});

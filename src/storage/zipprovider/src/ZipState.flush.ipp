@@ -116,6 +116,7 @@ bool ZipState<StorageItem, ByteStreamDevice>::holdsWhatWasRead() const {
         return false;
     }
     m_stamp = stamp;
+    m_directoryPlace.reset();
     return true;
 }
 

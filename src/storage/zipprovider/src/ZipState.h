@@ -87,6 +87,14 @@ public:
     /// A source of that file's bytes, over an archive opened anew.
     /// Errors: as originalEntry; MiniZipException.
     std::unique_ptr<EntrySource> openOriginalEntry(const ZipEntryPath& path) const;
+    /// The same over an archive that is open.
+    std::unique_ptr<EntrySource> openOriginalEntry(const ZipEntryPath& path,
+                                                   const std::shared_ptr<ReadHandle>& archive) const;
+    /// The archive, opened anew. Where it is the one that the index was read from, as far as its container
+    /// tells, it is not searched again for what the index has found. Errors: those of the container.
+    std::shared_ptr<ReadHandle> reopenArchive() const;
+    /// The archive, opened without any such knowledge. Errors: those of the container.
+    std::shared_ptr<ReadHandle> openArchive() const;
     /// The working file of an entry opened for writing since the last flush; null when there is none.
     std::shared_ptr<WorkingFileEntry> modifiedEntry(const ZipEntryPath& path) const;
 
@@ -167,17 +175,25 @@ private:
 
     /// What an archive that cannot be read to its end is.
     enum class Incomplete { IsShownAsFarAsItGoes, IsRefused };
+    /// Where a key of the index is about to go: its parent's place, and the place of the key made before it,
+    /// behind which it mostly goes.
+    struct Surroundings {
+        typename BasalState::iterator parent;
+        typename BasalState::iterator before;
+    };
 
     // the folder index (ZipState.index.ipp)
     void rebuildBasalState(Incomplete incomplete) const;
     static std::u16string unreadPart(const EntryInfos& infos);
     std::unique_ptr<foundation::storage::provider::ByteStream> openArchiveStream() const;
-    std::shared_ptr<ReadHandle> openArchive() const;
     static EntryInfos readEntries(const std::shared_ptr<ReadHandle>& archive);
-    void install(const EntryInfos& infos, const Time& rootTime) const;
-    BasalState buildRepresentation(const EntryInfos& infos, const Time& rootTime) const;
-    void addToRepresentation(BasalState& state, const ZipEntryInfo& info) const;
-    static CarriedOverEntries carriedOverEntries(const EntryInfos& infos);
+    void install(EntryInfos infos, const Time& rootTime) const;
+    static BasalState buildRepresentation(const EntryInfos& infos, const Time& rootTime);
+    static typename BasalState::iterator addToRepresentation(BasalState& state, const Surroundings& around,
+                                                             const Path& path, const ZipEntryInfo& info);
+    static const std::shared_ptr<FolderContents>& contentsAt(const BasalState& state,
+                                                             typename BasalState::iterator place);
+    static CarriedOverEntries carriedOverEntries(std::vector<ZipEntryInfo> infos);
     FolderContents& ensureFolder(const Path& folder, const Time& time) const;
     static void replaceEntry(FolderContents& parent, const FolderEntry& entry, std::uint64_t size,
                              const Time& time);
@@ -223,6 +239,7 @@ private:
     foundation::log::basic_diagnostic_logger m_logger;
 
     // guarded by the file system's mutex
+    /// The key of a file may have no contents yet; contentsAt() makes them.
     mutable BasalState m_basalState;
     mutable CarriedOverEntries m_carriedOver;
     mutable std::map<Path, ModifiedEntry> m_modified;
@@ -238,6 +255,8 @@ private:
     /// Fingerprints of the directories that the container may have without another program's doing: of the
     /// archive that was read, and of those whose copy into the container was interrupted.
     mutable std::set<std::size_t> m_ownDirectories;
+    /// The place of the directory of the archive that m_stamp is of, where opening it again may rely on that.
+    mutable std::optional<DirectoryPlace> m_directoryPlace;
     /// Why the archive must not be overwritten; empty when it was read to its end.
     mutable std::u16string m_unread;
     /// A new archive that could not be brought into the container. The container may be half written, so

@@ -9,9 +9,11 @@
 #include <foundation/log/log.h>
 
 #include <cstddef>
+#include <iterator>
 #include <stdexcept>
 #include <string>
 #include <utility>
+#include <vector>
 
 namespace storage::zipprovider {
 
@@ -33,75 +35,93 @@ ZipState<StorageItem, ByteStreamDevice>::ZipState(const StorageItem& container)
 template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
 auto ZipState<StorageItem, ByteStreamDevice>::doBuildRepresentation(const EntryInfos& infos) const
     -> BasalState {
-    return buildRepresentation(infos, m_container.getFileAttributes().getLastModified());
-}
-
-template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
-auto ZipState<StorageItem, ByteStreamDevice>::buildRepresentation(const EntryInfos& infos,
-                                                                  const Time& rootTime) const -> BasalState {
-    BasalState state;
-    const Path root(u"/");
-    auto rootEntry = std::make_shared<FolderEntry>(FolderEntry{ZipEntryType::Folder, root, 0, rootTime});
-    state.emplace(root, std::make_shared<FolderContents>(std::move(rootEntry)));
-    for (const auto& info : infos) {
-        addToRepresentation(state, info);
+    auto state = buildRepresentation(infos, m_container.getFileAttributes().getLastModified());
+    for (auto place = state.begin(); place != state.end(); ++place) {
+        contentsAt(state, place);
     }
     return state;
 }
 
+/// Builds the index in one walk over the entries. Entries of one folder mostly stand together, so the places of
+/// the folders above the entry before are kept at hand; a folder that has its key is also in its parent, and
+/// nothing is left to be done for it. The key of a file gets its contents, which are empty, when somebody asks
+/// for them.
 template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
-void ZipState<StorageItem, ByteStreamDevice>::addToRepresentation(BasalState& state,
-                                                                  const ZipEntryInfo& info) const {
-    const auto makeEntry = [&info](ZipEntryType type, const Path& path) {
+auto ZipState<StorageItem, ByteStreamDevice>::buildRepresentation(const EntryInfos& infos,
+                                                                  const Time& rootTime) -> BasalState {
+    BasalState state;
+    const Path root(u"/");
+    auto rootEntry = std::make_shared<FolderEntry>(FolderEntry{ZipEntryType::Folder, root, 0, rootTime});
+    state.emplace(root, std::make_shared<FolderContents>(std::move(rootEntry)));
+    /// The place of each prefix of the path before, from the root on.
+    std::vector<typename BasalState::iterator> places{state.begin()};
+    Path before = root;
+    for (const auto& info : infos) {
+        auto path = info.path.asAbsolute();
+        auto last = places.back();
+        places.resize(1 + path.commonPrefix(before));
+        for (auto depth = places.size(); depth <= path.components().size(); ++depth) {
+            last = addToRepresentation(state, {places.back(), last}, path.prefix(depth), info);
+            places.push_back(last);
+        }
+        before = std::move(path);
+    }
+    return state;
+}
+
+/// Ensures the folder of the path and registers it in its parent; returns its place.
+template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
+auto ZipState<StorageItem, ByteStreamDevice>::addToRepresentation(BasalState& state, const Surroundings& around,
+                                                                  const Path& path, const ZipEntryInfo& info)
+    -> typename BasalState::iterator {
+    const auto count = state.size();
+    const auto place = state.try_emplace(std::next(around.before), path, nullptr);
+    if (state.size() == count) {
+        return place;
+    }
+    const auto makeEntry = [&](ZipEntryType type) {
         return std::make_shared<FolderEntry>(
             FolderEntry{type, path, type == ZipEntryType::File ? info.size : 0, info.lastModified});
     };
-    const auto ensure = [&](const Path& folder) -> const std::shared_ptr<FolderContents>& {
-        auto place = state.lower_bound(folder);
-        if (place == state.end() || place->first != folder) {
-            place = state.emplace_hint(
-                place, folder, std::make_shared<FolderContents>(makeEntry(ZipEntryType::Folder, folder)));
-        }
-        return place->second;
-    };
-
-    const auto name = info.path.fileName();
-    const auto path = info.path.asAbsolute();
-    std::shared_ptr<FolderContents> parent = state.find(path.prefix(0))->second;
-    for (std::size_t depth = 1; depth <= path.components().size(); ++depth) {
-        const auto current = path.prefix(depth);
-        const auto& component = path.components()[depth - 1];
-        const auto& contents = ensure(current);
-        // The name decides, not the depth: a file x/x shows as a file x in the root, too.
-        if (component == name && info.type == ZipEntryType::File) {
-            if (!parent->findFile(component)) {
-                parent->add(makeEntry(ZipEntryType::File, current));
-            }
-        } else {
-            if (!parent->findFolder(component)) {
-                parent->add(makeEntry(ZipEntryType::Folder, current));
-            }
-            if (component == name) {
-                // A file of that name may have come first; it stays, and the folder has no entry to ensure.
-                if (const auto folder = parent->findFolder(component)) {
-                    ensure(folder->path);
-                }
-            }
-        }
-        parent = contents;
+    // The name decides, not the depth: a file x/x shows as a file x in the root, too.
+    const bool isFile = info.type == ZipEntryType::File &&
+                        path.components().back() == info.path.components().back();
+    auto child = makeEntry(isFile ? ZipEntryType::File : ZipEntryType::Folder);
+    if (!isFile) {
+        place->second = std::make_shared<FolderContents>(child);
     }
+    contentsAt(state, around.parent)->add(std::move(child));
+    return place;
 }
 
 template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
-auto ZipState<StorageItem, ByteStreamDevice>::carriedOverEntries(const EntryInfos& infos)
+const std::shared_ptr<FolderContents>&
+ZipState<StorageItem, ByteStreamDevice>::contentsAt(const BasalState& state,
+                                                    typename BasalState::iterator place) {
+    if (!place->second) {
+        const auto& path = place->first;
+        const auto parent = state.find(path.prefix(path.components().size() - 1));
+        const auto shown = parent == state.end() || !parent->second
+                               ? nullptr
+                               : parent->second->findFile(path.fileName());
+        place->second = std::make_shared<FolderContents>(std::make_shared<FolderEntry>(
+            FolderEntry{ZipEntryType::Folder, path, 0, shown ? shown->lastModified : Time()}));
+    }
+    return place->second;
+}
+
+template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
+auto ZipState<StorageItem, ByteStreamDevice>::carriedOverEntries(std::vector<ZipEntryInfo> infos)
     -> CarriedOverEntries {
     CarriedOverEntries entries;
-    for (const auto& info : infos) {
+    auto place = entries.end();
+    for (auto& info : infos) {
         // A stored name such as "/" is the root itself, which every archive has.
         if (!info.path.components().empty()) {
-            entries.try_emplace(info.path.asAbsolute(),
-                                CarriedOverEntry{info.stored, info.type, info.size, info.lastModified,
-                                                 info.index, info.encrypted});
+            place = entries.try_emplace(place, info.path.asAbsolute(),
+                                        CarriedOverEntry{std::move(info.stored), info.type, info.size,
+                                                         info.lastModified, info.index, info.encrypted});
+            ++place;
         }
     }
     return entries;
@@ -123,7 +143,7 @@ void ZipState<StorageItem, ByteStreamDevice>::rebuildBasalState(Incomplete incom
     for (int attempt = 1;; ++attempt) {
         const auto stamp = ContainerStamp::of(attributes);
         const auto archive = openArchive();
-        const auto infos = readEntries(archive);
+        auto infos = readEntries(archive);
         auto unread = unreadPart(infos);
         if (unread.empty() && !archive->isOpen() && stamp.size != std::uint64_t{0} &&
             !isEmptyArchive(*openArchiveStream())) {
@@ -137,7 +157,7 @@ void ZipState<StorageItem, ByteStreamDevice>::rebuildBasalState(Incomplete incom
         if (incomplete == Incomplete::IsRefused && !unread.empty()) {
             detail::throwMiniZip(u"cannot read " + containerText() + u" after it was rebuilt: " + unread);
         }
-        install(infos, rootTime);
+        install(std::move(infos), rootTime);
         m_stamp = stamp;
         m_unread = std::move(unread);
         return;
@@ -173,15 +193,17 @@ auto ZipState<StorageItem, ByteStreamDevice>::readEntries(const std::shared_ptr<
 
 /// Makes the index of these entries the current one; no entry counts as changed.
 template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
-void ZipState<StorageItem, ByteStreamDevice>::install(const EntryInfos& infos, const Time& rootTime) const {
-    auto basalState = buildRepresentation(infos, rootTime);
-    auto carriedOver = carriedOverEntries(infos);
-    const auto fingerprint = directoryFingerprint(infos);
+void ZipState<StorageItem, ByteStreamDevice>::install(EntryInfos infos, const Time& rootTime) const {
     KX_LOG_DEBUG(m_logger) << "Number of entries read: " << infos.size();
+    const auto fingerprint = directoryFingerprint(infos);
+    auto basalState = buildRepresentation(infos, rootTime);
+    auto carriedOver = carriedOverEntries(infos.release());
+    const auto directoryPlace = infos.directoryPlace();
 
     m_basalState = std::move(basalState);
     m_carriedOver = std::move(carriedOver);
     m_ownDirectories = {fingerprint};
+    m_directoryPlace = directoryPlace;
     m_createdFolders.clear();
     m_stateChanged = m_treeChanged = false;
     // Working files that no stream holds are deleted here.
@@ -192,7 +214,7 @@ template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
 std::shared_ptr<FolderContents>
 ZipState<StorageItem, ByteStreamDevice>::findFolder(const Path& folder) const {
     const auto place = m_basalState.find(folder);
-    return place == m_basalState.end() ? nullptr : place->second;
+    return place == m_basalState.end() ? nullptr : contentsAt(m_basalState, place);
 }
 
 template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
@@ -217,8 +239,24 @@ const CarriedOverEntry& ZipState<StorageItem, ByteStreamDevice>::originalEntry(c
 template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
 auto ZipState<StorageItem, ByteStreamDevice>::openOriginalEntry(const Path& path) const
     -> std::unique_ptr<EntrySource> {
+    return openOriginalEntry(path, openArchive());
+}
+
+template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
+auto ZipState<StorageItem, ByteStreamDevice>::openOriginalEntry(
+    const Path& path, const std::shared_ptr<ReadHandle>& archive) const -> std::unique_ptr<EntrySource> {
     readKeptArchive();
-    return std::make_unique<EntrySource>(openArchive(), originalEntry(path).stored);
+    return std::make_unique<EntrySource>(archive, originalEntry(path).stored);
+}
+
+template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
+auto ZipState<StorageItem, ByteStreamDevice>::reopenArchive() const -> std::shared_ptr<ReadHandle> {
+    if (!m_directoryPlace || m_keptArchive ||
+        ContainerStamp::of(m_container.getFileAttributes()) != m_stamp) {
+        return openArchive();
+    }
+    auto archive = std::make_shared<ReadHandle>(openArchiveStream(), m_directoryPlace);
+    return archive->isOpen() ? archive : openArchive();
 }
 
 template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>

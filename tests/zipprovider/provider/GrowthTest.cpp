@@ -1,0 +1,140 @@
+#include "ZipProviderTest.h"
+
+#include <storage/zipprovider/src/ZipEntryPath.h>
+
+#include <support/FaultInjectingProvider.h>
+#include <support/archives/ArchiveShapes.h>
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <functional>
+#include <memory>
+#include <string>
+
+// Counts, not seconds: the same on every machine, and a walk over all entries for each of them shows at once.
+
+namespace kx::test {
+namespace {
+
+using storage::zipprovider::ZipEntryPath;
+
+struct Work {
+    double comparisons;
+    double reads;
+    double seeks;
+};
+
+class Growth : public ZipProviderTest {
+protected:
+    static constexpr unsigned perFolder = 100;
+
+    /// What `operation` costs on an archive of that many entries, opening it not counted unless `cold`.
+    Work costOf(unsigned entries, bool cold,
+                const std::function<void(MountedZip&, unsigned folders)>& operation) {
+        const auto folders = entries / perFolder;
+        replaceContainer(wideArchive(folders, perFolder));
+        const auto plan = std::make_shared<FaultPlan>();
+        MountedZip counted(
+            StorageItem(std::make_shared<FaultInjectingProvider>(memory, plan), container.getLocation()));
+        if (!cold) {
+            counted.list();
+        }
+        plan->countOnly();
+        const auto comparisons = ZipEntryPath::comparisons();
+        operation(counted, folders);
+        return {static_cast<double>(ZipEntryPath::comparisons() - comparisons),
+                static_cast<double>(plan->countOf(ProviderOperation::StreamRead)),
+                static_cast<double>(plan->countOf(ProviderOperation::StreamSeek))};
+    }
+
+    void expectAtMostNLogN(bool cold, const std::function<void(MountedZip&, unsigned folders)>& operation) {
+        const auto small = costOf(1'000, cold, operation);
+        const auto large = costOf(10'000, cold, operation);
+        const double limit = 10 * std::log(10'000) / std::log(1'000) * 1.1;
+        // A fixed cost, such as looking for the end record, counts for little.
+        constexpr double fixed = 50;
+        EXPECT_LE(large.comparisons, (small.comparisons + fixed) * limit);
+        EXPECT_LE(large.reads, (small.reads + fixed) * limit);
+        EXPECT_LE(large.seeks, (small.seeks + fixed) * limit);
+    }
+};
+
+TEST_F(Growth, OfOpeningIsAtMostThatOfSorting) {
+    expectAtMostNLogN(true, [](MountedZip& opened, unsigned) { opened.list(); });
+}
+
+TEST_F(Growth, OfListingIsAtMostThatOfSorting) {
+    expectAtMostNLogN(false, [](MountedZip& opened, unsigned folders) {
+        EXPECT_EQ(opened.list().size(), folders);
+        for (const auto& folder : opened.list()) {
+            EXPECT_EQ(opened.list("/" + folder.substr(0, folder.size() - 1)).size(), perFolder);
+        }
+    });
+}
+
+TEST_F(Growth, OfReadingAllIsAtMostThatOfSorting) {
+    expectAtMostNLogN(false, [](MountedZip& opened, unsigned folders) {
+        for (unsigned folder = 0; folder < folders; ++folder) {
+            for (unsigned file = 0; file < perFolder; ++file) {
+                const auto name = wideArchiveFile(folder, file);
+                EXPECT_EQ(opened.read("/" + name), name);
+            }
+        }
+    });
+}
+
+TEST_F(Growth, OfReadingOneEntryIsNone) {
+    const auto readLast = [](MountedZip& opened, unsigned folders) {
+        opened.read("/" + wideArchiveFile(0, 0));
+        opened.read("/" + wideArchiveFile(folders - 1, perFolder - 1));
+    };
+    const auto small = costOf(1'000, false, readLast);
+    const auto large = costOf(10'000, false, readLast);
+    EXPECT_LE(large.reads, small.reads * 1.2);
+    EXPECT_LE(large.seeks, small.seeks * 1.2);
+    EXPECT_LE(large.comparisons, small.comparisons * 2);
+}
+
+TEST_F(Growth, OfOpeningTheArchiveAgainIsNone) {
+    const auto work = costOf(1'000, false, [](MountedZip& opened, unsigned) {
+        for (unsigned file = 0; file < perFolder; ++file) {
+            opened.read("/" + wideArchiveFile(0, file));
+        }
+    });
+    // The end record, the header in the directory, the local header with the data: no search over 64 KB.
+    EXPECT_LE(work.reads, 12 * perFolder);
+}
+
+TEST_F(Growth, OfAddingOneEntryIsAtMostThatOfSorting) {
+    expectAtMostNLogN(false, [](MountedZip& opened, unsigned) { opened.write("/added.txt", "added"); });
+}
+
+TEST_F(Growth, OfAddingOneEntryToWhatTheSystemWroteIsAtMostThatOfSorting) {
+    expectAtMostNLogN(false, [](MountedZip& opened, unsigned) {
+        opened.write("/first.txt", "everything is written by the system now");
+        opened.write("/added.txt", "added");
+    });
+}
+
+TEST_F(Growth, OfRemovingAFolderIsAtMostThatOfSorting) {
+    expectAtMostNLogN(false, [](MountedZip& opened, unsigned) {
+        const auto held = opened.writer("/held.txt");
+        for (unsigned file = 0; file < perFolder; ++file) {
+            opened.removeFile("/" + wideArchiveFile(3, file));
+        }
+        opened.removeFolder("/d0003");
+        held->close();
+        EXPECT_FALSE(opened.isFolder("/d0003"));
+    });
+}
+
+TEST_F(Growth, OfMovingAFolderIsAtMostThatOfSorting) {
+    expectAtMostNLogN(false, [](MountedZip& opened, unsigned) {
+        opened.moveFolder("/d0003", "/moved");
+        EXPECT_EQ(opened.list("/moved").size(), perFolder);
+    });
+}
+
+} // namespace
+} // namespace kx::test
