@@ -103,6 +103,11 @@ TEST_F(WritingArchives, APathThatAlreadyHoldsAZipFileIsAddedToRatherThanTruncate
     EXPECT_EQ(seen.find("old")->crc32, crc32Of("old text"));
 }
 
+TEST_F(WritingArchives, AnArchiveThatIsToBeAddedToAndIsGoneIsRefusedAndNotMade) {
+    EXPECT_NE(failureOf([&] { MiniZipWriteHandle::addingTo(path()); }), "");
+    EXPECT_FALSE(std::filesystem::exists(path()));
+}
+
 TEST_F(WritingArchives, APathThatHoldsNoZipFileIsRefusedByNameAndLeftAsItIs) {
     place("no archive");
     EXPECT_EQ(failureOf([&] { MiniZipWriteHandle archive(path()); }),

@@ -11,7 +11,13 @@
 namespace storage::zipprovider {
 
 MiniZipWriteHandle::MiniZipWriteHandle(const fl::filesystem::path& path)
-    : m_zip(openLocalZipForWriting(path)) {
+    : MiniZipWriteHandle(path, openLocalZipForWriting(path)) {}
+
+MiniZipWriteHandle MiniZipWriteHandle::addingTo(const fl::filesystem::path& path) {
+    return {path, detail::openForWriting(path, true, &detail::tryOpenLocalZip)};
+}
+
+MiniZipWriteHandle::MiniZipWriteHandle(const fl::filesystem::path& path, zipFile zip) : m_zip(zip) {
     if (m_zip == nullptr) {
         foundation::core::except::throwInternal(
             MiniZipException(u"Error while calling zipOpen in MiniZipWriteHandle::MiniZipWriteHandle for " +

@@ -13,6 +13,9 @@ public:
     /// Opens the archive at `path`: adds to one that exists, creates it otherwise.
     /// Errors: MiniZipException naming the path.
     explicit MiniZipWriteHandle(const fl::filesystem::path& path);
+    /// Opens the archive at `path` to add to it. Errors: MiniZipException naming the path, also when it is
+    /// gone.
+    static MiniZipWriteHandle addingTo(const fl::filesystem::path& path);
     /// Closes the archive if that was not done; a failure is lost, so close() it to learn of one.
     ~MiniZipWriteHandle();
 
@@ -27,6 +30,8 @@ public:
     zipFile get() const { return m_zip; }
 
 private:
+    MiniZipWriteHandle(const fl::filesystem::path& path, zipFile zip);
+
     zipFile m_zip;
 };
 

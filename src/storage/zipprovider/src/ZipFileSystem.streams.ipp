@@ -159,8 +159,8 @@ ZipFileSystem<StorageItem, ByteStreamDevice>::buildSharedWorkingFileEntry(const 
     constexpr int attempts = 3;
     for (int attempt = 0; attempt < attempts; ++attempt) {
         try {
-            const auto archive = attempt == 0 ? m_state.reopenArchive() : m_state.openArchive();
-            const auto source = m_state.openOriginalEntry(path, archive);
+            const auto source =
+                attempt == 0 ? m_state.reopenOriginalEntry(path) : m_state.openOriginalEntry(path);
             return std::make_shared<WorkingFileEntry>(path, *source);
         } catch (const MiniZipException& error) {
             KX_LOG_DEBUG(m_logger) << "Attempt failed: " << error.what();

@@ -1,8 +1,9 @@
 #pragma once
 
 #include "LocalArchiveStream.h"
-#include "LocalFileReading.h"
 #include "MiniZipException.h"
+#include "RebuildMode.h"
+#include "StoredArchiveWriter.h"
 #include "StoredEntryCopy.h"
 #include "ZipConstants.h"
 
@@ -11,7 +12,6 @@
 #include <foundation/core/except/throwInternal.h>
 #include <foundation/log/log.h>
 
-#include <boost/iostreams/device/file.hpp>
 #include <boost/iostreams/stream.hpp>
 
 #include <algorithm>
@@ -150,9 +150,12 @@ void ZipState<StorageItem, ByteStreamDevice>::refuseEncryptedEntries() const {
 template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
 void ZipState<StorageItem, ByteStreamDevice>::buildArchive(const std::shared_ptr<ReadHandle>& archive,
                                                            const TemporaryArchive& target) const {
-    MiniZipWriteHandle writer(target.path());
+    const auto rest = writeStoredEntries(archive, target);
+    // What was begun must be there: the next archive would lack its entries.
+    auto writer = rest == m_carriedOver.cbegin() ? MiniZipWriteHandle(target.path())
+                                                 : MiniZipWriteHandle::addingTo(target.path());
     try {
-        writeCarriedOverEntries(archive, writer);
+        writeCarriedOverEntries(archive, rest, writer);
         ZipEntryAppender appender(writer, target.path(), m_carriedOver.size());
         writeModifiedEntries(appender);
         writeFolders(appender);
@@ -178,15 +181,49 @@ void ZipState<StorageItem, ByteStreamDevice>::closeArchive(MiniZipWriteHandle& w
 }
 
 template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
+EntryDescription ZipState<StorageItem, ByteStreamDevice>::description(const Path& path,
+                                                                      const CarriedOverEntry& entry) {
+    return {entry.type, nameInNextArchive(path, entry), entry.size, entry.lastModified, entry.index};
+}
+
+/// Takes over as stored what can be, up to the first entry that cannot; returns that one's place.
+template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
+auto ZipState<StorageItem, ByteStreamDevice>::writeStoredEntries(const std::shared_ptr<ReadHandle>& archive,
+                                                                 const TemporaryArchive& target) const ->
+    typename CarriedOverEntries::const_iterator {
+    auto place = m_carriedOver.cbegin();
+    if (rebuildMode() == RebuildMode::Plain) {
+        return place;
+    }
+    StoredArchiveWriter writer(
+        [handle = archive.get()](std::uint64_t position, char* buffer, std::uint32_t count) {
+            return handle->readUpTo(position, buffer, count);
+        },
+        target.path());
+    try {
+        while (place != m_carriedOver.cend() &&
+               writer.add(place->second.stored, description(place->first, place->second))) {
+            ++place;
+        }
+        writer.finish();
+    } catch (const MiniZipException& failure) {
+        detail::throwMiniZip(u"cannot rebuild " + containerText() + u": cannot write the new archive " +
+                             fl::i18n::fromUtf8(target.path().string() + ": " + failure.what()));
+    }
+    return place;
+}
+
+template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
 void ZipState<StorageItem, ByteStreamDevice>::writeCarriedOverEntries(
-    const std::shared_ptr<ReadHandle>& archive, MiniZipWriteHandle& target) const {
-    for (const auto& [path, entry] : m_carriedOver) {
+    const std::shared_ptr<ReadHandle>& archive, typename CarriedOverEntries::const_iterator place,
+    MiniZipWriteHandle& target) const {
+    for (; place != m_carriedOver.cend(); ++place) {
+        const auto& [path, entry] = *place;
         try {
-            const EntryDescription description{entry.type, nameInNextArchive(path, entry), entry.size,
-                                               entry.lastModified, entry.index};
-            if (!copyStoredEntry(archive->get(), entry.stored, target, description)) {
+            const auto described = description(path, entry);
+            if (!copyStoredEntry(archive->get(), entry.stored, target, described)) {
                 EntrySource source(archive, entry.stored);
-                detail::copyEntry(source, ZipEntrySink(target, description), entry.size);
+                detail::copyEntry(source, ZipEntrySink(target, described), entry.size);
             }
         } catch (const MiniZipException& failure) {
             archive->rethrowFailure();
@@ -400,14 +437,12 @@ void ZipState<StorageItem, ByteStreamDevice>::removeQuietly(const fl::filesystem
 template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
 void ZipState<StorageItem, ByteStreamDevice>::copyIntoContainer(ByteStreamDevice& container,
                                                                 const TemporaryArchive& archive) const {
-    boost::iostreams::basic_file<char> file(archive.path().string(),
-                                            std::ios_base::in | std::ios_base::binary, std::ios_base::in);
+    LocalArchiveStream file(archive.path());
     const auto expected = fl::filesystem::status(archive.path()).size;
     std::vector<char> buffer(fileCopyBufferSize);
     std::uint64_t copied = 0;
     for (;;) {
-        const auto count =
-            readingLocalFile(archive.path(), [&] { return file.read(buffer.data(), fileCopyBufferSize); });
+        const auto count = file.read(buffer.data(), fileCopyBufferSize);
         if (count <= 0) {
             break;
         }

@@ -87,14 +87,9 @@ public:
     /// A source of that file's bytes, over an archive opened anew.
     /// Errors: as originalEntry; MiniZipException.
     std::unique_ptr<EntrySource> openOriginalEntry(const ZipEntryPath& path) const;
-    /// The same over an archive that is open.
-    std::unique_ptr<EntrySource> openOriginalEntry(const ZipEntryPath& path,
-                                                   const std::shared_ptr<ReadHandle>& archive) const;
-    /// The archive, opened anew. Where it is the one that the index was read from, as far as its container
-    /// tells, it is not searched again for what the index has found. Errors: those of the container.
-    std::shared_ptr<ReadHandle> reopenArchive() const;
-    /// The archive, opened without any such knowledge. Errors: those of the container.
-    std::shared_ptr<ReadHandle> openArchive() const;
+    /// The same. Where the archive is the one that the index was read from, as far as its container tells, it
+    /// is not searched again for what the index has found.
+    std::unique_ptr<EntrySource> reopenOriginalEntry(const ZipEntryPath& path) const;
     /// The working file of an entry opened for writing since the last flush; null when there is none.
     std::shared_ptr<WorkingFileEntry> modifiedEntry(const ZipEntryPath& path) const;
 
@@ -186,6 +181,8 @@ private:
     void rebuildBasalState(Incomplete incomplete) const;
     static std::u16string unreadPart(const EntryInfos& infos);
     std::unique_ptr<foundation::storage::provider::ByteStream> openArchiveStream() const;
+    std::shared_ptr<ReadHandle> openArchive() const;
+    std::shared_ptr<ReadHandle> reopenArchive() const;
     static EntryInfos readEntries(const std::shared_ptr<ReadHandle>& archive);
     void install(EntryInfos infos, const Time& rootTime) const;
     static BasalState buildRepresentation(const EntryInfos& infos, const Time& rootTime);
@@ -214,7 +211,11 @@ private:
     void buildArchive(const std::shared_ptr<ReadHandle>& archive, const TemporaryArchive& target) const;
     /// Errors: MiniZipException when anything of the archive could not be written, also before.
     void closeArchive(MiniZipWriteHandle& writer, const TemporaryArchive& target) const;
+    static EntryDescription description(const Path& path, const CarriedOverEntry& entry);
+    typename CarriedOverEntries::const_iterator writeStoredEntries(const std::shared_ptr<ReadHandle>& archive,
+                                                                   const TemporaryArchive& target) const;
     void writeCarriedOverEntries(const std::shared_ptr<ReadHandle>& archive,
+                                 typename CarriedOverEntries::const_iterator place,
                                  MiniZipWriteHandle& target) const;
     void writeModifiedEntries(ZipEntryAppender& target) const;
     void writeFolders(ZipEntryAppender& target) const;

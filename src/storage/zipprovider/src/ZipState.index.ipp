@@ -239,14 +239,15 @@ const CarriedOverEntry& ZipState<StorageItem, ByteStreamDevice>::originalEntry(c
 template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
 auto ZipState<StorageItem, ByteStreamDevice>::openOriginalEntry(const Path& path) const
     -> std::unique_ptr<EntrySource> {
-    return openOriginalEntry(path, openArchive());
+    readKeptArchive();
+    return std::make_unique<EntrySource>(openArchive(), originalEntry(path).stored);
 }
 
 template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
-auto ZipState<StorageItem, ByteStreamDevice>::openOriginalEntry(
-    const Path& path, const std::shared_ptr<ReadHandle>& archive) const -> std::unique_ptr<EntrySource> {
+auto ZipState<StorageItem, ByteStreamDevice>::reopenOriginalEntry(const Path& path) const
+    -> std::unique_ptr<EntrySource> {
     readKeptArchive();
-    return std::make_unique<EntrySource>(archive, originalEntry(path).stored);
+    return std::make_unique<EntrySource>(reopenArchive(), originalEntry(path).stored);
 }
 
 template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
