@@ -7,6 +7,9 @@ SHELL := /bin/bash
 JOBS ?= $(shell nproc)
 PREFIX ?= /usr/local
 FUZZ_SECONDS ?= 60
+BENCH_ROUNDS ?= 5
+BENCH_WORK ?= build/bench/comparison
+BENCH_OUT ?= build/bench/results
 LINT ?= changed
 
 # Configures a preset when its build folder holds no build file; ninja repeats the configuration by itself
@@ -79,6 +82,15 @@ fuzz: ## run every fuzz target for FUZZ_SECONDS (default 60)
 	$(call configure,fuzz)
 	@cmake --build --preset fuzz --parallel $(JOBS)
 	@tools/fuzz.sh build/fuzz $(FUZZ_SECONDS)
+
+.PHONY: bench
+bench: ## measure the hot pieces and compare with other ZIP programs; results in BENCH_OUT
+	@tools/install-packages.sh build test bench
+	$(call configure,bench)
+	@cmake --build --preset bench --parallel $(JOBS) --target src/all benchmarks/all
+	@build/bench/benchmarks/kx_benchmarks
+	@python3 benchmarks/compare/compare.py --kxvfs build/bench/bin/kxvfs --tools build/bench/benchmarks \
+		--work '$(BENCH_WORK)' --out '$(BENCH_OUT)' --rounds $(BENCH_ROUNDS)
 
 .PHONY: coverage
 coverage: ## run the suite with coverage; report in build/coverage/report

@@ -2,6 +2,7 @@
 
 option(KX_BUILD_TESTS "Build the test suite" ${PROJECT_IS_TOP_LEVEL})
 option(KX_BUILD_EXAMPLES "Build the examples" ${PROJECT_IS_TOP_LEVEL})
+option(KX_BUILD_BENCHMARKS "Build the benchmarks (needs Google Benchmark)" OFF)
 option(KX_BUILD_FUZZERS "Build the libFuzzer executables (clang only)" OFF)
 option(KX_WERROR "Treat warnings as errors" OFF)
 option(KX_COVERAGE "Instrument for coverage" OFF)
