@@ -139,6 +139,8 @@ def main():
     os.environ["TMPDIR"] = str(scratch)
 
     peers = Peers(options.kxvfs.resolve(), options.tools.resolve(), scratch)
+    absent = [f"{name} does not take part: {reason}" for name, reason in peers.absent.items()]
+    print("".join(line + "\n" for line in absent), end="", flush=True)
 
     def make_own(source, archive):
         subprocess.run([peers.kxvfs, "create", str(archive)], check=True)
@@ -159,8 +161,8 @@ def main():
                                    statistics.median(run.processor for run in runs), max(run.peak for run in runs)))
             for name, runs in results.items() if (values := [run.seconds for run in runs])}, failures))
     options.out.mkdir(parents=True, exist_ok=True)
-    about = [f"Machine: {machine()}; data on {file_system(work)}. {options.rounds} rounds.", *peers.versions()]
-    (options.out / "performance-table.md").write_text(report.markdown(table, about))
+    about = [f"Machine: {machine()}; data on {file_system(work)}. {options.rounds} rounds.", *peers.versions(), *absent]
+    (options.out / "performance-table.md").write_text(report.markdown(table, about, None if options.tiny else data.scale))
     (options.out / "performance.svg").write_text(report.svg(table))
     print(f"wrote {options.out}/performance-table.md and performance.svg")
 

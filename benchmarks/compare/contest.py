@@ -107,6 +107,9 @@ class Contest:
 
     def workloads(self):
         yield self.listing()
+        yield self.opening("open", "open that archive and look at one entry", self.data.many, self.data.random_names)
+        yield self.opening("open-few", "open an archive of 1,000 entries and look at one", self.data.few,
+                           self.data.few_random_names)
         yield self.random_reads("random", "open it and read 1,000 random entries", self.data.many,
                                 self.data.random_names)
         yield self.random_reads("random-few", "the same of an archive of 1,000 entries", self.data.few,
@@ -129,6 +132,14 @@ class Contest:
                 **dict(peers.mounting(data.many, self.mountpoint, ["find", ".", "-type", "f"], ["-o", "ro"]))}
         return Workload("list", f"open and list {len(names):,} entries in {data.scale.folders:,} folders", runs,
                         printed_names(names))
+
+    def opening(self, key, title, archive, list_of_names):
+        name = list_of_names.read_text().splitlines()[0]
+        one = self.work / f"{key}-name.txt"
+        one.write_text(f"{name}\n")
+        runs = {"kxvfs": Run([self.peers.kxvfs, "cat", "-a", str(archive), name]),
+                **dict(self.peers.driven("read", archive, one))}
+        return Workload(key, title, runs, printed_bytes(*crc_of_entries(archive, [name])))
 
     def random_reads(self, key, title, archive, list_of_names):
         names = list_of_names.read_text().splitlines()

@@ -1,6 +1,7 @@
 """Who is measured, and by which commands. A participant that is not installed does not take part."""
 
 import dataclasses
+import os
 import pathlib
 import shutil
 import subprocess
@@ -20,24 +21,36 @@ class Peers:
     """The commands of each participant. `tools` holds the drivers, `kxvfs` is the tool to be measured."""
 
     def __init__(self, kxvfs, tools, work):
+        # Name to why it does not take part.
+        self.absent = {}
         self.kxvfs = str(kxvfs)
         self.kx_driver = str(tools / "kx_driver")
         self.drivers = {name: str(tools / f"{name}_driver") for name in ("libzip", "minizip")
-                        if (tools / f"{name}_driver").exists()}
+                        if self._takes_part(name, (tools / f"{name}_driver").exists(), "its driver was not built")}
         here = pathlib.Path(__file__).resolve().parent.parent / "drivers"
         self.drivers["Python zipfile"] = [sys.executable, str(here / "zipfile_driver.py")]
         if java := self._java(here / "ZipfsDriver.java", work):
             self.drivers["JDK zipfs"] = java
+        can_mount = shutil.which("fusermount") and os.access("/dev/fuse", os.R_OK | os.W_OK)
         self.mounts = {name: [name] for name in ("fuse-zip", "archivemount")
-                       if shutil.which(name) and shutil.which("fusermount") and pathlib.Path("/dev/fuse").exists()}
-        self.tools = {name: path for name in ("unzip", "zip", "bsdtar", "7z") if (path := shutil.which(name))}
+                       if self._is_installed(name) and self._takes_part(name, can_mount, "nothing can be mounted here")}
+        self.tools = {name: shutil.which(name) for name in ("unzip", "zip", "bsdtar", "7z") if self._is_installed(name)}
 
-    @staticmethod
-    def _java(source, work):
+    def _takes_part(self, name, condition, reason):
+        if not condition:
+            self.absent[name] = reason
+        return condition
+
+    def _is_installed(self, name):
+        return self._takes_part(name, shutil.which(name), "not installed")
+
+    def _java(self, source, work):
         if not (shutil.which("java") and shutil.which("javac")):
+            self.absent["JDK zipfs"] = "no JDK is installed"
             return None
         classes = work / "classes"
-        made = subprocess.run(["javac", "-d", classes, source], capture_output=True)
+        made = subprocess.run(["javac", "-d", classes, source], capture_output=True, text=True)
+        self._takes_part("JDK zipfs", made.returncode == 0, f"its driver cannot be compiled: {made.stderr.strip()}")
         return ["java", "-cp", str(classes), "ZipfsDriver"] if made.returncode == 0 else None
 
     def versions(self):

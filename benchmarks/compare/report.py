@@ -4,6 +4,8 @@ import dataclasses
 import html
 import math
 
+import targets
+
 
 @dataclasses.dataclass
 class Figures:
@@ -26,10 +28,12 @@ def seconds(value):
     return f"{value:.3f}" if value < 1 else f"{value:.2f}" if value < 100 else f"{value:.0f}"
 
 
-def markdown(rows, about):
-    """One table a workload, fastest first, with the ratio to the first participant, which is ours."""
+def markdown(rows, about, scale):
+    """The targets, which count at the full scale alone, then a table a workload, fastest first, with the ratio to
+    the first participant, which is ours."""
     lines = ["<!-- made by `make bench` -->", ""]
     lines += [line + "  " for line in about]
+    lines += targets.markdown(scale, rows) if scale else []
     for row in rows:
         ours = next(iter(row.figures.values()))
         lines += ["", f"### {row.title[0].upper()}{row.title[1:]}", "",

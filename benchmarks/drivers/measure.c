@@ -1,5 +1,5 @@
-/* Runs a program and tells what it cost. A program of its own, since the peak memory that the system reports of a
-   child counts from the memory of the process that made it.
+/* Runs a program and tells what it cost. A program of its own, since the peak memory that the system reports
+   of a child counts from the memory of the process that made it.
 
    usage: measure RESULT-FILE PROGRAM [ARGUMENT...]
 

@@ -1,5 +1,5 @@
-/* The comparison's actions over minizip, the plain way: an entry is found by its name, and an archive is changed
-   by inflating and deflating every entry into a new one that takes the old one's place. */
+/* The comparison's actions over minizip, the plain way: an entry is found by its name, and an archive is
+   changed by inflating and deflating every entry into a new one that takes the old one's place. */
 
 #include "driver.h"
 
@@ -108,7 +108,8 @@ static void carry_over(unzFile in, zipFile out, const struct change* change) {
     zip_fileinfo written = {0};
     int got;
     current_name(in, &info, name);
-    if ((change->without && !strcmp(name, change->without)) || (change->added && !strcmp(name, change->added)))
+    if ((change->without && !strcmp(name, change->without)) ||
+        (change->added && !strcmp(name, change->added)))
         return;
     memcpy(&written.tmz_date, &info.tmu_date, sizeof written.tmz_date);
     begin_entry(out, change->from && !strcmp(name, change->from) ? change->to : name, &written);
@@ -124,7 +125,8 @@ static void rebuild(const char* path, const struct change* change) {
     char temporary[PATH_SIZE];
     unzFile in = unzOpen64(path);
     zipFile out;
-    if (snprintf(temporary, sizeof temporary, "%s.new", path) >= PATH_SIZE || !(out = zipOpen64(temporary, 0)))
+    if (snprintf(temporary, sizeof temporary, "%s.new", path) >= PATH_SIZE ||
+        !(out = zipOpen64(temporary, 0)))
         fail("cannot make", path);
     if (in) {
         for (int found = unzGoToFirstFile(in); found == UNZ_OK; found = unzGoToNextFile(in))
