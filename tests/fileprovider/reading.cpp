@@ -73,7 +73,7 @@ TEST_F(LocalFileReading, TakesFewSystemCallsInSequenceAndLittleMoreThanAskedForE
         stream->seek(i * 100'000, SeekOrigin::Begin);
         stream->read(buffer.data(), buffer.size());
     }
-    EXPECT_LE(counted->bytes, 100 * 4096);
+    EXPECT_LE(counted->bytes, 100 * 8192);
 }
 
 TEST_F(LocalFileReading, AReadStreamRefusesToWriteAndAClosedOneToRead) {

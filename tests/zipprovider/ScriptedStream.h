@@ -26,6 +26,8 @@ struct StreamScript {
 
     int reads = 0;
     int seeks = 0;
+    /// How many of the seeks went to a place that counts from the end.
+    int seeksFromEnd = 0;
     int closes = 0;
     int alive = 0;
 };
@@ -69,6 +71,7 @@ protected:
 
     std::int64_t doSeek(std::int64_t offset, SeekOrigin origin) override {
         ++m_script->seeks;
+        m_script->seeksFromEnd += origin == SeekOrigin::End ? 1 : 0;
         const auto base = origin == SeekOrigin::Begin     ? 0
                           : origin == SeekOrigin::Current ? m_position
                                                           : static_cast<std::int64_t>(m_script->bytes.size());

@@ -60,7 +60,7 @@ std::optional<CentralHeader> CentralDirectoryReader::header() {
 
 std::string_view CentralDirectoryReader::bytes(std::size_t count) {
     if (m_position < m_start || m_position - m_start > m_size || m_size - (m_position - m_start) < count) {
-        m_buffer.resize(std::max(count, directoryBufferSize));
+        m_buffer.resize(std::max(count, m_pieceSize));
         m_start = m_position;
         m_size = m_read(m_start, m_buffer.data(), static_cast<std::uint32_t>(m_buffer.size()));
     }

@@ -1,10 +1,13 @@
 #pragma once
 
+#include "ZipConstants.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <optional>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace storage::zipprovider {
@@ -39,6 +42,8 @@ struct CentralHeader {
 struct DirectoryPlace {
     std::uint64_t begin;
     std::uint64_t end;
+    /// Bytes in front of the archive, from whose end its own positions count.
+    std::uint64_t before;
 };
 
 /// Reads the headers of a central directory one behind the other, in large pieces. minizip takes every field
@@ -46,9 +51,11 @@ struct DirectoryPlace {
 /// of the ordinary, and leaves the others to minizip.
 class CentralDirectoryReader {
 public:
-    /// Begins at the header at `position` of the archive's bytes.
-    CentralDirectoryReader(ReadArchiveUpTo read, std::uint64_t position)
-        : m_read(std::move(read)), m_position(position) {}
+    /// Begins at the header at `position` of the archive's bytes, and reads at least `pieceSize` bytes at a
+    /// time.
+    CentralDirectoryReader(ReadArchiveUpTo read, std::uint64_t position,
+                           std::size_t pieceSize = directoryBufferSize)
+        : m_read(std::move(read)), m_position(position), m_pieceSize(pieceSize) {}
 
     /// The header at the place that was reached, which stays; nothing where no whole header stands, or one
     /// with an extra field that minizip may read in its own way: a Zip64 block, or blocks that do not fill
@@ -63,6 +70,7 @@ private:
 
     ReadArchiveUpTo m_read;
     std::uint64_t m_position;
+    std::size_t m_pieceSize;
     std::vector<char> m_buffer;
     std::uint64_t m_start = 0;
     std::size_t m_size = 0;

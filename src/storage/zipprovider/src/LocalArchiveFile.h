@@ -22,8 +22,8 @@ public:
         Open,
     };
 
-    /// Opens the file whose path is `accessForm` in the form that opens it whatever its length. Null when that
-    /// fails, with `errno` set.
+    /// Opens the file whose path is `accessForm` in the form that opens it whatever its length. Null when
+    /// that fails, with `errno` set.
     static std::unique_ptr<LocalArchiveFile> open(const std::filesystem::path& accessForm,
                                                   Mode mode) noexcept;
     /// What close() would report is lost.

@@ -11,7 +11,9 @@
 #include <foundation/core/Mutex.h>
 #include <foundation/core/ThreadAnnotations.h>
 
+#include <algorithm>
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <limits>
 #include <memory>
@@ -161,13 +163,13 @@ private:
         const auto end = m_directory->position() + m_length;
         std::array<char, endRecordSize> bytes{};
         const std::string_view record(bytes.data(), m_handle->readUpTo(end, bytes.data(), endRecordSize));
+        const auto offset = littleEndian(record.substr(std::min<std::size_t>(record.size(), 16), 4));
         const bool same =
             record.size() == endRecordSize && littleEndian(record.substr(0, 4)) == endRecordSignature &&
             littleEndian(record.substr(4, 4)) == 0 && littleEndian(record.substr(8, 2)) == m_declared &&
             littleEndian(record.substr(10, 2)) == m_declared &&
-            littleEndian(record.substr(12, 4)) == end - m_begin &&
-            littleEndian(record.substr(16, 4)) <= m_begin;
-        return same ? std::optional(DirectoryPlace{m_begin, end}) : std::nullopt;
+            littleEndian(record.substr(12, 4)) == end - m_begin && offset <= m_begin;
+        return same ? std::optional(DirectoryPlace{m_begin, end, m_begin - offset}) : std::nullopt;
     }
 
     /// Steps to the next entry without minizip; nothing when there is none or minizip has to read it.

@@ -39,18 +39,21 @@ public:
     explicit MiniZipReadHandle(const StorageItem& container)
         : MiniZipReadHandle(container.openReadOnlyStream()) {}
 
-    /// The same for an archive behind any seekable stream. minizip looks for a Zip64 locator in the last 64
-    /// KB each time; where the place of the directory is known and there is no locator, it looks no further
-    /// back than the end record. Precondition: `archive` is not null.
-    explicit MiniZipReadHandle(std::unique_ptr<foundation::storage::provider::ByteStream> archive,
-                               const std::optional<DirectoryPlace>& directory = std::nullopt)
-        : m_device(std::make_unique<WatchedByteStream>(std::move(archive), m_failure)) {
+    /// The same for an archive behind any seekable stream. Precondition: `archive` is not null.
+    explicit MiniZipReadHandle(std::unique_ptr<foundation::storage::provider::ByteStream> archive)
+        : MiniZipReadHandle(std::move(archive), std::nullopt) {
+        get();
+    }
+
+    /// The same for an archive whose directory is known: minizip, which looks for a Zip64 locator in the last
+    /// 64 KB each time, opens it when it is first asked for, and looks no further back than the end record.
+    MiniZipReadHandle(std::unique_ptr<foundation::storage::provider::ByteStream> archive,
+                      const std::optional<DirectoryPlace>& directory)
+        : m_directory(directory),
+          m_device(std::make_unique<WatchedByteStream>(std::move(archive), m_failure)) {
         m_stream.open(m_device, -1, -1);
-        m_stream.directory = directory;
         m_functions = Functions::table();
         m_functions.zseek64_file = &seekWhereSearched;
-        m_zip = unzOpen2_64(&m_stream, &m_functions);
-        m_stream.directory.reset();
     }
 
     MiniZipReadHandle(const MiniZipReadHandle&) = delete;
@@ -78,9 +81,18 @@ public:
     }
 
     /// Whether minizip found an archive.
-    bool isOpen() const { return m_zip != nullptr; }
+    bool isOpen() { return get() != nullptr; }
     /// minizip's handle, null when not open; owned by this object.
-    unzFile get() const { return m_zip; }
+    unzFile get() {
+        if (!std::exchange(m_asked, true)) {
+            m_stream.directory = m_directory;
+            m_zip = unzOpen2_64(&m_stream, &m_functions);
+            m_stream.directory.reset();
+        }
+        return m_zip;
+    }
+    /// Where the archive's directory is known to stand.
+    const std::optional<DirectoryPlace>& directory() const { return m_directory; }
 
     /// Reads exactly `count` bytes of the archive from `position` on; false when they are not there.
     bool readAt(std::uint64_t position, char* buffer, std::uint32_t count) {
@@ -126,12 +138,15 @@ private:
         return refused ? -1 : Functions::seek(opaque, stream, offset, origin);
     }
 
+    const std::optional<DirectoryPlace> m_directory;
     /// Set by the device's stream.
     std::exception_ptr m_failure;
     ByteStreamDevice m_device;
     Stream m_stream;
     zlib_filefunc64_def m_functions{};
     unzFile m_zip = nullptr;
+    /// Whether minizip was asked to open the archive.
+    bool m_asked = false;
 };
 
 } // namespace storage::zipprovider

@@ -68,9 +68,9 @@ Zip64EntryReader::Zip64EntryReader(ReadArchiveAt readAt, std::uint64_t data, con
     if (method != storedMethod) {
         boost::iostreams::zlib_params deflated;
         deflated.noheader = true;
-        m_contents.push(boost::iostreams::zlib_decompressor(deflated));
+        m_contents.push(boost::iostreams::zlib_decompressor(deflated, inflateBufferSize), inflateBufferSize);
     }
-    m_contents.push(ArchivePart(std::move(readAt), data, extent.compressedSize));
+    m_contents.push(ArchivePart(std::move(readAt), data, extent.compressedSize), inflateBufferSize);
 }
 
 int Zip64EntryReader::read(char* buffer, int count) {

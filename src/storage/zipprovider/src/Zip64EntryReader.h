@@ -9,12 +9,14 @@
 
 namespace storage::zipprovider {
 
-/// The uncompressed bytes of an entry whose place and sizes minizip may not know; see Zip64Extent.h.
+/// The uncompressed bytes of an entry whose place and sizes minizip may not know (see Zip64Extent.h) or need
+/// not look up.
 /// Threads: one at a time.
 class Zip64EntryReader {
 public:
     /// Finds the entry's data behind its local header. Null when no local header is there, or one that
-    /// contradicts the central directory. `method` is stored or deflated; `readAt` must outlive the reader.
+    /// contradicts the central directory. `method` is stored or deflated; what `readAt` reads
+    /// from must outlive the reader.
     static std::unique_ptr<Zip64EntryReader> open(const ReadArchiveAt& readAt, const Zip64Extent& extent,
                                                   std::uint32_t method);
 

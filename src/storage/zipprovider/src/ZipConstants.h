@@ -9,6 +9,8 @@ namespace storage::zipprovider {
 
 /// General-purpose flag, bit 0: the entry's data are encrypted.
 inline constexpr std::uint32_t encryptedFlag = 0x1;
+/// General-purpose bit 3: CRC-32 and sizes stand behind the data, not in the local header.
+inline constexpr std::uint32_t descriptorFlag = 0x8;
 /// General-purpose flag, bit 11 (language encoding): name and comment are UTF-8.
 inline constexpr std::uint32_t utf8Flag = 0x800;
 
@@ -59,6 +61,8 @@ inline constexpr std::uint64_t openEntryCount = 0xFFFF;
 inline constexpr std::uint64_t endSearchStep = 2048;
 /// Bytes of the central directory that are read at a time.
 inline constexpr std::size_t directoryBufferSize = 65536;
+/// Bytes of an entry that are inflated at a time.
+inline constexpr int inflateBufferSize = 16384;
 /// Bytes of a local archive that are read at a time.
 inline constexpr std::size_t localReadBufferSize = 262144;
 /// Bytes moved at a time when an entry is copied as it is stored.

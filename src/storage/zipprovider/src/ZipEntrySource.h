@@ -4,6 +4,7 @@
 #include "EntryName.h"
 #include "IEntrySource.h"
 #include "MiniZipReadHandle.h"
+#include "OrdinaryEntry.h"
 #include "Zip64EntryReader.h"
 #include "ZipConstants.h"
 #include "ZipEntryInfo.h"
@@ -38,12 +39,19 @@ public:
         doOpen(encodeEntryName(stored.name), stored.position);
     }
 
-    ~ZipEntrySource() override { unzCloseCurrentFile(m_handle->get()); }
+    ~ZipEntrySource() override {
+        if (!m_reader) {
+            unzCloseCurrentFile(m_handle->get());
+        }
+    }
 
     std::int64_t read(char* buffer, std::int64_t count) override { return doRead(buffer, count); }
 
 private:
     void doOpen(const std::string& name, std::optional<unz64_file_pos> position) {
+        if (position && openPastMinizip(name, position->pos_in_zip_directory)) {
+            return;
+        }
         const auto entry = goToEntry(m_handle->get(), name, position);
         if (!entry) {
             foundation::core::except::throwInternal(
@@ -53,6 +61,25 @@ private:
             foundation::core::except::throwInternal(MiniZipException(
                 u"Error while calling unzOpenCurrentFile in MiniZipEntrySerializer::doOpen"));
         }
+    }
+
+    /// Opens an ordinary entry by its headers alone, which saves minizip's opening of the archive.
+    bool openPastMinizip(const std::string& name, std::uint64_t position) {
+        if (!m_handle->directory()) {
+            return false;
+        }
+        const auto before = m_handle->directory()->before;
+        const ReadArchiveUpTo readUpTo = [handle = m_handle.get(), before](std::uint64_t place, char* buffer,
+                                                                           std::uint32_t count) {
+            return handle->readUpTo(before + place, buffer, count);
+        };
+        const ReadArchiveAt readAt = [readUpTo](std::uint64_t place, char* buffer, std::uint32_t count) {
+            return readUpTo(place, buffer, count) == count;
+        };
+        if (const auto entry = ordinaryEntryAt(readUpTo, position, name)) {
+            m_reader = Zip64EntryReader::open(readAt, entry->extent, entry->method);
+        }
+        return m_reader != nullptr;
     }
 
     bool openData(const LocatedEntry& entry) {
@@ -71,18 +98,17 @@ private:
             return handle->readAt(place, buffer, count);
         };
         if (const auto extent = zip64Extent(readAt, position.pos_in_zip_directory, entry.extraField)) {
-            m_zip64Reader = Zip64EntryReader::open(readAt, *extent,
-                                                   static_cast<std::uint32_t>(entry.info.compression_method));
-            return m_zip64Reader != nullptr;
+            m_reader = Zip64EntryReader::open(readAt, *extent,
+                                              static_cast<std::uint32_t>(entry.info.compression_method));
+            return m_reader != nullptr;
         }
         return unzOpenCurrentFile(m_handle->get()) == UNZ_OK;
     }
 
     std::int64_t doRead(char* buffer, std::int64_t count) {
         const auto asked = std::min<std::int64_t>(count, std::numeric_limits<int>::max());
-        const int got = m_zip64Reader
-                            ? m_zip64Reader->read(buffer, static_cast<int>(asked))
-                            : unzReadCurrentFile(m_handle->get(), buffer, static_cast<unsigned>(asked));
+        const int got = m_reader ? m_reader->read(buffer, static_cast<int>(asked))
+                                 : unzReadCurrentFile(m_handle->get(), buffer, static_cast<unsigned>(asked));
         if (got < 0) {
             foundation::core::except::throwInternal(
                 MiniZipException(u"Error on return of unzReadCurrentFile in MiniZipEntrySerializer::doRead"));
@@ -91,8 +117,9 @@ private:
     }
 
     std::shared_ptr<ReadHandle> m_handle;
-    /// Reads an entry for which minizip does not know the 64-bit fields; null for all others.
-    std::unique_ptr<Zip64EntryReader> m_zip64Reader;
+    /// Reads an entry past minizip: an ordinary one, or one whose 64-bit fields minizip does not know. Null
+    /// for all others.
+    std::unique_ptr<Zip64EntryReader> m_reader;
 };
 
 } // namespace storage::zipprovider

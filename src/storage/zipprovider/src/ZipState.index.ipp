@@ -42,10 +42,10 @@ auto ZipState<StorageItem, ByteStreamDevice>::doBuildRepresentation(const EntryI
     return state;
 }
 
-/// Builds the index in one walk over the entries. Entries of one folder mostly stand together, so the places of
-/// the folders above the entry before are kept at hand; a folder that has its key is also in its parent, and
-/// nothing is left to be done for it. The key of a file gets its contents, which are empty, when somebody asks
-/// for them.
+/// Builds the index in one walk over the entries. Entries of one folder mostly stand together, so the places
+/// of the folders above the entry before are kept at hand; a folder that has its key is also in its parent,
+/// and nothing is left to be done for it. The key of a file gets its contents, which are empty, when somebody
+/// asks for them.
 template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
 auto ZipState<StorageItem, ByteStreamDevice>::buildRepresentation(const EntryInfos& infos,
                                                                   const Time& rootTime) -> BasalState {
@@ -71,7 +71,8 @@ auto ZipState<StorageItem, ByteStreamDevice>::buildRepresentation(const EntryInf
 
 /// Ensures the folder of the path and registers it in its parent; returns its place.
 template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
-auto ZipState<StorageItem, ByteStreamDevice>::addToRepresentation(BasalState& state, const Surroundings& around,
+auto ZipState<StorageItem, ByteStreamDevice>::addToRepresentation(BasalState& state,
+                                                                  const Surroundings& around,
                                                                   const Path& path, const ZipEntryInfo& info)
     -> typename BasalState::iterator {
     const auto count = state.size();
@@ -84,8 +85,8 @@ auto ZipState<StorageItem, ByteStreamDevice>::addToRepresentation(BasalState& st
             FolderEntry{type, path, type == ZipEntryType::File ? info.size : 0, info.lastModified});
     };
     // The name decides, not the depth: a file x/x shows as a file x in the root, too.
-    const bool isFile = info.type == ZipEntryType::File &&
-                        path.components().back() == info.path.components().back();
+    const bool isFile =
+        info.type == ZipEntryType::File && path.components().back() == info.path.components().back();
     auto child = makeEntry(isFile ? ZipEntryType::File : ZipEntryType::Folder);
     if (!isFile) {
         place->second = std::make_shared<FolderContents>(child);
@@ -101,9 +102,8 @@ ZipState<StorageItem, ByteStreamDevice>::contentsAt(const BasalState& state,
     if (!place->second) {
         const auto& path = place->first;
         const auto parent = state.find(path.prefix(path.components().size() - 1));
-        const auto shown = parent == state.end() || !parent->second
-                               ? nullptr
-                               : parent->second->findFile(path.fileName());
+        const auto shown =
+            parent == state.end() || !parent->second ? nullptr : parent->second->findFile(path.fileName());
         place->second = std::make_shared<FolderContents>(std::make_shared<FolderEntry>(
             FolderEntry{ZipEntryType::Folder, path, 0, shown ? shown->lastModified : Time()}));
     }
@@ -256,8 +256,7 @@ auto ZipState<StorageItem, ByteStreamDevice>::reopenArchive() const -> std::shar
         ContainerStamp::of(m_container.getFileAttributes()) != m_stamp) {
         return openArchive();
     }
-    auto archive = std::make_shared<ReadHandle>(openArchiveStream(), m_directoryPlace);
-    return archive->isOpen() ? archive : openArchive();
+    return std::make_shared<ReadHandle>(openArchiveStream(), m_directoryPlace);
 }
 
 template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
