@@ -131,6 +131,8 @@ def main():
     parser.add_argument("--rounds", type=int, default=5)
     parser.add_argument("--tiny", action="store_true", help="small data, to see that everything works")
     parser.add_argument("--only", help="workloads to run, separated by commas")
+    parser.add_argument("--without", default="", help="participants to leave out, or WORKLOAD:PARTICIPANT for those "
+                        "of one workload, separated by commas")
     options = parser.parse_args()
     work = options.work.resolve() / ("tiny" if options.tiny else "full")
     scratch = work / "scratch"
@@ -149,21 +151,27 @@ def main():
     data = workloads.Data(work / "data", workloads.TINY if options.tiny else workloads.FULL, make_own)
     runner = Runner(options.tools.resolve(), scratch)
     wanted = set(options.only.split(",")) if options.only else None
+    without = set(filter(None, options.without.split(",")))
+    absent += [f"{name} was left out" for name in sorted(without)]
+    about = [f"Machine: {machine()}; data on {file_system(work)}. Measured rounds: {options.rounds}.", *peers.versions(),
+             *absent]
     table = []
+    options.out.mkdir(parents=True, exist_ok=True)
     for workload in Contest(data, peers, scratch).workloads():
         if wanted and workload.key not in wanted:
             continue
         print(workload.title, flush=True)
+        workload.participants = {name: run for name, run in workload.participants.items()
+                                 if not without & {name, f"{workload.key}:{name}"}}
         results, failures = measure_workload(workload, runner, options.rounds,
                                              lambda text: print(text, file=sys.stderr, flush=True))
         table.append(report.Row(workload.key, workload.title, {
             name: report.Figures(*(statistics.median(values), min(values), max(values),
                                    statistics.median(run.processor for run in runs), max(run.peak for run in runs)))
             for name, runs in results.items() if (values := [run.seconds for run in runs])}, failures))
-    options.out.mkdir(parents=True, exist_ok=True)
-    about = [f"Machine: {machine()}; data on {file_system(work)}. {options.rounds} rounds.", *peers.versions(), *absent]
-    (options.out / "performance-table.md").write_text(report.markdown(table, about, None if options.tiny else data.scale))
-    (options.out / "performance.svg").write_text(report.svg(table))
+        (options.out / "performance-table.md").write_text(
+            report.markdown(table, about, None if options.tiny else data.scale))
+        (options.out / "performance.svg").write_text(report.svg(table))
     print(f"wrote {options.out}/performance-table.md and performance.svg")
 
 

@@ -15,24 +15,29 @@ class Target:
 
 
 class Results:
-    def __init__(self, rows):
+    """The figures of a run. `measure` is what times are compared by: the median of the clock, or the processor time,
+    which other work on the machine disturbs less."""
+
+    def __init__(self, rows, measure):
         self.rows = {row.key: row.figures for row in rows}
+        self.measure = measure
+
+    def time(self, key, name):
+        return getattr(self.rows[key][name], self.measure)
 
     def ratio(self, key, other, ours="kxvfs"):
-        return self.rows[key][ours].median / self.rows[key][other].median
+        return self.time(key, ours) / self.time(key, other)
 
     def ratio_to_fastest(self, key, chosen, ours="kxvfs"):
         """As ratio, to the fastest of the participants whose name fits."""
-        others = [figures.median for name, figures in self.rows[key].items() if chosen(name)]
+        others = [self.time(key, name) for name in self.rows[key] if chosen(name)]
         if not others:
             raise KeyError(key)
-        return self.rows[key][ours].median / min(others)
+        return self.time(key, ours) / min(others)
 
     def peak(self, key, ours="kxvfs"):
         return self.rows[key][ours].peak
 
-    def median(self, key, ours="kxvfs"):
-        return self.rows[key][ours].median
 
 
 def is_mount(name):
@@ -48,8 +53,8 @@ def targets(scale):
 
     def reading_growth(results):
         # Opening takes its own time, which listing shows; what is left is that of the reads.
-        many = results.median("random") - results.median("open")
-        few = results.median("random-few") - results.median("open-few")
+        many = results.time("random", "kxvfs") - results.time("open", "kxvfs")
+        few = results.time("random-few", "kxvfs") - results.time("open-few", "kxvfs")
         return many / few
 
     of_libzip = [
@@ -81,16 +86,20 @@ def targets(scale):
         yield Target(f"peak memory of {text}", lambda results, key=key: results.peak(key) / 1024, 64, "MB")
 
 
+def shown(target, results):
+    try:
+        value = target.value(results)
+    except KeyError:
+        return "not measured", None
+    return f"{value:,.0f}" if value >= 100 else f"{value:.2f}", value <= target.limit
+
+
 def markdown(scale, rows):
-    results = Results(rows)
-    lines = ["", "### Targets", "", "| what | at most | measured | |", "|---|---|---|---|"]
+    by_clock, by_processor = Results(rows, "median"), Results(rows, "processor")
+    lines = ["", "### Targets", "", "| what | at most | measured | by processor time | |", "|---|---|---|---|---|"]
     for target in targets(scale):
-        limit = f"{target.limit:,g} {target.unit}"
-        try:
-            value = target.value(results)
-        except KeyError:
-            lines.append(f"| {target.text} | {limit} | not measured | |")
-            continue
-        shown = f"{value:,.0f}" if value >= 100 else f"{value:.2f}"
-        lines.append(f"| {target.text} | {limit} | {shown} | {'met' if value <= target.limit else '**missed**'} |")
+        value, met = shown(target, by_clock)
+        other = shown(target, by_processor)[0] if target.unit.startswith("×") and met is not None else ""
+        verdict = {True: "met", False: "**missed**", None: ""}[met]
+        lines.append(f"| {target.text} | {target.limit:,g} {target.unit} | {value} | {other} | {verdict} |")
     return lines
