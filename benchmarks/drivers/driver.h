@@ -1,3 +1,5 @@
+#pragma once
+
 /* What the drivers over other libraries share: the actions of the comparison and their input.
 
    usage: DRIVER ACTION ARCHIVE [ARGUMENT...]
@@ -12,8 +14,6 @@
      fill FOLDER             adds every file below the folder, in the order of FOLDER-paths.txt
      commits FOLDER COUNT    adds the first COUNT of them, each saved before the next */
 
-#ifndef KX_BENCHMARK_DRIVER_H
-#define KX_BENCHMARK_DRIVER_H
 
 #include <stdio.h>
 #include <stdlib.h>
@@ -99,5 +99,3 @@ int main(int argc, char** argv) {
         fail("cannot write", "standard output");
     return 0;
 }
-
-#endif
