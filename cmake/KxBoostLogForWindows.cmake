@@ -35,5 +35,5 @@ target_compile_definitions(kx_boost_log
     BOOST_FILESYSTEM_SOURCE BOOST_ATOMIC_DYN_LINK BOOST_ATOMIC_SOURCE BOOST_SPIRIT_USE_PHOENIX_V3=1
     __STDC_CONSTANT_MACROS)
 target_compile_options(kx_boost_log PRIVATE -w -fno-strict-aliasing -ftemplate-depth=1024)
-target_link_libraries(kx_boost_log PUBLIC kx_boost_headers PRIVATE ws2_32 mswsock advapi32 bcrypt synchronization)
-install(TARGETS kx_boost_log)
+target_link_libraries(kx_boost_log PUBLIC Boost::headers PRIVATE ws2_32 mswsock advapi32 bcrypt synchronization)
+install(TARGETS kx_boost_log EXPORT KxStorageTargets)

@@ -58,6 +58,7 @@ set_target_properties(kx_append_manifest PROPERTIES RUNTIME_OUTPUT_DIRECTORY "${
 # NewInstance_<class> and DeleteInstance_<class> (with every :: written as _), and
 # _us_set_bundle_context_instance_<symbolic name>, and nothing else. Behind its last byte stands a ZIP
 # archive that holds <symbolic name>/manifest.json, which is where the runtime reads the manifest.
+# On Windows the library is lib<target>.dll.
 #
 # It is put into the subfolder COMPONENT of the providers' folder, in the build tree and in the install
 # tree. A bundle with OUTPUT_DIRECTORY is put there in the build tree and is not installed.
@@ -78,21 +79,25 @@ function(kx_add_bundle target)
   target_include_directories(${target} PRIVATE "${PROJECT_SOURCE_DIR}/src")
   target_compile_definitions(${target} PRIVATE US_BUNDLE_NAME=${arg_SYMBOLIC_NAME})
   target_link_libraries(${target} PRIVATE ${arg_OBJECTS} ${arg_LINK} kx::component_runtime kx_flags)
-  if(NOT KX_SANITIZE)
+  if(NOT KX_SANITIZE AND NOT WIN32)
     # A symbol that no library provides is found by the linker, not when a host loads the bundle.
     target_link_options(${target} PRIVATE LINKER:-z,defs)
   endif()
 
-  set(exports "_us_set_bundle_context_instance_${arg_SYMBOLIC_NAME};")
-  foreach(class IN LISTS arg_CLASS)
-    string(REPLACE "::" "_" symbol "${class}")
-    string(APPEND exports " NewInstance_${symbol}; DeleteInstance_${symbol};")
-  endforeach()
-  file(CONFIGURE OUTPUT "${work}/exports.map" CONTENT "{ global: ${exports} local: *; };\n")
-  target_link_options(${target} PRIVATE "LINKER:--version-script=${work}/exports.map")
+  # On Windows what is marked for export is exported and nothing else.
+  if(NOT WIN32)
+    set(exports "_us_set_bundle_context_instance_${arg_SYMBOLIC_NAME};")
+    foreach(class IN LISTS arg_CLASS)
+      string(REPLACE "::" "_" symbol "${class}")
+      string(APPEND exports " NewInstance_${symbol}; DeleteInstance_${symbol};")
+    endforeach()
+    file(CONFIGURE OUTPUT "${work}/exports.map" CONTENT "{ global: ${exports} local: *; };\n")
+    target_link_options(${target} PRIVATE "LINKER:--version-script=${work}/exports.map")
+    set_property(TARGET ${target} APPEND PROPERTY LINK_DEPENDS "${work}/exports.map")
+  endif()
 
   # Linked anew when the manifest changes: what was appended to the old file is gone then.
-  set_property(TARGET ${target} APPEND PROPERTY LINK_DEPENDS "${work}/exports.map" "${manifest}")
+  set_property(TARGET ${target} APPEND PROPERTY LINK_DEPENDS "${manifest}")
   add_custom_command(TARGET ${target} POST_BUILD
     COMMAND kx_append_manifest "$<TARGET_FILE:${target}>" "${manifest}" ${arg_SYMBOLIC_NAME}
     COMMENT "Appending the manifest to $<TARGET_FILE_NAME:${target}>"

@@ -1,5 +1,9 @@
 # Third-party libraries, all from the distribution's packages (docs/dependencies.md says why each).
 
+if(WIN32)
+  include(KxWindowsDependencies)
+  return()
+endif()
 find_package(Threads REQUIRED)
 find_package(ZLIB REQUIRED)
 set(Boost_USE_STATIC_LIBS OFF)

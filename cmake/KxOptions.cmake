@@ -30,14 +30,23 @@ if(NOT CMAKE_BUILD_TYPE AND NOT CMAKE_CONFIGURATION_TYPES)
 endif()
 
 # The build tree has the layout of the install tree, so that the tool finds its providers in both.
-set(CMAKE_RUNTIME_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/bin")
-set(CMAKE_LIBRARY_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/${CMAKE_INSTALL_LIBDIR}")
+if(WIN32)
+  # Programs find their libraries beside themselves, and hosts the providers below bin/win64.
+  set(KX_SYSTEM win32)
+  set(CMAKE_INSTALL_BINDIR bin/win64)
+  set(KX_LIBRARY_FOLDER bin/win64)
+else()
+  set(KX_SYSTEM posix)
+  set(KX_LIBRARY_FOLDER "${CMAKE_INSTALL_LIBDIR}")
+endif()
+set(CMAKE_RUNTIME_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/${CMAKE_INSTALL_BINDIR}")
+set(CMAKE_LIBRARY_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/${KX_LIBRARY_FOLDER}")
 set(CMAKE_ARCHIVE_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/${CMAKE_INSTALL_LIBDIR}")
 
 # Folder, relative to the library folder, that holds the provider bundles; a bundle stands in a
 # subfolder of it that is named after its component ("storage/zipprovider").
 set(KX_PROVIDER_SUBDIR "vfs/provider")
-set(KX_PROVIDER_INSTALL_DIR "${CMAKE_INSTALL_LIBDIR}/${KX_PROVIDER_SUBDIR}")
+set(KX_PROVIDER_INSTALL_DIR "${KX_LIBRARY_FOLDER}/${KX_PROVIDER_SUBDIR}")
 
 set(CMAKE_INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR};$ORIGIN;$ORIGIN/../../../..")
 
@@ -56,6 +65,11 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_L
 endif()
 if(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
   target_compile_options(kx_flags INTERFACE -Wthread-safety)
+endif()
+if(WIN32)
+  # Files are opened by wide names and may be of any size; no header of the system defines min and max.
+  target_compile_definitions(kx_flags INTERFACE
+    _FILE_OFFSET_BITS=64 _WIN32_WINNT=0x0A00 NOMINMAX STRICT UNICODE WIN32_LEAN_AND_MEAN __USE_MINGW_ANSI_STDIO=1)
 endif()
 if(KX_WERROR)
   target_compile_options(kx_flags INTERFACE -Werror)

@@ -1,12 +1,12 @@
 # Third-party libraries for Windows, under the names of KxDependencies.cmake.
 #
 # Debian has zlib for MinGW-w64. Of Boost, fmt, CLI11 and nlohmann-json the headers of the native packages serve, each
-# through a folder that shows nothing but them: /usr/include as a whole would bring the C library of Linux. Boost.Log
-# and minizip are compiled from the sources of Debian's source packages (KX_WINDOWS_SOURCES, see
+# through a folder that shows nothing but them: /usr/include as a whole would bring the C library of Linux. Boost.Log,
+# a filter of Boost.Iostreams and minizip are compiled from the sources of Debian's source packages (KX_WINDOWS_SOURCES, see
 # tools/windows/prepare.sh), GoogleTest from the one that its package installs.
 
 set(KX_WINDOWS_SOURCES "" CACHE PATH "Folder with the sources of Boost.Log and minizip")
-foreach(part boost/libs/log/src minizip/iowin32.c)
+foreach(part boost/libs/log/src boost/libs/iostreams/src minizip/iowin32.c)
   if(NOT EXISTS "${KX_WINDOWS_SOURCES}/${part}")
     message(FATAL_ERROR "KX_WINDOWS_SOURCES (\"${KX_WINDOWS_SOURCES}\") has no ${part}; `make windows` provides it")
   endif()
@@ -34,13 +34,16 @@ kx_native_headers("${kx_headers}/boost" /usr/include/boost)
 kx_native_headers("${kx_headers}/others" /usr/include/fmt /usr/include/CLI /usr/include/nlohmann)
 kx_native_headers("${kx_headers}/minizip" "${KX_WINDOWS_SOURCES}/minizip")
 
-add_library(kx_boost_headers INTERFACE)
-target_include_directories(kx_boost_headers SYSTEM INTERFACE "$<BUILD_INTERFACE:${kx_headers}/boost>")
-target_compile_definitions(kx_boost_headers INTERFACE BOOST_ALL_NO_LIB BOOST_USE_WINAPI_VERSION=0x0A00)
-# Boost.Iostreams and Date_Time are used as far as they are headers.
 foreach(name headers boost iostreams date_time)
-  add_library(Boost::${name} ALIAS kx_boost_headers)
+  add_library(Boost::${name} INTERFACE IMPORTED)
+  target_include_directories(Boost::${name} SYSTEM INTERFACE "${kx_headers}/boost")
+  target_compile_definitions(Boost::${name} INTERFACE BOOST_ALL_NO_LIB BOOST_USE_WINAPI_VERSION=0x0A00)
 endforeach()
+# Date_Time is used as far as it is headers, and so is Iostreams but for this filter.
+add_library(kx_boost_zlib STATIC "${KX_WINDOWS_SOURCES}/boost/libs/iostreams/src/zlib.cpp")
+target_compile_options(kx_boost_zlib PRIVATE -w)
+target_link_libraries(kx_boost_zlib PUBLIC Boost::headers ZLIB::ZLIB)
+target_link_libraries(Boost::iostreams INTERFACE kx_boost_zlib)
 set(Boost_VERSION_MAJOR 1)
 set(Boost_VERSION_MINOR 74)
 

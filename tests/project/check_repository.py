@@ -111,11 +111,19 @@ def components_have_a_readme(repository):
             yield f"{name}:1: the component has no {readme}"
 
 
+SYSTEMS = ("posix",)
+
+
 def sources_are_listed_for_the_build(repository):
     listed = set()
     for name in repository.select(r"(^|/)CMakeLists\.txt$", r"^cmake/.*\.cmake$"):
         folder = pathlib.PurePath(name).parent
-        for number, line in repository.lines(name):
+        lines = (
+            (number, line.replace("${KX_SYSTEM}", system))
+            for number, line in repository.lines(name)
+            for system in (SYSTEMS if "${KX_SYSTEM}" in line else SYSTEMS[:1])
+        )
+        for number, line in lines:
             for token in re.findall(r"[\w./-]+\.cpp\b", line.partition("#")[0]):
                 path = re.sub(r"[^/]+/\.\./", "", str(folder / token))
                 if path in repository.files:

@@ -19,7 +19,7 @@
 
 namespace runtime {
 
-inline const std::string greetingBundle = KX_BINARY_DIR "/tests/bundles/libtest_greeting.so";
+inline const std::string greetingBundle = KX_GREETING_BUNDLE;
 
 /// Writes down what the component of the greeting bundle tells.
 class Diary : public bundle::Witness {

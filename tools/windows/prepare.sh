@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Puts what the Windows build needs beyond Debian's binary packages into CACHE: the sources of Boost.Log (with what it
-# stands on) and minizip from Debian's source packages, and a Wine prefix.
+# stands on), of Boost.Iostreams and of minizip from Debian's source packages, and a Wine prefix.
 #
 # usage: tools/windows/prepare.sh CACHE
 #
@@ -10,6 +10,7 @@ set -euo pipefail
 
 cache=$1
 boost=boost1.74
+parts=(libs/log/src libs/thread/src libs/filesystem/src libs/atomic/src libs/iostreams/src)
 minizip=minizip
 
 fail() {
@@ -38,8 +39,7 @@ fetch_sources() {
     # With Debian's security patches. apt has checked the files; the missing key of the maintainer is harmless.
     dpkg-source -x minizip_*.dsc minizip >unpack.log 2>&1
     mkdir boost
-    tar -xJf "$boost"_*.orig.tar.xz -C boost --strip-components=1 --wildcards \
-      '*/libs/log/src' '*/libs/thread/src' '*/libs/filesystem/src' '*/libs/atomic/src'
+    tar -xJf "$boost"_*.orig.tar.xz -C boost --strip-components=1 --wildcards "${parts[@]/#/*/}"
     rm -f ./*.orig.tar.* ./*.debian.tar.* ./*.dsc
   ) || fail "the source packages $boost and $minizip cannot be fetched"
   mv "$folder.part" "$folder"
@@ -48,5 +48,8 @@ fetch_sources() {
 
 mkdir -p "$cache"
 versions=$(version_of libboost1.74-dev)_$(version_of libminizip-dev)
-[ -d "$cache/sources-$versions" ] || fetch_sources "$cache/sources-$versions"
+sources=$cache/sources-$versions
+for part in minizip "${parts[@]/#/boost/}"; do
+  [ -d "$sources/$part" ] || fetch_sources "$sources"
+done
 ln -sfn "sources-$versions" "$cache/sources"

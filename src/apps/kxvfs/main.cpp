@@ -1,6 +1,7 @@
 #include <apps/kxvfs/src/CommandLine.h>
 #include <apps/kxvfs/src/Interruption.h>
 #include <apps/kxvfs/src/ManualPage.h>
+#include <apps/kxvfs/src/ProgramStart.h>
 #include <apps/kxvfs/src/Progress.h>
 #include <apps/kxvfs/src/Session.h>
 #include <apps/kxvfs/src/TemporarySpace.h>
@@ -13,7 +14,6 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
-#include <ctime>
 #include <memory>
 #include <string_view>
 
@@ -22,12 +22,6 @@ using namespace apps::kxvfs;
 namespace {
 
 constexpr int usageStatus = 2;
-
-/// Archives hold times without a zone. Reading and writing them as UTC keeps those of untouched entries.
-void useUtc() {
-    setenv("TZ", "UTC", 1);
-    tzset();
-}
 
 /// Nothing is made beside a local file from here on that is not among these.
 std::vector<std::string> locationsBeingSaved() {
@@ -89,6 +83,7 @@ int parse(CommandLine& line, int count, char** arguments) {
 } // namespace
 
 int main(int count, char** arguments) {
+    prepareArguments(count, arguments);
     finishInterruptedRun(count, arguments);
     useUtc();
     ignoreBrokenPipes();

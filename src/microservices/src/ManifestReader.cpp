@@ -1,5 +1,7 @@
 #include "ManifestReader.h"
 
+#include "ArchiveFile.h"
+
 #include <cppmicroservices/Constants.h>
 
 #include <minizip/unzip.h>
@@ -151,12 +153,13 @@ bool isManifest(const std::string& name) {
 
 Archive open(const std::string& location) {
     std::error_code error;
-    const std::filesystem::file_status status = std::filesystem::status(location, error);
+    const std::filesystem::file_status status =
+        std::filesystem::status(std::u8string(location.begin(), location.end()), error);
     if (!std::filesystem::exists(status))
         throw std::runtime_error(error ? error.message() : "no such file");
     if (!std::filesystem::is_regular_file(status))
         throw std::runtime_error("not a file");
-    Archive archive(unzOpen64(location.c_str()));
+    Archive archive(openArchiveFile(location));
     if (!archive)
         throw std::runtime_error("it has no manifest: no ZIP archive stands at its end");
     return archive;

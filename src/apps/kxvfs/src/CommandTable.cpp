@@ -1,13 +1,20 @@
 #include <apps/kxvfs/commands/Commands.h>
+#include <apps/kxvfs/src/MountCommands.h>
 
-#include <array>
+#include <vector>
 
 namespace apps::kxvfs {
 
 std::span<const CommandRow> commandTable() {
-    static const std::array rows{lsRow,    treeRow,    findRow,  duRow,     statRow,     catRow,    cpRow,
-                                 writeRow, mvRow,      rmRow,    mkdirRow,  touchRow,    createRow, checkRow,
-                                 batchRow, recoverRow, mountRow, umountRow, providersRow};
+    static const auto rows = [] {
+        std::vector<CommandRow> all{lsRow,     treeRow,  findRow,  duRow,     statRow,  catRow,
+                                    cpRow,     writeRow, mvRow,    rmRow,     mkdirRow, touchRow,
+                                    createRow, checkRow, batchRow, recoverRow};
+        const auto mounting = mountCommands();
+        all.insert(all.end(), mounting.begin(), mounting.end());
+        all.push_back(providersRow);
+        return all;
+    }();
     return rows;
 }
 

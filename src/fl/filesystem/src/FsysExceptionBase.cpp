@@ -14,7 +14,8 @@ std::string message(std::string_view operation, const path& item, const std::err
     std::string text = "cannot ";
     text += operation;
     text += ' ';
-    text += item.string();
+    const auto name = item.u8string();
+    text.append(name.begin(), name.end());
     text += ": ";
     text += code.message();
     return text;

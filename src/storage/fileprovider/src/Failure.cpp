@@ -4,6 +4,11 @@
 #include <cerrno>
 #include <system_error>
 
+#ifndef EDQUOT
+// A system without quotas: no error has this number.
+#define EDQUOT 100000
+#endif
+
 namespace storage::fileprovider {
 
 using foundation::storage::provider::ErrorCode;

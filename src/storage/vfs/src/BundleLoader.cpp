@@ -22,6 +22,16 @@ namespace fs = std::filesystem;
 using foundation::core::MutexLock;
 using foundation::storage::provider::ContainerProviderFactory;
 
+namespace {
+
+/// UTF-8; where names are bytes, they are taken as they stand.
+std::string textOf(const fs::path& path) {
+    const auto text = path.u8string();
+    return {text.begin(), text.end()};
+}
+
+} // namespace
+
 struct BundleLoader::Runtime {
     Runtime() : framework(cppmicroservices::FrameworkFactory().NewFramework()) {
         framework.Start();
@@ -106,7 +116,7 @@ void BundleLoader::loadFolder(const fs::path& folder) {
             files.push_back(entry->path());
     }
     if (failure)
-        warn(fmt::format("cannot look for providers in {}: {}", folder.string(), failure.message()));
+        warn(fmt::format("cannot look for providers in {}: {}", textOf(folder), failure.message()));
     std::sort(files.begin(), files.end());
     for (const auto& file : files)
         loadBundle(file);
@@ -114,7 +124,7 @@ void BundleLoader::loadFolder(const fs::path& folder) {
 
 void BundleLoader::loadBundle(const fs::path& file) {
     try {
-        auto installed = m_runtime->framework.GetBundleContext().InstallBundles(file.string());
+        auto installed = m_runtime->framework.GetBundleContext().InstallBundles(textOf(file));
         if (installed.empty())
             throw std::runtime_error("it holds no bundle manifest");
         for (auto& bundle : installed) {
@@ -125,7 +135,7 @@ void BundleLoader::loadBundle(const fs::path& file) {
         }
     } catch (const std::exception& problem) {
         m_reports.push_back({file, {}, problem.what()});
-        warn(fmt::format("cannot load provider bundle {}: {}", file.string(), problem.what()));
+        warn(fmt::format("cannot load provider bundle {}: {}", textOf(file), problem.what()));
     }
 }
 

@@ -2,11 +2,11 @@
 
 #include <storage/vfs/src/LocalFile.h>
 #include <storage/vfs/src/PathText.h>
+#include <storage/vfs/src/TypedPath.h>
 
 #include <fl/i18n/utf8.h>
 #include <foundation/storage/provider/Exception.h>
 
-#include <filesystem>
 #include <span>
 #include <stdexcept>
 #include <vector>
@@ -35,13 +35,6 @@ bool looksLikeIri(std::string_view text) {
         schemes = true;
         text.remove_prefix(end + 1);
     }
-}
-
-ustring absoluteLocalPath(std::string_view typed) {
-    auto path = fl::i18n::fromUtf8(typed);
-    if (path.starts_with(u'/'))
-        return path;
-    return fl::i18n::fromUtf8(std::filesystem::current_path().generic_string()) + u"/" + path;
 }
 
 bool endsInMark(ustring_view component) {
@@ -111,9 +104,10 @@ Location LocationResolver::resolve(std::string_view typed, FileMeaning meaning) 
         return location;
     }
 
-    const auto path = absoluteLocalPath(typed);
-    const auto steps = components(path);
-    auto folder = StorageIRI::fromLocalPath(u"/");
+    location.folderMeant = endsLikeFolder(typed);
+    const auto path = typedPath(typed);
+    const auto steps = components(path.path);
+    auto folder = path.root;
     std::span<const ustring_view> rest(steps);
     bool local = true;
     for (;;) {
@@ -142,10 +136,9 @@ std::optional<StorageIRI> LocationResolver::localContainer(std::string_view type
         const auto iri = parseIri(typed);
         return iri.hasContainer() || finalFile ? std::optional(localFileUnder(iri)) : std::nullopt;
     }
-    const auto path = absoluteLocalPath(typed);
-    const auto steps = components(path);
-    const auto root = StorageIRI::fromLocalPath(u"/");
-    const auto arrival = walk(*m_vfs.mount(root).provider, root, steps, typed.ends_with('/'));
+    const auto path = typedPath(typed);
+    const auto steps = components(path.path);
+    const auto arrival = walk(*m_vfs.mount(path.root).provider, path.root, steps, endsLikeFolder(typed));
     if (!arrival.rest.empty() || arrival.insideMeant || (arrival.atFile && finalFile))
         return arrival.place;
     return std::nullopt;

@@ -1,11 +1,9 @@
 #include <storage/vfs/src/SafeTarget.h>
 
 #include <storage/vfs/src/PathText.h>
-
-#include <fl/i18n/utf8.h>
+#include <storage/vfs/src/TypedPath.h>
 
 #include <algorithm>
-#include <filesystem>
 
 namespace storage::vfs {
 
@@ -23,15 +21,15 @@ std::optional<std::string> SafeTarget::objection(const StorageIRI& source,
         return "its name would lead out of the target folder";
     if (name.find(u'\0') != fl::i18n::ustring::npos)
         return "its name holds a NUL";
+    if (auto objection = objectionToLocalName(name))
+        return objection;
     if (m_from.absoluteEntries) {
         const auto path = normalizedPath(source.getResolvedPath());
         if (std::binary_search(m_from.absoluteEntries->begin(), m_from.absoluteEntries->end(), path))
             return "its stored name is absolute";
     }
     // Asked of the file system itself: the provider follows links.
-    std::error_code unknown;
-    const std::filesystem::path target(fl::i18n::toUtf8(destination.getResolvedPath()));
-    if (std::filesystem::is_symlink(std::filesystem::symlink_status(target, unknown)))
+    if (isSymbolicLink(destination))
         return "a symbolic link stands at its place in the target folder";
     return std::nullopt;
 }

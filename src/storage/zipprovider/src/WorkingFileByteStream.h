@@ -51,7 +51,7 @@ private:
     [[noreturn]] void fail(const char* operation, int cause);
 
     const std::shared_ptr<WorkingFileEntry> m_entry;
-    boost::iostreams::basic_file<char> m_device;
+    WorkingFileDevice m_device;
     bool m_writable = false;
     /// Exchanged so that of several closes only the first one closes the device and notifies.
     std::atomic<bool> m_closed = false;

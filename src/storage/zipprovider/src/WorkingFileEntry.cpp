@@ -20,7 +20,6 @@
 
 namespace storage::zipprovider {
 
-using boost::iostreams::basic_file;
 using foundation::core::MutexLock;
 
 namespace {
@@ -65,7 +64,7 @@ WorkingFileEntry::~WorkingFileEntry() {
     }
 }
 
-basic_file<char> WorkingFileEntry::doGetFileDevice(int mode) {
+WorkingFileDevice WorkingFileEntry::doGetFileDevice(int mode) {
     KX_LOG_FUNCTION(m_logger);
     const MutexLock lock(m_mutex);
     ensureWorkingFile();
@@ -77,7 +76,7 @@ basic_file<char> WorkingFileEntry::doGetFileDevice(int mode) {
         openMode &= ~std::ios_base::trunc;
     }
     m_untouched = m_untouched && (openMode & std::ios_base::out) == 0;
-    basic_file<char> device(m_checkoutPath.string(), openMode, std::ios_base::in | std::ios_base::out);
+    WorkingFileDevice device = openWorkingFile(m_checkoutPath, openMode);
     if (!device.is_open()) {
         foundation::core::except::throwInternal(WorkingEntryOpenException(m_path.toString()));
     }

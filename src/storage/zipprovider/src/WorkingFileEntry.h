@@ -1,6 +1,7 @@
 #pragma once
 
 #include "IEntrySource.h"
+#include "WorkingFileDevice.h"
 #include "ZipEntryPath.h"
 
 #include <fl/filesystem/path.h>
@@ -9,7 +10,6 @@
 #include <foundation/log/basic_diagnostic_logger.h>
 
 #include <boost/date_time/posix_time/ptime.hpp>
-#include <boost/iostreams/device/file.hpp>
 
 #include <cstdint>
 #include <memory>
@@ -35,7 +35,7 @@ public:
 
     /// A device over the working file, opened with the standard open-mode flags `mode`; several devices
     /// address one file. Errors: WorkingEntryOpenException; FsysExceptionBase.
-    boost::iostreams::basic_file<char> doGetFileDevice(int mode) KX_EXCLUDES(m_mutex);
+    WorkingFileDevice doGetFileDevice(int mode) KX_EXCLUDES(m_mutex);
     /// The working file's size in bytes as the local file system has it. Errors: FsysExceptionBase.
     std::uint64_t getCachedFileSize() KX_EXCLUDES(m_mutex);
     /// When the working file was last modified, UTC. Errors: FsysExceptionBase.

@@ -1,11 +1,10 @@
 #include "LocalArchiveFile.h"
 
+#include "PositionedFile.h"
+
 #include <algorithm>
 #include <cerrno>
-#include <fcntl.h>
 #include <new>
-#include <sys/stat.h>
-#include <unistd.h>
 #include <utility>
 
 namespace storage::zipprovider {
@@ -14,14 +13,6 @@ namespace {
 
 constexpr std::size_t capacity = std::size_t{64} * 1024;
 
-int openRetrying(const char* path, int flags) {
-    int file = -1;
-    do {
-        file = ::open(path, flags, S_IRUSR | S_IWUSR);
-    } while (file < 0 && errno == EINTR);
-    return file;
-}
-
 } // namespace
 
 std::unique_ptr<LocalArchiveFile> LocalArchiveFile::open(const std::filesystem::path& accessForm,
@@ -29,8 +20,7 @@ std::unique_ptr<LocalArchiveFile> LocalArchiveFile::open(const std::filesystem::
     try {
         std::unique_ptr<LocalArchiveFile> opened(new LocalArchiveFile);
         opened->m_bytes.reserve(capacity);
-        const int creation = mode == Mode::Create ? O_CREAT | O_TRUNC | O_NOFOLLOW : 0;
-        opened->m_file = openRetrying(accessForm.c_str(), O_RDWR | O_CLOEXEC | creation);
+        opened->m_file = detail::openPositioned(accessForm, mode == Mode::Create);
         return opened->m_file < 0 ? nullptr : std::move(opened);
     } catch (const std::bad_alloc&) {
         errno = ENOMEM;
@@ -45,17 +35,12 @@ LocalArchiveFile::~LocalArchiveFile() {
 }
 
 std::size_t LocalArchiveFile::read(char* buffer, std::size_t count) {
-    std::size_t total = 0;
-    while (flush() && total < count) {
-        const auto got = ::pread(m_file, buffer + total, count - total, static_cast<off_t>(m_position));
-        if (got > 0) {
-            total += static_cast<std::size_t>(got);
-            m_position += static_cast<std::uint64_t>(got);
-        } else if (got == 0 || errno != EINTR) {
-            expect(got == 0);
-            break;
-        }
+    if (!flush()) {
+        return 0;
     }
+    const auto got = detail::readAt(m_file, buffer, count, m_position);
+    const auto total = static_cast<std::size_t>(expect(got >= 0) ? got : 0);
+    m_position += total;
     return total;
 }
 
@@ -81,12 +66,12 @@ bool LocalArchiveFile::write(const char* data, std::size_t count) {
 }
 
 std::uint64_t LocalArchiveFile::size() {
-    struct stat status {};
-    return flush() && expect(::fstat(m_file, &status) == 0) ? static_cast<std::uint64_t>(status.st_size) : 0;
+    const auto size = flush() ? detail::sizeOf(m_file) : 0;
+    return expect(size >= 0) ? static_cast<std::uint64_t>(size) : 0;
 }
 
 bool LocalArchiveFile::truncate() {
-    return flush() && expect(::ftruncate(m_file, static_cast<off_t>(m_position)) == 0);
+    return flush() && expect(detail::endAt(m_file, m_position));
 }
 
 bool LocalArchiveFile::close() {
@@ -94,7 +79,7 @@ bool LocalArchiveFile::close() {
         flush();
         const int file = m_file;
         m_file = -1;
-        expect(::close(file) == 0);
+        expect(detail::closePositioned(file));
     }
     return isGood();
 }
@@ -114,15 +99,8 @@ bool LocalArchiveFile::expect(bool succeeded) {
 }
 
 bool LocalArchiveFile::flush() {
-    for (std::size_t done = 0; done < m_bytes.size() && isGood();) {
-        errno = 0;
-        const auto written = ::pwrite(m_file, m_bytes.data() + done, m_bytes.size() - done,
-                                      static_cast<off_t>(m_start + done));
-        if (written > 0) {
-            done += static_cast<std::size_t>(written);
-        } else if (written == 0 || errno != EINTR) {
-            expect(false);
-        }
+    if (!m_bytes.empty() && isGood()) {
+        expect(detail::writeAt(m_file, m_bytes.data(), m_bytes.size(), m_start));
     }
     m_bytes.clear();
     return expect(m_file >= 0);
