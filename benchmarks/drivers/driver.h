@@ -14,7 +14,6 @@
      fill FOLDER             adds every file below the folder, in the order of FOLDER-paths.txt
      commits FOLDER COUNT    adds the first COUNT of them, each saved before the next */
 
-
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>

@@ -7,8 +7,8 @@
 
 namespace storage::fileprovider {
 
-/// Tells whether a file that was being overwritten holds nothing but what the copy-over left, by samples of the
-/// contents from before.
+/// Tells whether a file that was being overwritten holds nothing but what the copy-over left, by samples of
+/// the contents from before.
 ///
 /// A sample is the CRC-32, 4 bytes little-endian, of a stretch of at most 512 bytes that no boundary between
 /// sectors divides. At most 2048 are taken: of all the contents up to 1 MiB, in shorter stretches for small
@@ -31,8 +31,8 @@ struct CopiedContents {
     int newFile = -1;
 };
 
-/// Whether the samples of `file` fit a copy-over that was stopped at any moment. Stretches that cannot be read,
-/// or for which there is no sample, are taken to fit.
+/// Whether the samples of `file` fit a copy-over that was stopped at any moment. Stretches that cannot be
+/// read, or for which there is no sample, are taken to fit.
 bool fitsStoppedCopy(const Environment& environment, int file, const CopiedContents& contents);
 
 } // namespace storage::fileprovider
