@@ -89,16 +89,24 @@ TEST_F(WatchedStorageTest, NothingChangesWhatItIsCutOffFrom) {
         EXPECT_THROW(operation.call(), Exception) << operation.name;
         EXPECT_EQ(own->taken, "") << operation.name;
     }
+    EXPECT_THROW(watched.createFile(other), Exception);
+    EXPECT_THROW(watched.createFolder(other), Exception);
+    EXPECT_THROW(watched.removeFile(file), Exception);
+    EXPECT_THROW(watched.moveFile(file, other, {}), Exception);
+    EXPECT_THROW(watched.openStream(file, ByteStreamOpenOptions::overwrite()), Exception);
+    EXPECT_EQ(readFile(*memory, file), "old");
+    EXPECT_FALSE(memory->exists(other));
 }
 
 TEST_F(WatchedStorageTest, AStreamThatIsCutOffBeforeItWroteAnythingDoesNotEmptyTheFile) {
     for (const bool transactional : {false, true}) {
         WatchedStorage cut{own, std::make_shared<ContainerWatch>()};
-        const auto stream = transactional
-                                ? cut.openTransactionalStream(file, ByteStreamOpenOptions::overwrite())
-                                : cut.openStream(file, ByteStreamOpenOptions::overwrite());
+        auto stream = transactional ? cut.openTransactionalStream(file, ByteStreamOpenOptions::overwrite())
+                                    : cut.openStream(file, ByteStreamOpenOptions::overwrite());
         cut.cutOff();
         EXPECT_THROW(stream->close(), Exception);
+        EXPECT_EQ(readFile(*memory, file), "old");
+        stream.reset();
         EXPECT_EQ(readFile(*memory, file), "old");
     }
 }

@@ -44,9 +44,12 @@ struct MountCondition {
 /// archives through the vfs wait; one that does not know of the lock is noticed, and its change is not
 /// overwritten.
 ///
-///     ArchiveMount mount(vfs, root, "/mnt", options, listeners);   // from here on the folder shows the
-///     archive mount.serve();                                               // until it is unmounted if
-///     (!mount.finish()) ...                                     // the last save
+///     // From here on the folder shows the archive.
+///     ArchiveMount mount(vfs, root, "/mnt", options, listeners);
+///     // Until it is unmounted.
+///     mount.serve();
+///     if (!mount.finish())
+///         tell(mount.condition());
 class KXMOUNT_API ArchiveMount {
 public:
     struct Listeners {

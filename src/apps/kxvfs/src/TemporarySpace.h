@@ -24,7 +24,7 @@ public:
     /// as one to keep.
     std::vector<std::filesystem::path> keepRescued();
 
-    /// The same files, of the folder in use, without marking it.
+    /// The same files, without marking the folder; none where no folder of this process could be made.
     static std::vector<std::filesystem::path> rescued();
 
     /// Removes the folder with all in it, unless it is one to keep.

@@ -134,9 +134,14 @@ TemporarySpace::~TemporarySpace() {
 std::vector<fs::path> TemporarySpace::rescued() {
     std::vector<fs::path> found;
     std::error_code failure;
-    for (const auto& entry : fs::directory_iterator(fs::temp_directory_path(failure), failure))
-        if (entry.path().filename().native().ends_with(rescuedEnding))
-            found.push_back(entry.path());
+    const auto folder = fs::temp_directory_path(failure);
+    // In a folder that others use, too, such a file may be another process's work that is under way.
+    if (failure || !isOwnSpace(folder))
+        return found;
+    for (fs::directory_iterator entry(folder, failure), end; !failure && entry != end;
+         entry.increment(failure))
+        if (entry->path().filename().native().ends_with(rescuedEnding))
+            found.push_back(entry->path());
     return found;
 }
 

@@ -222,6 +222,10 @@ private:
     static Path nameInNextArchive(const Path& path, const CarriedOverEntry& entry);
     void bringIntoContainer(TemporaryArchive& archive) const;
     bool showsPartOf(const fl::filesystem::path& archive) const;
+    void copyIntoContainer(ByteStreamDevice& container, const TemporaryArchive& archive) const;
+    std::u16string containerText() const;
+
+    // going on from an archive that was kept (ZipState.kept.ipp)
     void continueFrom(TemporaryArchive& archive) const;
     void readKeptArchive() const;
     void carryOverFrom(const EntryInfos& infos) const;
@@ -232,8 +236,6 @@ private:
     void forEachOfTheArchive(Visit visit) const;
     void removeSuperseded() const;
     void removeQuietly(const fl::filesystem::path& archive) const;
-    void copyIntoContainer(ByteStreamDevice& container, const TemporaryArchive& archive) const;
-    std::u16string containerText() const;
 
     const StorageItem m_container;
     const Time m_archiveLastModified;
@@ -281,3 +283,5 @@ private:
 #include "ZipState.changes.ipp"
 
 #include "ZipState.flush.ipp"
+
+#include "ZipState.kept.ipp"

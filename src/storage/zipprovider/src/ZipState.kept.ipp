@@ -1,0 +1,142 @@
+#pragma once
+
+#include "MiniZipException.h"
+
+#include <fl/filesystem/operations.h>
+#include <fl/i18n/utf8.h>
+#include <foundation/log/log.h>
+
+#include <cstddef>
+#include <exception>
+#include <iterator>
+#include <optional>
+#include <utility>
+#include <vector>
+
+namespace storage::zipprovider {
+
+/// The container holds the old archive, the new one, half of it, or what another program has put there
+/// meanwhile; the stamp stays that of what was read, so that the next flush looks which. The new archive has
+/// everything, so what is carried over is taken from there. The changes stay recorded.
+template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
+void ZipState<StorageItem, ByteStreamDevice>::continueFrom(TemporaryArchive& archive) const {
+    archive.keep();
+    KX_LOG(m_logger) << "Could not bring the new archive into the container; it is kept as "
+                     << archive.path().string();
+    // The entries that are carried over were the first to be written, in their order.
+    std::vector<StoredEntryName> stored;
+    for (const auto& [path, entry] : m_carriedOver) {
+        stored.push_back({zipEntryName(nameInNextArchive(path, entry), entry.type), {0, stored.size()}});
+    }
+    if (m_keptArchive) {
+        m_superseded.push_back(*m_keptArchive);
+    }
+    m_keptArchive = archive.path();
+    m_keptEntries = stored.size() + m_modified.size() + m_createdFolders.size();
+    auto place = stored.begin();
+    for (auto& [path, entry] : m_carriedOver) {
+        std::swap(entry.stored, *place++);
+    }
+    m_storedBefore = std::move(stored);
+    m_keptArchiveIsUnread = true;
+    // The container still lacks what the kept archive has.
+    m_stateChanged = m_treeChanged = true;
+    for (auto& [path, modified] : m_modified) {
+        // The kept archive has the entry as it was written, not as it was before.
+        modified.settled = true;
+        modified.original.reset();
+    }
+    try {
+        readKeptArchive();
+    } catch (const std::exception& error) {
+        KX_LOG(m_logger) << "Could not read the kept archive: " << error.what();
+    }
+}
+
+/// To be called before anything is read through the positions of entries that are carried over.
+template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
+void ZipState<StorageItem, ByteStreamDevice>::readKeptArchive() const {
+    if (!m_keptArchiveIsUnread) {
+        return;
+    }
+    try {
+        const auto infos = readEntries(openArchive());
+        carryOverFrom(infos);
+        m_ownDirectories.insert(directoryFingerprint(infos));
+    } catch (const std::exception& error) {
+        if (ContainerStamp::of(m_container.getFileAttributes()) != m_stamp) {
+            throw;
+        }
+        KX_LOG(m_logger) << "Could not read the kept archive " << m_keptArchive->string()
+                         << " and go on from the one before: " << error.what();
+        goBackFromKeptArchive();
+        return;
+    }
+    m_keptArchiveIsUnread = false;
+    m_storedBefore.clear();
+    removeSuperseded();
+}
+
+/// Has the entries that are carried over found in the kept archive.
+template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
+void ZipState<StorageItem, ByteStreamDevice>::carryOverFrom(const EntryInfos& infos) const {
+    if (!infos.isComplete() || infos.size() != m_keptEntries) {
+        detail::throwMiniZip(u"the archive " + fl::i18n::fromUtf8(m_keptArchive->string()) +
+                             u" does not have the entries that were written");
+    }
+    const auto first = infos.begin();
+    forEachOfTheArchive([&](CarriedOverEntry& entry) {
+        const auto place = static_cast<std::ptrdiff_t>(entry.stored.position.num_of_file);
+        entry.stored.position = std::next(first, place)->stored.position;
+    });
+}
+
+/// The copy has left no trace in the container, so what was read before is still there. The file of the kept
+/// archive stays until the changes are in the container.
+template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
+void ZipState<StorageItem, ByteStreamDevice>::goBackFromKeptArchive() const {
+    std::optional<fl::filesystem::path> before;
+    if (!m_superseded.empty()) {
+        before = m_superseded.back();
+        m_superseded.pop_back();
+    }
+    m_superseded.push_back(*m_keptArchive);
+    m_keptArchive = std::move(before);
+    forEachOfTheArchive([&](CarriedOverEntry& entry) {
+        entry.stored = m_storedBefore.at(static_cast<std::size_t>(entry.stored.position.num_of_file));
+    });
+    m_keptArchiveIsUnread = false;
+    m_storedBefore.clear();
+}
+
+template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
+template <typename Visit>
+void ZipState<StorageItem, ByteStreamDevice>::forEachOfTheArchive(Visit visit) const {
+    for (auto& [path, entry] : m_carriedOver) {
+        visit(entry);
+    }
+    for (auto& [path, modified] : m_modified) {
+        if (modified.original) {
+            visit(*modified.original);
+        }
+    }
+}
+
+template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
+void ZipState<StorageItem, ByteStreamDevice>::removeSuperseded() const {
+    for (const auto& archive : std::exchange(m_superseded, {})) {
+        removeQuietly(archive);
+    }
+}
+
+template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
+void ZipState<StorageItem, ByteStreamDevice>::removeQuietly(const fl::filesystem::path& archive) const {
+    try {
+        fl::filesystem::remove_all(archive);
+    } catch (const std::exception& error) {
+        // The changes are in another place; a file too many is no failure of that.
+        KX_LOG(m_logger) << "Could not remove " << archive.string() << ": " << error.what();
+    }
+}
+
+} // namespace storage::zipprovider
