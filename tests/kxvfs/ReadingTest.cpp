@@ -106,6 +106,14 @@ TEST_F(ReadingTest, EveryWayToNameALocationLeadsThere) {
     EXPECT_EQ(output({"ls", "outer.zip/in/inner.zip"}), "x\n");
 }
 
+TEST_F(ReadingTest, ManyFilesOfOneArchiveArePrintedInTheirOrderAndEachMissingOneIsTold) {
+    const auto result =
+        run({"cat", "-a", "plans.zip", "docs/a.txt", "docs", "/docs/a.txt", "none", "docs/a.txt"});
+    EXPECT_EQ(result.output, "text\ntext\ntext\n");
+    EXPECT_EQ(result.errors, "kxvfs: cat: docs: is a folder\nkxvfs: cat: none: not found\n");
+    EXPECT_EQ(result.exitCode, 1);
+}
+
 TEST_F(ReadingTest, TheTimeZoneDoesNotMoveTimes) {
     auto with = options();
     with.environment.emplace_back("TZ", "America/New_York");

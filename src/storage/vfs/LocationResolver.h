@@ -59,6 +59,9 @@ public:
     /// nothing, a folder or another file.
     Location resolveInside(std::string_view archive, std::string_view innerPath) const;
 
+    /// The same in the archive whose root is `root`, which is not looked at.
+    static Location inside(const foundation::storage::provider::StorageIRI& root, std::string_view innerPath);
+
 private:
     Vfs& m_vfs;
 };

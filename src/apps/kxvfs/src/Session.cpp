@@ -57,13 +57,18 @@ std::unique_ptr<Vfs> Session::makeVfs(bool durableFiles) {
 }
 
 Place Session::find(const std::string& typed, FileMeaning meaning, const std::string& archive) {
+    if (!archive.empty() && m_found && m_found->archive == archive)
+        return {LocationResolver::inside(m_found->root, typed), m_found->mounted};
     auto location =
         archive.empty() ? m_resolver.resolve(typed, meaning) : m_resolver.resolveInside(archive, typed);
     auto mounted = mount(location.iri, archive.empty() ? typed : archive);
+    if (!archive.empty())
+        m_found = {archive, location.iri.withPath(u"/"), mounted};
     return {std::move(location), std::move(mounted)};
 }
 
 Place Session::findToChange(const std::string& typed, FileMeaning meaning, const std::string& archive) {
+    m_found.reset();
     auto location =
         archive.empty() ? m_resolver.resolve(typed, meaning) : m_resolver.resolveInside(archive, typed);
     auto mounted = m_vfs->mount(location.iri);
@@ -135,6 +140,7 @@ void Session::printResults() {
 }
 
 bool Session::save(bool last) {
+    m_found.reset();
     m_saving.emplace(progressWanted() && m_changes->hasChanges());
     const auto failures = last ? m_changes->commit() : m_changes->flush();
     m_saving.reset();

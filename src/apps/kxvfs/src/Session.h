@@ -133,6 +133,13 @@ private:
         nlohmann::ordered_json failure;
     };
 
+    /// The archive in which the last place was found, which mostly is that of the next one, too.
+    struct FoundArchive {
+        std::string archive;
+        foundation::storage::provider::StorageIRI root;
+        storage::vfs::MountedContainer mounted;
+    };
+
     std::unique_ptr<storage::vfs::Vfs> makeVfs(bool durableFiles);
     void drop(const foundation::storage::provider::StorageIRI& unsaved);
     void printResults();
@@ -148,6 +155,7 @@ private:
     std::optional<SaveProgressLine> m_saving;
     std::unique_ptr<storage::vfs::ChangeSession> m_changes;
     std::set<foundation::storage::provider::StorageIRI> m_damaged;
+    std::optional<FoundArchive> m_found;
     std::string m_context;
     std::vector<Result> m_results;
     std::vector<std::string> m_warnings;

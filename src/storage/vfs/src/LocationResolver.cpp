@@ -155,6 +155,10 @@ Location LocationResolver::resolveInside(std::string_view archive, std::string_v
             throw Exception(ErrorCode::ContainerUnreadable, root, "not a ZIP archive");
         throw Exception(ErrorCode::NotFound, root, "there is no such archive");
     }
+    return inside(root, innerPath);
+}
+
+Location LocationResolver::inside(const StorageIRI& root, std::string_view innerPath) {
     const auto path = normalizedPath(fl::i18n::fromUtf8(innerPath));
     return {root.withPath(path.empty() ? ustring_view(u"/") : path), std::string(innerPath),
             innerPath.ends_with('/')};
