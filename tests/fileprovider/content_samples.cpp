@@ -55,7 +55,7 @@ protected:
     }
 
     const TemporaryFolder m_folder;
-    const Environment m_environment{std::make_shared<SystemCalls>(), false, {}};
+    const Environment m_environment{std::make_shared<SystemCalls>(), false, {}, {}};
     std::string m_before;
     std::string m_after;
     std::string m_samples;

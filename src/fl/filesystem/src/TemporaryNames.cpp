@@ -5,6 +5,7 @@
 #include <foundation/core/Mutex.h>
 #include <foundation/core/ThreadAnnotations.h>
 
+#include <cstdint>
 #include <random>
 #include <string_view>
 #include <utility>
@@ -32,10 +33,13 @@ Source& source() {
 std::string randomPart() {
     constexpr std::string_view alphabet = "0123456789abcdefghijklmnopqrstuvwxyz";
     static std::random_device& device = *new std::random_device;
-    std::uniform_int_distribution<std::size_t> any(0, alphabet.size() - 1);
-    std::string part(16, '\0');
-    for (char& c : part) {
-        c = alphabet[any(device)];
+    std::string part;
+    while (part.size() < 16) {
+        // A number costs as much as a small system call, so each makes several characters.
+        std::uint64_t bits = (std::uint64_t{device()} << 32) | device();
+        for (int i = 0; i < 8; ++i, bits /= alphabet.size()) {
+            part += alphabet[bits % alphabet.size()];
+        }
     }
     return part;
 }

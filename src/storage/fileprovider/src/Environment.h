@@ -8,12 +8,16 @@
 
 namespace storage::fileprovider {
 
-/// What the operations of the component share: LocalFileOptions with the defaults filled in. Immutable.
+class SettledFiles;
+
+/// What the operations of the component share: LocalFileOptions with the defaults filled in, which do not
+/// change, and what is remembered of files.
 struct Environment {
     std::shared_ptr<SystemCalls> calls;
     bool sync = true;
     /// Empty when the user has no place for it.
     std::string stateFolder;
+    std::shared_ptr<SettledFiles> settled;
 
     static std::shared_ptr<const Environment> from(const LocalFileOptions& options);
 };

@@ -1,5 +1,7 @@
 #include <storage/fileprovider/src/Environment.h>
 
+#include <storage/fileprovider/src/SettledFiles.h>
+
 #include <cerrno>
 #include <cstdlib>
 #include <pwd.h>
@@ -54,6 +56,7 @@ std::shared_ptr<const Environment> Environment::from(const LocalFileOptions& opt
     environment->calls = options.systemCalls ? options.systemCalls : std::make_shared<SystemCalls>();
     environment->sync = options.sync;
     environment->stateFolder = options.stateFolder ? *options.stateFolder : defaultStateFolder();
+    environment->settled = std::make_shared<SettledFiles>();
     return environment;
 }
 

@@ -7,6 +7,7 @@
 #include <storage/fileprovider/src/ReadAhead.h>
 #include <storage/fileprovider/src/Recoverer.h>
 #include <storage/fileprovider/src/SaveTransaction.h>
+#include <storage/fileprovider/src/SettledFiles.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -201,32 +202,51 @@ private:
     int m_writeError = 0;
 };
 
+/// The file at `path`, if it is known that nothing of an interrupted save is left for it; not open otherwise.
+Descriptor openSettled(const Environment& environment, const std::string& path) {
+    struct stat status {};
+    if (::stat(path.c_str(), &status) != 0 || !environment.settled->contains(path, status)) {
+        return {};
+    }
+    auto file = Descriptor::open(environment.calls, path.c_str(), O_RDONLY | O_NONBLOCK);
+    if (!file.isOpen() || ::fstat(file.get(), &status) != 0 || !environment.settled->contains(path, status)) {
+        return {};
+    }
+    return file;
+}
+
 } // namespace
 
 std::unique_ptr<ByteStream> openForReading(const EnvironmentPtr& environment, const StorageIRI& iri) {
+    const auto asked = toLocalFilePath(iri);
+    if (auto settled = openSettled(*environment, asked); settled.isOpen()) {
+        return std::make_unique<ReadStream>(environment, iri, std::move(settled));
+    }
     std::string path;
-    if (const int error = resolveLinks(toLocalFilePath(iri), path); error != 0) {
+    if (const int error = resolveLinks(asked, path); error != 0) {
         throwSystemError(iri, error);
     }
-    struct stat status {};
-    if (::stat(path.c_str(), &status) != 0) {
+    struct stat before {};
+    if (::stat(path.c_str(), &before) != 0) {
         throwSystemError(iri, errno);
     }
-    if (S_ISDIR(status.st_mode)) {
+    if (S_ISDIR(before.st_mode)) {
         throw Exception(ErrorCode::NotFound, iri, "it is a folder");
     }
-    if (!S_ISREG(status.st_mode)) {
+    if (!S_ISREG(before.st_mode)) {
         throw Exception(ErrorCode::NotSupported, iri, "not a regular file");
     }
     static_cast<void>(Recoverer(environment, iri, path).recoverForReading());
     // Without O_NONBLOCK, a FIFO that took the file's place meanwhile would be waited for.
     auto file = Descriptor::open(environment->calls, path.c_str(), O_RDONLY | O_NONBLOCK | O_NOFOLLOW);
+    struct stat status {};
     if (!file.isOpen() || ::fstat(file.get(), &status) != 0) {
         throwSystemError(iri, errno);
     }
     if (!S_ISREG(status.st_mode)) {
         throw Exception(ErrorCode::NotSupported, iri, "not a regular file");
     }
+    environment->settled->add(asked, before);
     return std::make_unique<ReadStream>(environment, iri, std::move(file));
 }
 

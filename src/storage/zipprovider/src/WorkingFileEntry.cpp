@@ -12,11 +12,15 @@
 #include <foundation/log/log.h>
 
 #include <cerrno>
+#include <cstddef>
+#include <cstdio>
 #include <filesystem>
-#include <fstream>
 #include <ios>
+#include <ostream>
+#include <streambuf>
 #include <system_error>
 #include <utility>
+#include <vector>
 
 namespace storage::zipprovider {
 
@@ -36,6 +40,28 @@ public:
 private:
     LocalArchiveStream m_file;
 };
+
+/// Writes to a file that is open already, whose buffer is enough.
+class OpenFileBuffer final : public std::streambuf {
+public:
+    explicit OpenFileBuffer(std::FILE* file) : m_file(file) {}
+
+protected:
+    std::streamsize xsputn(const char* data, std::streamsize count) override {
+        return static_cast<std::streamsize>(std::fwrite(data, 1, static_cast<std::size_t>(count), m_file));
+    }
+    int_type overflow(int_type c) override {
+        return traits_type::eq_int_type(c, traits_type::eof()) ? traits_type::not_eof(c)
+                                                               : std::fputc(c, m_file);
+    }
+    int sync() override { return std::fflush(m_file); }
+
+private:
+    std::FILE* m_file;
+};
+
+// Most entries are brought to their working file by one system call.
+constexpr std::size_t fillBufferSize = std::size_t{64} * 1024;
 
 } // namespace
 
@@ -127,34 +153,40 @@ fl::filesystem::path WorkingFileEntry::checkoutPath() {
 }
 
 void WorkingFileEntry::ensureWorkingFile() {
-    if (!m_checkoutPath.empty()) {
-        return;
-    }
-    auto created = fl::filesystem::tmpfile(fl::filesystem::temp_directory_name(), u"zipProvider-", u".cache");
-    created.file.reset();
-    m_untouched = true;
-    if (!created.name.empty()) {
-        m_checkoutPath = fl::filesystem::detail::make_native_form(created.name, true);
+    if (m_checkoutPath.empty()) {
+        makeWorkingFile();
+        m_untouched = true;
     }
 }
 
+fl::filesystem::FileOwner WorkingFileEntry::makeWorkingFile() {
+    auto created = fl::filesystem::tmpfile(fl::filesystem::temp_directory_name(), u"zipProvider-", u".cache");
+    if (!created.name.empty()) {
+        m_checkoutPath = fl::filesystem::detail::make_native_form(created.name, true);
+    }
+    return std::move(created.file);
+}
+
 void WorkingFileEntry::fill(IEntrySource& source) {
-    const auto path = checkoutPath();
-    // Open for reading as well, so that the empty file is not truncated; see doGetFileDevice.
-    std::ofstream out(path, std::ios_base::in | std::ios_base::out | std::ios_base::binary);
+    // Outlives the file, which writes out what is in it when it is closed.
+    std::vector<char> buffer(fillBufferSize);
+    fl::filesystem::FileOwner file;
+    {
+        const MutexLock lock(m_mutex);
+        file = makeWorkingFile();
+    }
+    std::setvbuf(file.get(), buffer.data(), _IOFBF, buffer.size());
+    OpenFileBuffer opened(file.get());
+    std::ostream out(&opened);
     errno = 0;
     const auto delivered = source.doWrite(out);
     const int cause = errno;
-    out.close();
-    {
-        const MutexLock lock(m_mutex);
-        m_untouched = false;
-    }
+    file.reset();
     // The stream tells of a full disk by its state alone, which nobody looks at after the last write: a
     // working file that lacks bytes would be taken for the entry's contents and be written back as such.
     if (getCachedFileSize() != delivered || !out) {
         foundation::core::except::throwInternal(fl::filesystem::FsysExceptionBase(
-            "write", path, std::error_code(cause != 0 ? cause : EIO, std::generic_category())));
+            "write", checkoutPath(), std::error_code(cause != 0 ? cause : EIO, std::generic_category())));
     }
 }
 

@@ -5,6 +5,7 @@
 #include "ZipEntryPath.h"
 
 #include <fl/filesystem/path.h>
+#include <fl/filesystem/temporary.h>
 #include <foundation/core/Mutex.h>
 #include <foundation/core/ThreadAnnotations.h>
 #include <foundation/log/basic_diagnostic_logger.h>
@@ -52,6 +53,8 @@ public:
 
 private:
     void ensureWorkingFile() KX_REQUIRES(m_mutex);
+    /// Makes the working file and gives it open; its path stays empty when it could not be told.
+    fl::filesystem::FileOwner makeWorkingFile() KX_REQUIRES(m_mutex);
     void fill(IEntrySource& source) KX_EXCLUDES(m_mutex);
 
     const ZipEntryPath m_path;
