@@ -2,6 +2,7 @@
 
 import collections
 import dataclasses
+import os
 import pathlib
 import shutil
 import subprocess
@@ -123,6 +124,13 @@ class Contest:
         yield self.commits()
         yield self.carrying_over_large()
 
+    def kxvfs(self, *words):
+        """What makes a working file for each of many entries, with those files on the disk and in memory."""
+        runs = {"kxvfs": Run([self.peers.kxvfs, *words])}
+        if os.path.ismount("/dev/shm"):
+            runs["kxvfs, TMPDIR in memory"] = Run(["env", "TMPDIR=/dev/shm", self.peers.kxvfs, *words])
+        return runs
+
     def listing(self):
         data, peers = self.data, self.peers
         names = zipfile.ZipFile(data.many).namelist()
@@ -153,7 +161,7 @@ class Contest:
     def reading_all(self):
         data, peers = self.data, self.peers
         crc, size = crc_of_entries(data.mixed, data.mixed_names)
-        runs = {"kxvfs": Run([peers.kxvfs, "cat", "-a", str(data.mixed), *data.mixed_names]),
+        runs = {**self.kxvfs("cat", "-a", str(data.mixed), *data.mixed_names),
                 **dict(peers.driven("readall", data.mixed)), **dict(peers.tool("unzip", "-p", data.mixed)),
                 **dict(peers.tool("bsdtar", "-xOf", data.mixed)), **dict(peers.tool("7z", "x", "-so", data.mixed)),
                 **dict(peers.mounting(data.mixed, self.mountpoint,
@@ -232,7 +240,7 @@ class Contest:
         empty = self.work / "empty.zip"
         empty.write_bytes(b"PK\x05\x06" + bytes(18))
         files = {name: (workloads.crc_of(data.new / name), (data.new / name).stat().st_size) for name in data.new_names}
-        runs = {"kxvfs": Run([peers.kxvfs, "cp", "-r", "-T", str(data.new), f"{made}/"]),
+        runs = {**self.kxvfs("cp", "-r", "-T", str(data.new), f"{made}/"),
                 **{name: run for name, run in peers.driven("fill", made, data.new)},
                 **dict(peers.tool("zip", "-q", "-r", made, ".", folder=data.new)),
                 **dict(peers.tool("7z", "a", "-bso0", made, ".", folder=data.new)),

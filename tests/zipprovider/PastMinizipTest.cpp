@@ -69,6 +69,16 @@ TEST(EntryPastMinizip, HasTheContentsThatMinizipGives) {
     EXPECT_EQ(expectSameContents(simpleArchive({{"a", randomBytes(300'000, 2)}}), "more than a piece"), 1);
 }
 
+TEST(EntryPastMinizip, HasTheContentsThatMinizipGivesOfAnArchiveWithZip64Records) {
+    auto builder = ordinaryEntries();
+    builder.end().zip64 = true;
+    EXPECT_EQ(expectSameContents(builder.build(), "Zip64 records"), 5);
+    // The locator counts from the beginning of the file, where minizip looks for what it names.
+    EXPECT_EQ(expectSameContents(std::string(1000, 's') + builder.build(), "Zip64 records behind a stub"), 0);
+    builder.end().zip64Entries = 4;
+    EXPECT_EQ(expectSameContents(builder.build(), "Zip64 records that count wrong"), 0);
+}
+
 TEST(EntryPastMinizip, IsLeftToMinizipWhereItIsOutOfTheOrdinary) {
     ArchiveBuilder builder;
     builder.add("big", "y");
@@ -81,8 +91,12 @@ TEST(EntryPastMinizip, IsLeftToMinizipWhereItIsOutOfTheOrdinary) {
     EXPECT_EQ(contents(builder.build(), u"descriptor"), "with a data descriptor");
 }
 
-TEST(EntryPastMinizip, HasTheContentsThatMinizipGivesOfEveryArchiveWithABrokenByte) {
-    const auto whole = ordinaryEntries().build();
+class EntryPastMinizipOfABrokenArchive : public testing::TestWithParam<bool> {};
+
+TEST_P(EntryPastMinizipOfABrokenArchive, HasTheContentsThatMinizipGives) {
+    auto builder = ordinaryEntries();
+    builder.end().zip64 = GetParam();
+    const auto whole = builder.build();
     std::mt19937 random(7);
     for (std::size_t at = 0; at < whole.size(); ++at) {
         auto broken = whole;
@@ -96,6 +110,9 @@ TEST(EntryPastMinizip, HasTheContentsThatMinizipGivesOfEveryArchiveWithABrokenBy
         }
     }
 }
+
+INSTANTIATE_TEST_SUITE_P(With, EntryPastMinizipOfABrokenArchive, testing::Bool(),
+                         [](const auto& tested) { return tested.param ? "Zip64Records" : "PlainRecords"; });
 
 TEST(EntryPastMinizip, CostsAHandfulOfSeeks) {
     const auto bytes = wideArchive(20, 100);

@@ -4,8 +4,8 @@
 
 #include <array>
 #include <cstdint>
+#include <memory>
 #include <utility>
-#include <vector>
 
 namespace storage::fileprovider {
 
@@ -27,12 +27,14 @@ public:
 
 private:
     struct Piece {
-        std::vector<char> bytes;
+        std::unique_ptr<char[]> bytes;
+        std::int64_t capacity = 0;
         std::uint64_t start = 0;
+        std::uint64_t size = 0;
         /// How much the next fetch takes when it goes on behind this one.
         std::int64_t next = smallest;
 
-        std::uint64_t end() const { return start + bytes.size(); }
+        std::uint64_t end() const { return start + size; }
         bool holds(std::uint64_t position) const { return position >= start && position < end(); }
     };
 

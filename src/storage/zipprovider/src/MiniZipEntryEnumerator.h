@@ -161,15 +161,37 @@ private:
             return std::nullopt;
         }
         const auto end = m_directory->position() + m_length;
-        std::array<char, endRecordSize> bytes{};
-        const std::string_view record(bytes.data(), m_handle->readUpTo(end, bytes.data(), endRecordSize));
-        const auto offset = littleEndian(record.substr(std::min<std::size_t>(record.size(), 16), 4));
-        const bool same =
-            record.size() == endRecordSize && littleEndian(record.substr(0, 4)) == endRecordSignature &&
-            littleEndian(record.substr(4, 4)) == 0 && littleEndian(record.substr(8, 2)) == m_declared &&
-            littleEndian(record.substr(10, 2)) == m_declared &&
-            littleEndian(record.substr(12, 4)) == end - m_begin && offset <= m_begin;
-        return same ? std::optional(DirectoryPlace{m_begin, end, m_begin - offset}) : std::nullopt;
+        std::array<char, zip64EndRecordSize + zip64LocatorSize + endRecordSize> bytes{};
+        const std::string_view records(
+            bytes.data(), m_handle->readUpTo(end, bytes.data(), static_cast<std::uint32_t>(bytes.size())));
+        const auto offset = statedOffset(records, end);
+        return offset && *offset <= m_begin ? std::optional(DirectoryPlace{m_begin, end, m_begin - *offset})
+                                            : std::nullopt;
+    }
+
+    /// Where the records behind the directory, which begin at `end`, say that the directory begins; nothing
+    /// unless they are of the plain form, or of the plain Zip64 form, and describe it as it is.
+    std::optional<std::uint64_t> statedOffset(std::string_view records, std::uint64_t end) const {
+        const auto field = [&](std::size_t place, std::size_t size) {
+            return littleEndian(records.substr(place, size));
+        };
+        if (records.size() >= endRecordSize && field(0, 4) == endRecordSignature) {
+            const bool same = field(4, 4) == 0 && field(8, 2) == m_declared && field(10, 2) == m_declared &&
+                              field(12, 4) == end - m_begin;
+            return same ? std::optional(field(16, 4)) : std::nullopt;
+        }
+        constexpr auto locator = zip64EndRecordSize;
+        constexpr auto last = locator + zip64LocatorSize;
+        if (records.size() < last + endRecordSize || field(0, 4) != zip64EndRecordSignature ||
+            field(locator, 4) != zip64LocatorSignature || field(last, 4) != endRecordSignature) {
+            return std::nullopt;
+        }
+        const auto offset = field(48, 8);
+        const bool same = field(4, 8) == zip64EndRecordSize - 12 && field(16, 8) == 0 &&
+                          field(24, 8) == m_declared && field(32, 8) == m_declared &&
+                          field(40, 8) == end - m_begin && field(locator + 4, 4) == 0 &&
+                          field(locator + 8, 8) == offset + (end - m_begin) && field(locator + 16, 4) == 1;
+        return same ? std::optional(offset) : std::nullopt;
     }
 
     /// Steps to the next entry without minizip; nothing when there is none or minizip has to read it.

@@ -2,50 +2,19 @@
 
 #include "ZipConstants.h"
 
-#include <boost/iostreams/categories.hpp>
-#include <boost/iostreams/filter/zlib.hpp>
-
 #include <algorithm>
 #include <array>
-#include <ios>
 #include <limits>
+#include <new>
 #include <string_view>
 #include <utility>
 
 namespace storage::zipprovider {
 
-namespace {
-
-/// A part of the archive as a Boost.Iostreams source.
-class ArchivePart {
-public:
-    using char_type = char;
-    using category = boost::iostreams::source_tag;
-
-    ArchivePart(ReadArchiveAt readAt, std::uint64_t position, std::uint64_t size)
-        : m_readAt(std::move(readAt)), m_position(position), m_left(size) {}
-
-    std::streamsize read(char* buffer, std::streamsize count) {
-        const auto now = std::min<std::uint64_t>(
-            {m_left, static_cast<std::uint64_t>(count), std::numeric_limits<std::uint32_t>::max()});
-        if (now == 0) {
-            return -1;
-        }
-        if (!m_readAt(m_position, buffer, static_cast<std::uint32_t>(now))) {
-            throw std::ios_base::failure("the archive ends too early");
-        }
-        m_position += now;
-        m_left -= now;
-        return static_cast<std::streamsize>(now);
-    }
-
-private:
-    ReadArchiveAt m_readAt;
-    std::uint64_t m_position;
-    std::uint64_t m_left;
-};
-
-} // namespace
+void Zip64EntryReader::InflateEnd::operator()(z_stream* stream) const noexcept {
+    inflateEnd(stream);
+    delete stream;
+}
 
 std::unique_ptr<Zip64EntryReader> Zip64EntryReader::open(const ReadArchiveAt& readAt,
                                                          const Zip64Extent& extent, std::uint32_t method) {
@@ -64,28 +33,71 @@ std::unique_ptr<Zip64EntryReader> Zip64EntryReader::open(const ReadArchiveAt& re
 
 Zip64EntryReader::Zip64EntryReader(ReadArchiveAt readAt, std::uint64_t data, const Zip64Extent& extent,
                                    std::uint32_t method)
-    : m_left(extent.uncompressedSize) {
+    : m_readAt(std::move(readAt)), m_data(data), m_dataLeft(extent.compressedSize),
+      m_left(extent.uncompressedSize) {
     if (method != storedMethod) {
-        boost::iostreams::zlib_params deflated;
-        deflated.noheader = true;
-        m_contents.push(boost::iostreams::zlib_decompressor(deflated, inflateBufferSize), inflateBufferSize);
+        // Ended by its owner from its initialisation on, which zlib allows for a stream of zeros.
+        m_stream.reset(new z_stream{});
+        if (inflateInit2(m_stream.get(), -MAX_WBITS) != Z_OK) {
+            throw std::bad_alloc();
+        }
+        m_input = std::make_unique_for_overwrite<char[]>(inputSize());
     }
-    m_contents.push(ArchivePart(std::move(readAt), data, extent.compressedSize), inflateBufferSize);
 }
 
 int Zip64EntryReader::read(char* buffer, int count) {
     const auto now =
-        static_cast<std::streamsize>(std::min<std::uint64_t>(m_left, static_cast<unsigned>(count)));
+        static_cast<std::uint32_t>(std::min<std::uint64_t>(m_left, static_cast<unsigned>(count)));
     if (now == 0) {
         return 0;
     }
-    try {
-        const auto got = m_contents.sgetn(buffer, now);
-        m_left -= static_cast<std::uint64_t>(got);
-        return got == 0 ? -1 : static_cast<int>(got);
-    } catch (const std::ios_base::failure&) {
+    const auto got = m_stream ? readInflated(buffer, now) : readStored(buffer, now);
+    if (!got || *got == 0) {
         return -1;
     }
+    m_left -= *got;
+    return static_cast<int>(*got);
+}
+
+std::size_t Zip64EntryReader::inputSize() const {
+    return static_cast<std::size_t>(std::min<std::uint64_t>(m_dataLeft, inflateBufferSize));
+}
+
+bool Zip64EntryReader::readData(char* buffer, std::uint32_t count) {
+    if (!m_readAt(m_data, buffer, count)) {
+        return false;
+    }
+    m_data += count;
+    m_dataLeft -= count;
+    return true;
+}
+
+std::optional<std::uint32_t> Zip64EntryReader::readStored(char* buffer, std::uint32_t count) {
+    const auto now = static_cast<std::uint32_t>(std::min<std::uint64_t>(m_dataLeft, count));
+    return readData(buffer, now) ? std::optional(now) : std::nullopt;
+}
+
+std::optional<std::uint32_t> Zip64EntryReader::readInflated(char* buffer, std::uint32_t count) {
+    m_stream->next_out = reinterpret_cast<Bytef*>(buffer);
+    m_stream->avail_out = count;
+    while (m_stream->avail_out > 0) {
+        if (m_stream->avail_in == 0 && m_dataLeft > 0) {
+            const auto now = static_cast<std::uint32_t>(inputSize());
+            if (!readData(m_input.get(), now)) {
+                return std::nullopt;
+            }
+            m_stream->next_in = reinterpret_cast<Bytef*>(m_input.get());
+            m_stream->avail_in = now;
+        }
+        const int result = inflate(m_stream.get(), Z_NO_FLUSH);
+        if (result == Z_STREAM_END || result == Z_BUF_ERROR) {
+            break;
+        }
+        if (result != Z_OK) {
+            return std::nullopt;
+        }
+    }
+    return count - m_stream->avail_out;
 }
 
 } // namespace storage::zipprovider

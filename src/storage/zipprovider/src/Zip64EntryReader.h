@@ -2,10 +2,12 @@
 
 #include "Zip64Extent.h"
 
-#include <boost/iostreams/filtering_streambuf.hpp>
+#include <zlib.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
 
 namespace storage::zipprovider {
 
@@ -31,7 +33,23 @@ private:
     Zip64EntryReader(ReadArchiveAt readAt, std::uint64_t data, const Zip64Extent& extent,
                      std::uint32_t method);
 
-    boost::iostreams::filtering_streambuf<boost::iostreams::input> m_contents;
+    struct InflateEnd {
+        void operator()(z_stream* stream) const noexcept;
+    };
+
+    std::size_t inputSize() const;
+    bool readData(char* buffer, std::uint32_t count);
+    /// The number of bytes, 0 where there are no more; nothing when the data are damaged.
+    std::optional<std::uint32_t> readStored(char* buffer, std::uint32_t count);
+    std::optional<std::uint32_t> readInflated(char* buffer, std::uint32_t count);
+
+    ReadArchiveAt m_readAt;
+    /// Where the data that were not read yet begin, and how many there are.
+    std::uint64_t m_data;
+    std::uint64_t m_dataLeft;
+    /// Null for a stored entry.
+    std::unique_ptr<z_stream, InflateEnd> m_stream;
+    std::unique_ptr<char[]> m_input;
     /// Uncompressed bytes that are still to come.
     std::uint64_t m_left;
 };

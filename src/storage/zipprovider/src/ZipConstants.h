@@ -39,7 +39,19 @@ inline constexpr std::size_t localHeaderSize = 30;
 ///     0 signature    4 disk numbers, counts of entries, size and offset of the directory    20 comment
 ///     length
 inline constexpr std::uint32_t endRecordSignature = 0x06054b50;
-inline constexpr std::uint32_t endRecordSize = 22;
+inline constexpr std::size_t endRecordSize = 22;
+/// What stands before it where a number does not fit: the Zip64 end record, without its extensible data,
+///
+///     0 signature     4 size of what follows    12 made by, needed   16 disk numbers
+///    24 entries on this disk    32 entries      40 size of the directory    48 its offset
+///
+/// and the locator
+///
+///     0 signature     4 disk of the Zip64 end record     8 its offset     16 number of disks
+inline constexpr std::uint32_t zip64EndRecordSignature = 0x06064b50;
+inline constexpr std::size_t zip64EndRecordSize = 56;
+inline constexpr std::uint32_t zip64LocatorSignature = 0x07064b50;
+inline constexpr std::size_t zip64LocatorSize = 20;
 /// Header of a block of an extra field: 0 identifier    2 size of what follows
 inline constexpr std::size_t extraBlockHeaderSize = 4;
 /// Block of an extra field that holds, in this order and 8 bytes each, uncompressed size, compressed size and
@@ -61,8 +73,8 @@ inline constexpr std::uint64_t openEntryCount = 0xFFFF;
 inline constexpr std::uint64_t endSearchStep = 2048;
 /// Bytes of the central directory that are read at a time.
 inline constexpr std::size_t directoryBufferSize = 65536;
-/// Bytes of an entry that are inflated at a time.
-inline constexpr int inflateBufferSize = 16384;
+/// Bytes of the data of a deflated entry that are read at a time.
+inline constexpr std::size_t inflateBufferSize = 65536;
 /// Bytes of a local archive that are read at a time.
 inline constexpr std::size_t localReadBufferSize = 262144;
 /// Bytes moved at a time when an entry is copied as it is stored.

@@ -55,7 +55,8 @@ public:
     /// Whether more entries follow than the end record declares. Its count has 16 bits; some writers let it
     /// wrap around.
     bool hasUndeclaredEntries() const { return m_goesOn; }
-    /// Where the directory stands, if the archive has the plain form and no Zip64 records; else nothing.
+    /// Where the directory stands, if the archive has the plain form, or that with Zip64 records; else
+    /// nothing.
     std::optional<DirectoryPlace> directoryPlace() const {
         return m_goesOn ? std::nullopt : m_directoryPlace;
     }
