@@ -11,7 +11,8 @@ class MountExerciserTest : public Mounted, public ::testing::WithParamInterface<
 
 TEST_P(MountExerciserTest, AFileIsWhatAModelOfItSays) {
     mountEmpty("save_after=0.2");
-    FileExerciser exerciser(in("exercised"), GetParam());
+    FileExerciser exerciser(in("exercised"), GetParam(),
+                            [this](const std::string& name) { return stored(name); });
     EXPECT_EQ(exerciser.run(10'000), "") << "seed " << GetParam();
     unmount();
     EXPECT_EQ(names("plans.zip"), (Names{exerciser.file().filename().string()}));

@@ -17,8 +17,9 @@ constexpr std::uint64_t longestPiece = 32 * 1024;
 
 } // namespace
 
-FileExerciser::FileExerciser(std::filesystem::path file, std::uint32_t seed)
-    : m_file(std::move(file)), m_random(seed) {}
+FileExerciser::FileExerciser(std::filesystem::path file, std::uint32_t seed,
+                             std::function<std::string(const std::string&)> stored)
+    : m_file(std::move(file)), m_random(seed), m_stored(std::move(stored)) {}
 
 FileExerciser::~FileExerciser() {
     if (m_descriptor >= 0)
@@ -165,6 +166,7 @@ void FileExerciser::rename() {
 
 void FileExerciser::save() {
     check(fsync(m_descriptor) == 0, "fsync");
+    check(m_stored(m_file.filename().string()) == m_model, "what the archive holds");
 }
 
 void FileExerciser::check(bool holds, const std::string& what) {

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <random>
 #include <string>
 
@@ -11,7 +12,9 @@ namespace kx::test {
 /// each compared with a model in memory.
 class FileExerciser {
 public:
-    FileExerciser(std::filesystem::path file, std::uint32_t seed);
+    /// `stored` returns what the archive on disk has under a name; looked at after each save.
+    FileExerciser(std::filesystem::path file, std::uint32_t seed,
+                  std::function<std::string(const std::string& name)> stored);
     ~FileExerciser();
 
     FileExerciser(const FileExerciser&) = delete;
@@ -40,6 +43,7 @@ private:
 
     std::filesystem::path m_file;
     std::mt19937 m_random;
+    const std::function<std::string(const std::string&)> m_stored;
     std::string m_model;
     int m_descriptor = -1;
     int m_step = 0;

@@ -327,6 +327,59 @@ TEST_F(MountOperationsTest, NamesOfEveryKindAreKept) {
     EXPECT_EQ(namesIn(mountPoint()), expected);
 }
 
+TEST_F(MountOperationsTest, AccessIsAnsweredByThePermissions) {
+    EXPECT_EQ(access(in("b.txt").c_str(), R_OK | W_OK), 0);
+    EXPECT_EQ(access(in("b.txt").c_str(), X_OK), -1);
+    EXPECT_EQ(errno, EACCES);
+    EXPECT_EQ(access(in("docs").c_str(), R_OK | W_OK | X_OK), 0);
+    EXPECT_EQ(access(in("none").c_str(), F_OK), -1);
+    EXPECT_EQ(errno, ENOENT);
+    unmount();
+    mount("plans.zip", "ro");
+    EXPECT_EQ(access(in("b.txt").c_str(), R_OK), 0);
+    EXPECT_EQ(access(in("b.txt").c_str(), W_OK), -1);
+    EXPECT_EQ(errno, EROFS);
+}
+
+TEST_F(MountOperationsTest, OptionsSetOwnersAndPermissions) {
+    unmount();
+    mount("plans.zip", "uid=1234,gid=4321,umask=027");
+    EXPECT_EQ(mkdir(in("made").c_str(), 0755), getuid() == 0 ? 0 : -1);
+    for (const auto* name : {"b.txt", "docs"}) {
+        EXPECT_EQ(statusOf(in(name)).st_uid, 1234U) << name;
+        EXPECT_EQ(statusOf(in(name)).st_gid, 4321U) << name;
+    }
+    EXPECT_EQ(statusOf(in("b.txt")).st_mode & 0777U, 0640U);
+    EXPECT_EQ(statusOf(in("docs")).st_mode & 0777U, 0750U);
+    EXPECT_EQ(statusOf(mountPoint()).st_mode & 0777U, 0750U);
+    unmount();
+    const auto mounting = runProcess({"bash", "-c", "umask 077 && exec \"$@\"", "bash", binary(), "mount",
+                                      folder.file("plans.zip").string(), mountPoint()},
+                                     mountOptions());
+    ASSERT_EQ(mounting.exitCode, 0) << mounting.errors;
+    EXPECT_EQ(statusOf(in("b.txt")).st_mode & 0777U, 0600U) << "the mask of the process that mounts";
+    EXPECT_EQ(statusOf(in("docs")).st_mode & 0777U, 0700U);
+    EXPECT_EQ(statusOf(in("b.txt")).st_uid, getuid());
+    EXPECT_EQ(statusOf(in("b.txt")).st_gid, getgid());
+}
+
+TEST_F(MountOperationsTest, OthersLookInWhereTheyAreAllowedTo) {
+    if (getuid() != 0)
+        GTEST_SKIP() << "only the superuser can look with the eyes of others";
+    fs::permissions(folder.path(), fs::perms::others_exec, fs::perm_options::add);
+    const auto asNobody = [&] {
+        return runProcess(
+            {"setpriv", "--reuid=65534", "--regid=65534", "--clear-groups", "cat", in("b.txt").string()});
+    };
+    EXPECT_EQ(asNobody().exitCode, 1);
+    unmount();
+    mount("plans.zip", "allow_other");
+    EXPECT_EQ(asNobody().output, "b");
+    unmount();
+    mount("plans.zip", "allow_other,umask=077");
+    EXPECT_EQ(asNobody().exitCode, 1) << "as far as the permissions shown allow";
+}
+
 TEST_F(MountOperationsTest, LocksWorkBetweenPrograms) {
     const Descriptor one(in("b.txt"), O_RDWR);
     const Descriptor two(in("b.txt"), O_RDWR);

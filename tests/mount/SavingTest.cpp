@@ -81,6 +81,9 @@ TEST_F(MountSavingTest, FsyncReturnsWhenTheArchiveHoldsTheChange) {
     EXPECT_EQ(listing()[0]["saves"], 2);
     EXPECT_EQ(fsync(file.get()), 0);
     EXPECT_EQ(listing()[0]["saves"], 2) << "nothing was left to save";
+    EXPECT_EQ(listing()[0]["lastSave"]["failure"], "");
+    EXPECT_NE(runMountTool({"mount", "--list"}).output.find("everything saved, last save 2"),
+              std::string::npos);
 }
 
 TEST_F(MountSavingTest, SyncOfAFolderSavesEverything) {
@@ -113,14 +116,15 @@ TEST_F(MountSavingTest, WhatNeedsNoProviderIsQuickWhileItIsSaved) {
 
 TEST_F(MountSavingTest, ManyChangesCostAHandfulOfSaves) {
     mount();
-    for (int i = 0; i < 3000; ++i) {
+    for (int i = 0; i < 10'000; ++i) {
         const auto place = in("empty/d" + std::to_string(i / 100));
-        fs::create_directories(place);
+        if (i % 100 == 0)
+            fs::create_directories(place);
         put(place / std::to_string(i), std::to_string(i));
     }
     waitUntilSaved();
     EXPECT_LE(listing()[0]["saves"].get<int>(), 3);
-    EXPECT_EQ(stored("empty/d29/2999"), "2999");
+    EXPECT_EQ(stored("empty/d99/9999"), "9999");
 }
 
 TEST_F(MountSavingTest, WhatTakesMuchRoomIsSavedBeforeItIsQuiet) {
@@ -158,7 +162,7 @@ TEST_F(MountSavingTest, ListsWhatIsNotSaved) {
 }
 
 TEST_F(MountSavingTest, ASignalEndsItAfterALastSave) {
-    for (const int signal : {SIGTERM, SIGINT}) {
+    for (const int signal : {SIGTERM, SIGINT, SIGHUP}) {
         mount("plans.zip", "save_after=3600,save_within=3600");
         const auto text = "signal " + std::to_string(signal);
         put(in("new"), text);
@@ -318,6 +322,8 @@ TEST_F(MountSavingTest, AFullDiskIsReportedAndNothingIsLost) {
         EXPECT_EQ(errno, ENOSPC);
     }
     EXPECT_EQ(listing()[0]["unsavedChanges"] != 0, true);
+    EXPECT_NE(listing()[0]["lastSave"]["failure"], "");
+    EXPECT_NE(runMountTool({"mount", "--list"}).output.find("last save failed: "), std::string::npos);
     EXPECT_EQ(names("disk/plans.zip").size(), 5U) << "the old archive is whole";
     const auto message = failingUnmount();
     const auto rescue = keptIn(message);
@@ -390,6 +396,46 @@ TEST_F(MountSavingTest, AnArchiveThatWasMadeReadOnlyIsNotWrittenAndNothingIsLost
     ASSERT_FALSE(rescue.empty()) << message;
     EXPECT_EQ(contentOf(rescue, "new"), "text");
     EXPECT_EQ(names("plans.zip").size(), 5U);
+}
+
+TEST_F(MountSavingTest, AnArchiveThatWasMadeReadOnlyRefusesTheFirstChange) {
+    mount();
+    put(in("new"), "text");
+    waitUntilSaved();
+    if (runProcess({"chattr", "+i", folder.file("plans.zip").string()}).exitCode != 0)
+        GTEST_SKIP() << "a file cannot be made immutable here";
+    EXPECT_FALSE(Descriptor(in("new"), O_WRONLY).isOpen());
+    EXPECT_EQ(errno, EROFS);
+    EXPECT_EQ(mkdir(in("made").c_str(), 0755), -1);
+    EXPECT_EQ(errno, EROFS);
+    EXPECT_EQ(unlink(in("b.txt").c_str()), -1);
+    EXPECT_EQ(errno, EROFS);
+    runProcess({"chattr", "-i", folder.file("plans.zip").string()});
+    EXPECT_EQ(unlink(in("b.txt").c_str()), 0) << std::strerror(errno);
+    unmount();
+    EXPECT_EQ(names("plans.zip").size(), 5U);
+}
+
+TEST_F(MountSavingTest, TheLogSaysWhySavesFail) {
+    const auto log = folder.file("log").string();
+    runProcess({"bash", "-c", "\"$@\" > /dev/null 2> '" + log + "' &", "bash", binary(), "mount", "-f", "-o",
+                "save_after=3600,save_within=3600", folder.file("plans.zip").string(), mountPoint()},
+               mountOptions());
+    for (int i = 0; i < 200 && !isMounted(); ++i)
+        usleep(50'000);
+    ASSERT_TRUE(isMounted()) << get(log);
+    put(in("new"), "text");
+    save("plans.zip", "no archive any more");
+    {
+        const Descriptor root(mountPoint(), O_RDONLY | O_DIRECTORY);
+        EXPECT_EQ(fsync(root.get()), -1);
+        EXPECT_NE(get(log).find("cannot save " + folder.file("plans.zip").string() + ": "), std::string::npos)
+            << get(log);
+    }
+    const auto message = failingUnmount();
+    EXPECT_EQ(contentOf(keptIn(message), "new"), "text");
+    EXPECT_NE(get(log).find("not everything could be saved"), std::string::npos) << get(log);
+    EXPECT_EQ(load("plans.zip"), "no archive any more");
 }
 
 TEST_F(MountSavingTest, AnArchiveThatAnotherProgramChangedIsNotOverwritten) {
