@@ -380,6 +380,32 @@ TEST_F(MountOperationsTest, OthersLookInWhereTheyAreAllowedTo) {
     EXPECT_EQ(asNobody().exitCode, 1) << "as far as the permissions shown allow";
 }
 
+TEST_F(MountOperationsTest, AFileIsFetchedOnce) {
+    const auto workingFiles = [&] {
+        std::size_t found = 0;
+        for (const auto& entry : fs::recursive_directory_iterator(temporary.path()))
+            found += entry.path().extension() == ".cache" ? 1 : 0;
+        return found;
+    };
+    {
+        const Descriptor file(in("b.txt"), O_RDONLY);
+        for (int i = 0; i < 500 && workingFiles() == 0; ++i)
+            usleep(10'000);
+        EXPECT_EQ(workingFiles(), 1U) << "before anybody has read";
+    }
+    EXPECT_EQ(get(in("b.txt")), "b");
+    put(in("docs/a.txt"), "changed");
+    EXPECT_EQ(get(in("docs/a.txt")), "changed");
+    waitUntilSaved();
+    for (int i = 0; i < 500 && workingFiles() > 0; ++i)
+        usleep(10'000);
+    const Descriptor again(in("b.txt"), O_RDONLY);
+    const Descriptor written(in("docs/a.txt"), O_RDONLY);
+    EXPECT_EQ(get(in("b.txt")), "b");
+    EXPECT_EQ(get(in("docs/a.txt")), "changed");
+    EXPECT_EQ(workingFiles(), 0U) << "the system has the bytes";
+}
+
 TEST_F(MountOperationsTest, LocksWorkBetweenPrograms) {
     const Descriptor one(in("b.txt"), O_RDWR);
     const Descriptor two(in("b.txt"), O_RDWR);

@@ -16,6 +16,8 @@ namespace {
 
 constexpr int attempts = 8;
 constexpr std::size_t blockSize = std::size_t{256} << 10;
+/// Each takes a thread, and may wait for a save; the others answer programs meanwhile.
+constexpr int mostReadingAhead = 4;
 
 } // namespace
 
@@ -29,6 +31,7 @@ void Contents::startEmpty(Node& file) {
 std::size_t Contents::read(Node& file, std::uint64_t offset, char* buffer, std::size_t count) {
     auto& body = *file.body;
     const MutexLock lock(body.mutex);
+    body.fetched = true;
     if (body.local)
         return body.local->read(offset, buffer, count);
     if (!body.reading)
@@ -47,7 +50,27 @@ std::size_t Contents::read(Node& file, std::uint64_t offset, char* buffer, std::
     return done;
 }
 
+void Contents::readAhead(Node& file) noexcept {
+    if (m_readingAhead++ < mostReadingAhead) {
+        try {
+            auto& body = *file.body;
+            const MutexLock lock(body.mutex);
+            if (!body.local && !body.reading && !body.fetched && isOpen(file))
+                openReading(file, body);
+        } catch (...) {
+            // Whoever reads is told.
+        }
+    }
+    --m_readingAhead;
+}
+
+bool Contents::isOpen(const Node& file) const {
+    const MutexLock lock(m_tree.mutex);
+    return file.openers > 0 && file.size > 0;
+}
+
 void Contents::openReading(Node& file, FileBody& body) {
+    body.fetched = true;
     for (int attempt = 0;; ++attempt) {
         std::string path;
         {
@@ -69,8 +92,10 @@ void Contents::openReading(Node& file, FileBody& body) {
 }
 
 LocalContent& Contents::makeLocal(Node& file, FileBody& body, bool empty) {
-    if (body.local)
+    if (body.local) {
+        body.fetched = false;
         return *body.local;
+    }
     auto local = std::make_unique<LocalContent>(m_space);
     bool hasBytes = false;
     {
@@ -85,6 +110,7 @@ LocalContent& Contents::makeLocal(Node& file, FileBody& body, bool empty) {
     }
     body.reading.reset();
     body.local = std::move(local);
+    body.fetched = false;
     return *body.local;
 }
 

@@ -3,6 +3,7 @@
 #include <storage/mount/src/Tree.h>
 #include <storage/mount/src/WorkingSpace.h>
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 
@@ -19,6 +20,10 @@ public:
 
     /// Gives a file that was just made its bytes: none.
     void startEmpty(Node& file);
+    /// Opens what a program that has just opened the file is going to read, while the system tells it so.
+    /// Does nothing for bytes that the system has from before. What fails is met again, and told, by the
+    /// read.
+    void readAhead(Node& file) noexcept;
     std::size_t read(Node& file, std::uint64_t offset, char* buffer, std::size_t count);
     void write(const NodePtr& file, std::uint64_t offset, const char* data, std::size_t count);
     void resize(const NodePtr& file, std::uint64_t size);
@@ -38,9 +43,13 @@ private:
     void openReading(Node& file, FileBody& body) KX_REQUIRES(body.mutex);
     LocalContent& makeLocal(Node& file, FileBody& body, bool empty) KX_REQUIRES(body.mutex);
     void changed(const NodePtr& file, std::uint64_t size);
+    /// Whether a program has the file open, and would find bytes in it.
+    bool isOpen(const Node& file) const;
 
     Tree& m_tree;
     WorkingSpace& m_space;
+    // Counted without a mutex: each waits for its file's.
+    std::atomic<int> m_readingAhead = 0;
 };
 
 } // namespace storage::mount

@@ -87,6 +87,8 @@ public:
                 std::string_view newName, unsigned flags);
 
     std::unique_ptr<OpenFile> open(const NodePtr& file, int flags);
+    /// To be called behind the answer to a program that has opened a file for reading.
+    void readAhead(Node& file) { m_parts.contents.readAhead(file); }
     std::size_t read(OpenFile& file, std::uint64_t offset, char* buffer, std::size_t count);
     void write(OpenFile& file, std::uint64_t offset, const char* data, std::size_t count);
     void allocate(OpenFile& file, int mode, std::uint64_t offset, std::uint64_t count);

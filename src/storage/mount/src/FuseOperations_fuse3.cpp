@@ -203,9 +203,14 @@ void forgetOpen(fuse_req_t request, const fuse_file_info* info) {
 
 void opOpen(fuse_req_t request, fuse_ino_t number, fuse_file_info* info) {
     answer(request, [&] {
-        remember(info, filesOf(request).open(nodeOf(request, number), info->flags));
+        auto& files = filesOf(request);
+        const auto node = nodeOf(request, number);
+        remember(info, files.open(node, info->flags));
+        const bool willRead = (info->flags & O_ACCMODE) == O_RDONLY;
         if (fuse_reply_open(request, info) == -ENOENT)
             forgetOpen(request, info);
+        else if (willRead)
+            files.readAhead(*node);
     });
 }
 

@@ -27,6 +27,8 @@ struct FileBody {
     /// What is read from while `local` is null; opened by the first read.
     std::unique_ptr<foundation::storage::provider::ByteStream> reading KX_GUARDED_BY(mutex);
     std::int64_t position KX_GUARDED_BY(mutex) = 0;
+    /// Whether they were fetched since they last changed: the system keeps what it has read.
+    bool fetched KX_GUARDED_BY(mutex) = false;
 };
 
 /// One file or folder. What is not constant is guarded by the mutex of the Tree that holds it.
