@@ -105,6 +105,8 @@ class Contest:
         self.mountpoint = work / "mnt"
         self.mountpoint.mkdir(exist_ok=True)
         self.copy = work / "changed.zip"
+        self.empty = work / "empty.zip"
+        self.empty.write_bytes(b"PK\x05\x06" + bytes(18))
 
     def workloads(self):
         yield self.listing()
@@ -123,6 +125,7 @@ class Contest:
         yield self.filling()
         yield self.commits()
         yield self.carrying_over_large()
+        yield self.writing_large()
 
     def kxvfs(self, *words):
         """What makes a working file for each of many entries, with those files on the disk and in memory."""
@@ -237,8 +240,6 @@ class Contest:
     def filling(self):
         data, peers = self.data, self.peers
         made = self.work / "made.zip"
-        empty = self.work / "empty.zip"
-        empty.write_bytes(b"PK\x05\x06" + bytes(18))
         files = {name: (workloads.crc_of(data.new / name), (data.new / name).stat().st_size) for name in data.new_names}
         runs = {**self.kxvfs("cp", "-r", "-T", str(data.new), f"{made}/"),
                 **{name: run for name, run in peers.driven("fill", made, data.new)},
@@ -247,7 +248,7 @@ class Contest:
                 **dict(peers.mounting(made, self.mountpoint, ["cp", "-r", str(data.new) + "/.", "."],
                                       names=WRITING_MOUNTS))}
         return Workload("fill", f"{data.scale.new_files:,} files of {data.scale.new_file_bytes // 1000} KB into an "
-                        "empty archive", runs, None, empty, made, holds(files))
+                        "empty archive", runs, None, self.empty, made, holds(files))
 
     def commits(self):
         data, peers, made = self.data, self.peers, self.work / "made.zip"
@@ -275,3 +276,12 @@ class Contest:
                 **{name: run for name, run in peers.driven("add", copy, "added.bin", data.added) if name == "libzip"}}
         return Workload("carry-large", f"add one file beside an entry of {data.scale.large_bytes >> 20} MB", runs, None,
                         own, copy, holds(after))
+
+    def writing_large(self):
+        data, peers, made = self.data, self.peers, self.work / "made.zip"
+        with zipfile.ZipFile(data.large) as archive:
+            large = pathlib.Path(archive.extract("large.bin", self.work))
+        runs = {"kxvfs": Run([peers.kxvfs, "cp", str(large), f"{made}/large.bin"]),
+                **dict(peers.tool("zip", "-q", made, "large.bin", folder=self.work))}
+        return Workload("write-large", f"a file of {data.scale.large_bytes >> 20} MB into an empty archive", runs, None,
+                        self.empty, made, holds(workloads.directory(data.large)), once=tuple(runs))

@@ -82,6 +82,7 @@ def targets(scale):
     yield Target("commits in one process, not synced",
                  lambda results: results.ratio("commits", "JDK zipfs", "kx_driver, not synced"), 1, "× JDK zipfs")
     for key, text in (("large", "reading the large entry"), ("overwrite", "overwriting a large entry"),
+                      ("write-large", "writing the large entry"),
                       ("carry-large", "carrying the large entry over")):
         yield Target(f"peak memory of {text}", lambda results, key=key: results.peak(key) / 1024, 64, "MB")
 
