@@ -55,6 +55,10 @@ test-framework: ## run the whole suite on the CppMicroServices installed at FRAM
 	@cmake --build --preset framework --parallel $(JOBS)
 	@LD_LIBRARY_PATH='$(FRAMEWORK)/lib'$${LD_LIBRARY_PATH:+:$$LD_LIBRARY_PATH} ctest --preset framework --parallel $(JOBS)
 
+.PHONY: windows
+windows: ## cross-build for Windows x86-64 and run the suite under Wine
+	@tools/windows.sh $(JOBS)
+
 .PHONY: install
 install: build ## install below PREFIX (default /usr/local)
 	@cmake --install build/release --prefix '$(PREFIX)'

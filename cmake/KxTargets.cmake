@@ -28,14 +28,20 @@ function(kx_add_library target)
     FILES_MATCHING PATTERN "*.h" PATTERN "src" EXCLUDE)
 endfunction()
 
-# kx_add_test(<target> SOURCES ... [LINK ...] [ENVIRONMENT ...] [TIMEOUT <s>] [LABELS ...])
+# kx_add_test(<target> SOURCES ... [POSIX_SOURCES ...] [LINK ...] [ENVIRONMENT ...] [TIMEOUT <s>] [LABELS ...])
 #
-# A GoogleTest executable whose tests ctest runs one by one, each in its own process.
+# A GoogleTest executable whose tests ctest runs one by one, each in its own process. POSIX_SOURCES are left out on
+# Windows; the call says why.
 # With WHOLE, ctest runs the executable once (for suites whose set-up is dear).
 function(kx_add_test target)
-  cmake_parse_arguments(arg "WHOLE" "TIMEOUT" "SOURCES;LINK;ENVIRONMENT;LABELS" ${ARGN})
+  cmake_parse_arguments(arg "WHOLE" "TIMEOUT" "SOURCES;POSIX_SOURCES;LINK;ENVIRONMENT;LABELS" ${ARGN})
   if(NOT arg_TIMEOUT)
     set(arg_TIMEOUT 120)
+  endif()
+  if(WIN32)
+    list(APPEND arg_LINK kx_left_out)
+  else()
+    list(APPEND arg_SOURCES ${arg_POSIX_SOURCES})
   endif()
   add_executable(${target} ${arg_SOURCES})
   target_include_directories(${target} PRIVATE "${PROJECT_SOURCE_DIR}/src" "${PROJECT_SOURCE_DIR}/tests")

@@ -23,6 +23,10 @@ struct ProviderTraits {
     bool keepsOldContentsOnDiscard = false;
     /// Listing a file, as if it were a folder, is NotFound; else a listing without entries.
     bool refusesToListFiles = true;
+    /// Characters that no name can hold; making such an item is InvalidArgument.
+    fl::i18n::ustring notInNames;
+    /// A folder can be removed while a stream for writing is open on a new file in it; else that is Busy.
+    bool removesFoldersOfOpenFiles = true;
     /// How many folders in one another the suite makes.
     std::size_t deepestFolder = 40;
     /// The number of bytes of what counts as a large file.

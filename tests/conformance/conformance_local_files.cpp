@@ -1,5 +1,6 @@
 #include "ProviderConformance.h"
 #include "ReadOnlyView.h"
+#include "SystemTraits.h"
 
 #include <storage/fileprovider/LocalFileProvider.h>
 #include <support/TemporaryFolder.h>
@@ -19,6 +20,7 @@ public:
     ProviderTraits traits() const override {
         ProviderTraits traits;
         traits.keepsOldContentsOnDiscard = true;
+        setSystemTraits(traits);
         return traits;
     }
     void reopen() override {

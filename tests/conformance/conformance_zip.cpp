@@ -7,6 +7,7 @@
 #include <support/TemporaryFolder.h>
 #include <support/archives/ExpectedEntries.h>
 #include <support/contents.h>
+#include <zipprovider/ScopedTimeZone.h>
 
 #include <boost/date_time/posix_time/posix_time_types.hpp>
 
@@ -19,6 +20,9 @@ namespace kx::test {
 namespace {
 
 using Container = provider::StorageItem;
+
+// In another zone the stamp of an entry that is carried over moves by the offset.
+const ScopedTimeZone utc("UTC0");
 
 std::shared_ptr<provider::IProvider> openZip(const Container& container) {
     return storage::zipprovider::ZipProviderFactory().createProvider(container);

@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <fstream>
 #include <iterator>
-#include <sys/xattr.h>
-#include <unistd.h>
 
 namespace kx::test {
 
@@ -21,23 +19,6 @@ void spit(const fs::path& path, std::string_view bytes) {
     stream.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
     stream.close();
     EXPECT_TRUE(stream.good()) << path;
-}
-
-struct stat statusOf(const fs::path& path) {
-    struct stat status {};
-    EXPECT_EQ(::lstat(path.c_str(), &status), 0) << path;
-    return status;
-}
-
-std::string attributeOf(const fs::path& path, const char* name) {
-    std::string value(4096, '\0');
-    const auto size = ::lgetxattr(path.c_str(), name, value.data(), value.size());
-    value.resize(size > 0 ? static_cast<std::size_t>(size) : 0);
-    return value;
-}
-
-bool setAttributeOf(const fs::path& path, const char* name, std::string_view value) {
-    return ::lsetxattr(path.c_str(), name, value.data(), value.size(), 0) == 0;
 }
 
 std::string accessControlListFor(std::uint32_t user) {
@@ -74,10 +55,6 @@ std::vector<std::string> workingFilesIn(const fs::path& folder) {
     const auto isOrdinary = [](const std::string& name) { return name.find(".kxvfs-") == std::string::npos; };
     names.erase(std::remove_if(names.begin(), names.end(), isOrdinary), names.end());
     return names;
-}
-
-bool isSuperuser() {
-    return ::geteuid() == 0;
 }
 
 LocalFilesTest::LocalFilesTest() : m_files(LocalFileProvider::create(options())) {}

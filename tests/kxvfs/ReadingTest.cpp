@@ -264,7 +264,7 @@ TEST_F(ReadingTest, ProvidersFailsWhereBundlesCannotBeRead) {
     EXPECT_EQ(missing.exitCode, 1);
     EXPECT_NE(missing.errors.find("kxvfs: providers: cannot look for providers in "), std::string::npos)
         << missing.errors;
-    save("bundles/broken.so", "no library");
+    save("bundles/broken" KX_LIBRARY_SUFFIX, "no library");
     with.environment.back().second = folder.file("bundles").string();
     const auto broken = runProcess({binary(), "--json", "providers"}, with);
     EXPECT_EQ(broken.exitCode, 1);

@@ -32,7 +32,7 @@ protected:
         EXPECT_EQ(m_archives.problems(), "");
     }
 
-    static std::string binary() { return KX_BINARY_DIR "/bin/kxvfs"; }
+    static std::string binary() { return KX_TOOL; }
 
     ProcessOptions options() const {
         ProcessOptions result;

@@ -111,7 +111,7 @@ def components_have_a_readme(repository):
             yield f"{name}:1: the component has no {readme}"
 
 
-SYSTEMS = ("posix",)
+SYSTEMS = ("posix", "win32")
 
 
 def sources_are_listed_for_the_build(repository):
@@ -223,6 +223,15 @@ def documented_behaviours_have_their_tests(repository):
         for test in tests:
             if test not in names:
                 yield f"{document}:{number}: there is no test {test}"
+
+
+def windows_leaves_out_tests_that_exist(repository):
+    table = "tests/windows/support/left_out.cpp"
+    names = {re.sub(r"^\w+\.(?:\w+/)?", "", name) for name in tests_in_sources(repository)}
+    for number, line in repository.lines(table):
+        for name in re.findall(r'^\s*\{"(\w+\.\w+)"', line):
+            if name not in names:
+                yield f"{table}:{number}: there is no test {name}"
 
 
 def readme_shows_the_compiled_example(repository):

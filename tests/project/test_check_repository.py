@@ -111,6 +111,18 @@ class Checks(unittest.TestCase):
 """
         self.assertEqual(len(self.found(check, {**tests, "docs/behaviours.md": head + wrong})), 6)
 
+    def test_left_out(self):
+        check = "windows_leaves_out_tests_that_exist"
+        tests = {
+            "tests/a/CMakeLists.txt": "kx_add_test(test_a SOURCES a.cpp)\n",
+            "tests/a/a.cpp": "TEST(Sum, OfNothingIsZero) {}\nTEST_P(Each, IsRead) {}\n"
+            "INSTANTIATE_TEST_SUITE_P(\n    Small, Each, testing::Values(1));\n",
+        }
+        table = "tests/windows/support/left_out.cpp"
+        right = '    {"Sum.OfNothingIsZero", "why"},\n    {"Each.IsRead",\n     "why"},\n'
+        self.assertEqual(self.found(check, {**tests, table: right}), [])
+        self.assertEqual(len(self.found(check, {**tests, table: '    {"Sum.OfOne", "why"},\n'})), 1)
+
     def test_example(self):
         check = "readme_shows_the_compiled_example"
         example = {"examples/read_archive/main.cpp": "int main() {}\n"}

@@ -10,7 +10,6 @@
 #include <filesystem>
 
 #include <sys/resource.h>
-#include <sys/stat.h>
 
 namespace kx::test {
 
@@ -41,10 +40,8 @@ TEST_F(TransactionalFiles, TheTemporaryFileIsPrivateAndGoesWithTheStream) {
     writeAll(*stream, "secret");
     ASSERT_EQ(temporaryFiles(), 1U);
     const auto file = fs::directory_iterator(temporary().path())->path();
-    struct stat status {};
-    ASSERT_EQ(::stat(file.c_str(), &status), 0);
-    EXPECT_EQ(status.st_mode & 0777, 0600U);
-    EXPECT_EQ(status.st_size, 6);
+    EXPECT_EQ(fs::status(file).permissions(), fs::perms::owner_read | fs::perms::owner_write);
+    EXPECT_EQ(fs::file_size(file), 6U);
     stream->close();
     stream.reset();
     EXPECT_EQ(temporaryFiles(), 0U);

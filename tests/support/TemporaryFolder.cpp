@@ -19,20 +19,21 @@ TemporaryFolder::TemporaryFolder() {
 }
 
 TemporaryFolder::~TemporaryFolder() {
+    const auto folder = pathForRemoval(m_path);
     std::error_code ignored;
-    fs::permissions(m_path, fs::perms::owner_all, fs::perm_options::add, ignored);
-    for (fs::recursive_directory_iterator entry(m_path, fs::directory_options::skip_permission_denied,
+    fs::permissions(folder, fs::perms::owner_all, fs::perm_options::add, ignored);
+    for (fs::recursive_directory_iterator entry(folder, fs::directory_options::skip_permission_denied,
                                                 ignored);
          !ignored && entry != fs::recursive_directory_iterator(); entry.increment(ignored)) {
         if (entry->is_directory(ignored) && !entry->is_symlink(ignored)) {
             fs::permissions(entry->path(), fs::perms::owner_all, fs::perm_options::add, ignored);
         }
     }
-    fs::remove_all(m_path, ignored);
+    fs::remove_all(folder, ignored);
 }
 
 StorageIRI TemporaryFolder::iri() const {
-    return StorageIRI::fromLocalPath(fl::i18n::fromUtf8(m_path.generic_string()));
+    return StorageIRI::fromLocalPath(m_path.generic_u16string());
 }
 
 StorageIRI TemporaryFolder::iri(std::string_view name) const {

@@ -23,6 +23,9 @@ public:
     foundation::storage::provider::StorageIRI iri(std::string_view name) const;
 
 private:
+    /// The form of a path in which the system reaches whatever may stand below it. One file per system.
+    static std::filesystem::path pathForRemoval(const std::filesystem::path& folder);
+
     std::filesystem::path m_path;
 };
 

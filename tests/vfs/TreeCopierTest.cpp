@@ -48,7 +48,7 @@ protected:
     std::vector<std::string> extracted() const {
         std::vector<std::string> paths;
         for (const auto& entry : fs::recursive_directory_iterator(folder.file("out")))
-            paths.push_back(entry.path().lexically_relative(folder.file("out")).string() +
+            paths.push_back(entry.path().lexically_relative(folder.file("out")).generic_string() +
                             (entry.is_directory() ? "/" : ""));
         std::sort(paths.begin(), paths.end());
         return paths;

@@ -144,7 +144,7 @@ TEST_F(VfsTest, ASchemeThatNobodyServesIsNamed) {
 }
 
 TEST_F(VfsTest, ABundleThatCannotBeLoadedIsNamedAndTheOthersServe) {
-    save("providers/a/broken.so", "no library");
+    save("providers/a/broken" KX_LIBRARY_SUFFIX, "no library");
     std::filesystem::create_directories(folder.file("providers/b"));
     save("plans.zip", plans());
     std::filesystem::path bundle;
@@ -152,7 +152,7 @@ TEST_F(VfsTest, ABundleThatCannotBeLoadedIsNamedAndTheOthersServe) {
         Vfs other;
         bundle = other.bundles().at(0).file;
     }
-    std::filesystem::create_symlink(bundle, folder.file("providers/b") / bundle.filename());
+    std::filesystem::copy_file(bundle, folder.file("providers/b") / bundle.filename());
     std::vector<std::string> warnings;
     Vfs::Options options;
     options.bundleFolders = {folder.file("providers")};
@@ -160,8 +160,9 @@ TEST_F(VfsTest, ABundleThatCannotBeLoadedIsNamedAndTheOthersServe) {
     Vfs vfs(options);
     EXPECT_EQ(read(vfs, inZip("plans.zip", u"/b.txt")), "b");
     ASSERT_EQ(warnings.size(), 1U);
-    const auto expected =
-        "cannot load provider bundle " + folder.file("providers/a/broken.so").string() + ": ";
+    const auto expected = "cannot load provider bundle " +
+                          folder.file("providers/a/broken" KX_LIBRARY_SUFFIX).make_preferred().string() +
+                          ": ";
     EXPECT_EQ(warnings[0].find(expected), 0U) << warnings[0];
     const auto bundles = vfs.bundles();
     ASSERT_EQ(bundles.size(), 2U);
@@ -173,10 +174,10 @@ TEST_F(VfsTest, ABundleWhoseLibraryOrManifestIsBrokenIsNamed) {
     const std::string component =
         R"("scr": {"version": 1, "components": [{"implementation-class": "a::b", "properties": {"scheme": "zip"},)"
         R"( "service": {"interfaces": ["foundation::storage::provider::ContainerProviderFactory"]}}]})";
-    save("providers/code.so",
+    save("providers/code" KX_LIBRARY_SUFFIX,
          "no code" + kx::test::simpleArchive(
                          {{"code/manifest.json", R"({"bundle.symbolic_name": "code", )" + component + "}"}}));
-    save("providers/text.so",
+    save("providers/text" KX_LIBRARY_SUFFIX,
          "no code" + kx::test::simpleArchive(
                          {{"text/manifest.json", R"({"bundle.symbolic_name": "text", "scr": "nothing"})"}}));
     save("plans.zip", plans());
@@ -188,9 +189,11 @@ TEST_F(VfsTest, ABundleWhoseLibraryOrManifestIsBrokenIsNamed) {
     const auto failure = exceptionOf([&] { vfs.mount(inZip("plans.zip", u"/")); });
     EXPECT_EQ(failure.getCause(), "no provider serves the scheme \"zip\"");
     ASSERT_EQ(warnings.size(), 2U);
-    EXPECT_EQ(warnings[0], "cannot load provider bundle " + folder.file("providers/text.so").string() +
+    EXPECT_EQ(warnings[0], "cannot load provider bundle " +
+                               folder.file("providers/text" KX_LIBRARY_SUFFIX).make_preferred().string() +
                                ": its manifest describes no component that can be used");
-    const auto expected = "cannot use provider bundle " + folder.file("providers/code.so").string() + ": ";
+    const auto expected = "cannot use provider bundle " +
+                          folder.file("providers/code" KX_LIBRARY_SUFFIX).make_preferred().string() + ": ";
     EXPECT_EQ(warnings[1].find(expected), 0U) << warnings[1];
 }
 

@@ -25,7 +25,10 @@ std::string decodedBy(const std::string& lines,
     options.environment = std::move(environment);
     const auto result = runProcess({KX_ENTRY_NAME_PROBE}, options);
     EXPECT_TRUE(result.ok()) << result.errors;
-    return result.output;
+    // What is printed as text ends its lines as the system does.
+    auto decoded = result.output;
+    std::erase(decoded, '\r');
+    return decoded;
 }
 
 struct CodeSet {
@@ -45,16 +48,17 @@ class StoredName : public testing::TestWithParam<CodeSet> {};
 TEST_P(StoredName, WithoutTheUtf8FlagIsDecodedInTheSystemCodeSetAndWithItAsUtf8) {
     const auto& codeSet = GetParam();
     const TemporaryFolder locales;
+    const std::string locale = std::string(codeSet.language) + "." + codeSet.name;
     // It reports failure for characters that a code set lacks, and makes the locale all the same.
     runProcess({"localedef", "--no-archive", "-c", "-i", codeSet.language, "-f", codeSet.name,
-                locales.file("kx_test").string()});
-    if (!std::filesystem::exists(locales.file("kx_test") / "LC_CTYPE")) {
+                locales.file(locale).string()});
+    if (!std::filesystem::exists(locales.file(locale) / "LC_CTYPE")) {
         GTEST_SKIP() << "this system cannot make a locale for " << codeSet.name
                      << " (package locales is not installed)";
     }
     const auto decoded =
         decodedBy("s" + codeSet.stored + "\nu" + codeSet.decoded + "\ns" + codeSet.decoded + "\n",
-                  {{"LOCPATH", locales.path().string()}, {"LC_ALL", "kx_test"}});
+                  {{"LOCPATH", locales.path().string()}, {"LC_ALL", locale}});
     const auto firstTwo = codeSet.decoded + "\n" + codeSet.decoded + "\n";
     EXPECT_EQ(decoded.substr(0, firstTwo.size()), firstTwo);
     // Bytes that are UTF-8 are not taken for it where the flag is missing.

@@ -35,14 +35,21 @@ TEST(Enumerator, TakesSizesFromAZip64FieldOnlyWhereTheHeaderHasNone) {
     entry.centralExtra.clear();
     entry.central.uncompressedSize = 0xFFFFFFFF;
     EXPECT_EQ(entriesOf(archiveOf(entry)).at(0).size, 0xFFFFFFFFu);
+    entry.centralExtra = extraField(0x0001, std::string("\x05\0\0\0\x01\0\0\0", 8));
+    EXPECT_EQ(entriesOf(archiveOf(entry)).at(0).size, 0x100000005u);
+}
+
+TEST(Enumerator, TakesNoSizeFromAZip64FieldThatIsTooShort) {
+    ArchiveEntry entry;
+    entry.name = "a";
+    entry.content = "text";
+    entry.central.uncompressedSize = 0xFFFFFFFF;
     const std::string shortBlocks[] = {"", std::string("\x01\0\x18\0", 4), std::string("\x01\0\x04\0zzzz", 8),
                                        "\x01", "\xFF\xFF\xFF\xFF"};
     for (const auto& block : shortBlocks) {
         entry.centralExtra = block;
         EXPECT_EQ(entriesOf(archiveOf(entry)).at(0).size, 0xFFFFFFFFu);
     }
-    entry.centralExtra = extraField(0x0001, std::string("\x05\0\0\0\x01\0\0\0", 8));
-    EXPECT_EQ(entriesOf(archiveOf(entry)).at(0).size, 0x100000005u);
 }
 
 TEST(EntryInfos, NoticeACountThatHasWrappedAround) {

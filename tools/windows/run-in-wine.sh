@@ -6,7 +6,9 @@
 WINEPREFIX=${KX_WINEPREFIX:-$HOME/.cache/kxvfs-windows/prefix}
 WINEDEBUG=${WINEDEBUG:--all}
 WINEDLLOVERRIDES='mscoree,mshtml=;winemenubuilder.exe=d'
-WINEPATH="$1;/usr/lib/gcc/x86_64-w64-mingw32/12-posix;/usr/x86_64-w64-mingw32/lib"
+WINEPATH=$1
+# An installation has the compiler's libraries, the build has not.
+[ -e "$1/libstdc++-6.dll" ] || WINEPATH="$1;/usr/lib/gcc/x86_64-w64-mingw32/12-posix;/usr/x86_64-w64-mingw32/lib"
 LC_ALL=C.UTF-8
 export WINEPREFIX WINEDEBUG WINEDLLOVERRIDES WINEPATH LC_ALL
 unset DISPLAY WAYLAND_DISPLAY

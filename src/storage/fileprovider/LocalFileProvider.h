@@ -73,6 +73,7 @@ protected:
     foundation::storage::provider::Existence doExistsExtended(const StorageIRI& location) override;
     foundation::storage::provider::ExtendedAttributes
     doGetExtendedAttributes(const StorageIRI& location) override;
+    foundation::storage::provider::FilenameSensitivity doGetFilenameSensitivity() override;
     foundation::storage::provider::ProviderStorageInfo doGetProviderStorageInfo() override;
     void doTruncateToSize(const StorageIRI& file, std::uint64_t size) override;
 

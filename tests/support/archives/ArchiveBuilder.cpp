@@ -360,7 +360,7 @@ std::string rawDeflate(std::string_view bytes, int level) {
     z_stream stream{};
     if (deflateInit2(&stream, level, Z_DEFLATED, -MAX_WBITS, 8, Z_DEFAULT_STRATEGY) != Z_OK)
         throw std::runtime_error("cannot build archive: zlib cannot be set up");
-    std::string out(deflateBound(&stream, bytes.size()), '\0');
+    std::string out(deflateBound(&stream, static_cast<uLong>(bytes.size())), '\0');
     stream.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(bytes.data()));
     stream.avail_in = static_cast<uInt>(bytes.size());
     stream.next_out = reinterpret_cast<Bytef*>(out.data());

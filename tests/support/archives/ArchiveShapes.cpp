@@ -16,7 +16,7 @@ std::string selfContainedBlock(const std::string& chunk) {
     z_stream stream{};
     if (deflateInit2(&stream, 9, Z_DEFLATED, -MAX_WBITS, 8, Z_DEFAULT_STRATEGY) != Z_OK)
         throw std::runtime_error("cannot build archive: zlib cannot be set up");
-    std::string out(deflateBound(&stream, chunk.size()) + 64, '\0');
+    std::string out(deflateBound(&stream, static_cast<uLong>(chunk.size())) + 64, '\0');
     stream.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(chunk.data()));
     stream.avail_in = static_cast<uInt>(chunk.size());
     stream.next_out = reinterpret_cast<Bytef*>(out.data());

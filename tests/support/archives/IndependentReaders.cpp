@@ -43,7 +43,7 @@ std::vector<ArchiveVerdict> verifyArchives(const std::vector<std::filesystem::pa
     // Without what a site adds to Python, which costs more than all the reading.
     std::vector<std::string> command{"python3", "-I", "-S", KX_INDEPENDENT_READERS, "--json"};
     for (const auto& archive : archives)
-        command.push_back(archive.string());
+        command.push_back(archive.generic_string());
     const ProcessResult said = runProcess(command, {"", {}, "", std::chrono::seconds(300), {}});
     std::vector<ArchiveVerdict> verdicts;
     if (!said.ok()) {

@@ -39,7 +39,8 @@ std::string nameOf(int writer, int file) {
 class ManyProviders : public ZipProviderTest {
 protected:
     ManyProviders() {
-        std::ofstream(m_folder.file("plans.zip")) << simpleArchive({{"first", bytesOf("first")}});
+        std::ofstream(m_folder.file("plans.zip"), std::ios::binary)
+            << simpleArchive({{"first", bytesOf("first")}});
     }
 
     StorageItem archiveFile() const { return {m_files, m_folder.iri("plans.zip")}; }

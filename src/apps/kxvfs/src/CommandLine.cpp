@@ -30,6 +30,8 @@ CommandLine::CommandLine()
     m_app.add_flag("-v,--verbose", m_options.verbosity,
                    "Log what is done to standard error; twice: in detail");
     m_app.require_subcommand(0, 1);
+    // Locations may begin with a slash on every system.
+    m_app.allow_windows_style_options(false);
     m_app.fallthrough();
     for (const auto& row : commandTable()) {
         auto* app = m_app.add_subcommand(std::string(row.name), std::string(row.help));

@@ -29,6 +29,7 @@ using foundation::storage::provider::Existence;
 using foundation::storage::provider::ExtendedAttributes;
 using foundation::storage::provider::Feature;
 using foundation::storage::provider::FileAttributes;
+using foundation::storage::provider::FilenameSensitivity;
 using foundation::storage::provider::FolderAttributes;
 using foundation::storage::provider::ProviderStorageInfo;
 using foundation::storage::provider::StorageIRI;
@@ -229,6 +230,10 @@ ExtendedAttributes LocalFileProvider::doGetExtendedAttributes(const StorageIRI& 
 
 ProviderStorageInfo LocalFileProvider::doGetProviderStorageInfo() {
     return spaceAt("/");
+}
+
+FilenameSensitivity LocalFileProvider::doGetFilenameSensitivity() {
+    return FilenameSensitivity::CaseSensitive;
 }
 
 } // namespace storage::fileprovider

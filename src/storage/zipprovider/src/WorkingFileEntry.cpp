@@ -3,6 +3,7 @@
 #include "LocalArchiveStream.h"
 #include "TimeSource.h"
 #include "WorkingEntryOpenException.h"
+#include "WorkingFileTime.h"
 
 #include <fl/filesystem/FsysExceptionBase.h>
 #include <fl/filesystem/detail/path_forms.h>
@@ -14,7 +15,6 @@
 #include <cerrno>
 #include <cstddef>
 #include <cstdio>
-#include <filesystem>
 #include <ios>
 #include <ostream>
 #include <streambuf>
@@ -127,9 +127,7 @@ std::shared_ptr<WorkingFileEntry> WorkingFileEntry::copy() {
     FileSource source(path);
     auto copy = std::make_shared<WorkingFileEntry>(m_path, source);
     // A copy that does not take the time is one that was made just now.
-    std::error_code ignored;
-    const auto time = std::filesystem::last_write_time(path, ignored);
-    std::filesystem::last_write_time(copy->checkoutPath(), time, ignored);
+    copyLastModified(path, copy->checkoutPath());
     return copy;
 }
 

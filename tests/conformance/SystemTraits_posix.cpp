@@ -1,0 +1,7 @@
+#include "SystemTraits.h"
+
+namespace kx::test {
+
+void setSystemTraits(ProviderTraits& /*traits*/) {}
+
+} // namespace kx::test
