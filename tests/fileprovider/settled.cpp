@@ -3,9 +3,7 @@
 
 #include <storage/fileprovider/src/SystemCalls.h>
 
-#include <chrono>
 #include <string>
-#include <thread>
 
 namespace kx::test {
 
@@ -20,13 +18,15 @@ public:
         ++count;
         return SystemCalls::open(path, flags, mode);
     }
+    timespec now() override {
+        auto time = SystemCalls::now();
+        time.tv_sec += later;
+        return time;
+    }
     int count = 0;
+    /// Seconds that the files seem to be older than they are.
+    int later = 0;
 };
-
-/// Until a change would show in the times of the files that are there.
-void waitForDistinctTimes() {
-    std::this_thread::sleep_for(std::chrono::milliseconds(4100));
-}
 
 } // namespace
 
@@ -45,7 +45,7 @@ protected:
 
 TEST_F(SettledFilesTest, AFileThatDidNotChangeIsSearchedForInterruptedSavesOnce) {
     spit(file("a"), "bytes");
-    waitForDistinctTimes();
+    m_opens->later = 10;
     EXPECT_GT(opensToRead("a", "bytes"), 1);
     EXPECT_EQ(opensToRead("a", "bytes"), 1);
     spit(file("a"), "other");
@@ -58,10 +58,18 @@ TEST_F(SettledFilesTest, AFileThatHasJustChangedIsSearchedEachTime) {
     EXPECT_GT(opensToRead("a", "bytes"), 1);
 }
 
+TEST_F(SettledFilesTest, AFileWithSeveralNamesIsSearchedEachTime) {
+    spit(file("a"), "bytes");
+    fs::create_hard_link(file("a"), file("b"));
+    m_opens->later = 10;
+    EXPECT_GT(opensToRead("a", "bytes"), 1);
+    EXPECT_GT(opensToRead("a", "bytes"), 1);
+}
+
 TEST_F(SettledFilesTest, ADifferentFileOfThatNameIsSearched) {
     spit(file("a"), "bytes");
     spit(file("b"), "other");
-    waitForDistinctTimes();
+    m_opens->later = 10;
     opensToRead("a", "bytes");
     fs::rename(file("b"), file("a"));
     EXPECT_GT(opensToRead("a", "other"), 1);
@@ -78,16 +86,16 @@ TEST_F(SettledFilesTest, ASaveThatIsInterruptedAfterTheFileWasReadIsFinishedOrUn
     const auto nameOf = [](std::uint64_t crash) { return "file" + std::to_string(crash); };
     for (std::uint64_t crash = 1; crash <= crashes; ++crash) {
         spit(file(nameOf(crash)), before);
-        // A file with two names is overwritten where it stands.
-        fs::create_hard_link(file(nameOf(crash)), file("link" + std::to_string(crash)));
     }
-    waitForDistinctTimes();
+    m_opens->later = 10;
     for (std::uint64_t crash = 1; crash <= crashes; ++crash) {
         opensToRead(nameOf(crash), before);
     }
     int halfWritten = 0;
     for (std::uint64_t crash = 1; crash <= crashes; ++crash) {
         const auto calls = std::make_shared<SimulatedCrash>(std::vector<fs::path>{folder(), stateFolder()});
+        // A file beside which none can be made is overwritten where it stands.
+        calls->denyCreationIn(folder());
         calls->crashBefore(crash);
         try {
             writeFile(*LocalFileProvider::create(options(calls)), iri(nameOf(crash)), after);

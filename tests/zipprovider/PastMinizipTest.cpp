@@ -75,6 +75,8 @@ TEST(EntryPastMinizip, HasTheContentsThatMinizipGivesOfAnArchiveWithZip64Records
     EXPECT_EQ(expectSameContents(builder.build(), "Zip64 records"), 5);
     // The locator counts from the beginning of the file, where minizip looks for what it names.
     EXPECT_EQ(expectSameContents(std::string(1000, 's') + builder.build(), "Zip64 records behind a stub"), 0);
+    builder.end().comment = "a comment";
+    EXPECT_EQ(expectSameContents(builder.build(), "Zip64 records and a comment"), 5);
     builder.end().zip64Entries = 4;
     EXPECT_EQ(expectSameContents(builder.build(), "Zip64 records that count wrong"), 0);
 }
@@ -89,6 +91,21 @@ TEST(EntryPastMinizip, IsLeftToMinizipWhereItIsOutOfTheOrdinary) {
     builder.last().flags = flag::encrypted;
     EXPECT_EQ(expectSameContents(builder.build(), "out of the ordinary"), 0);
     EXPECT_EQ(contents(builder.build(), u"descriptor"), "with a data descriptor");
+}
+
+TEST(EntryPastMinizip, HasTheContentsThatMinizipGivesWhereACommentHoldsALocator) {
+    auto archive = ordinaryEntries();
+    archive.end().zip64 = true;
+    ArchiveLayout layout;
+    const auto whole = archive.build(&layout);
+    const auto records = whole.substr(layout.zip64EndRecord);
+    auto builder = ordinaryEntries();
+    builder.end().comment = records.substr(56, 20);
+    expectSameContents(builder.build(), "a comment with a locator that leads nowhere");
+    // minizip follows it to records in the comment, which say that something stands before the archive.
+    builder.end().comment = records;
+    expectSameContents(builder.build(), "a comment with all Zip64 records");
+    expectSameContents(whole + std::string(2000, 'x') + records, "records behind the archive");
 }
 
 class EntryPastMinizipOfABrokenArchive : public testing::TestWithParam<bool> {};

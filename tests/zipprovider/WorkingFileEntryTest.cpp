@@ -122,7 +122,7 @@ TEST_F(WorkingFile, CanBeReadByItsOwnerAlone) {
 }
 
 TEST_F(WorkingFile, HasAsManyBytesAsTheSourceDelivered) {
-    for (const std::size_t size : {0u, 1u, 8191u, 8192u, 8193u, 100'000u}) {
+    for (const std::size_t size : {0u, 1u, 8191u, 8192u, 8193u, 65'535u, 65'536u, 65'537u, 100'000u}) {
         const auto text = randomBytes(size, 1);
         const auto entry = filledWith(text);
         EXPECT_EQ(entry->getCachedFileSize(), size);

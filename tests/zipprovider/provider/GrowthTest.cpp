@@ -25,13 +25,19 @@ struct Work {
     double seeks;
 };
 
-class Growth : public ZipProviderTest {
+enum class Shape {
+    ManyFolders,
+    OneFolder,
+};
+
+class Growth : public ZipProviderTest, public testing::WithParamInterface<Shape> {
 protected:
-    static constexpr unsigned perFolder = 100;
+    unsigned perFolder = 0;
 
     /// What `operation` costs on an archive of that many entries, opening it not counted unless `cold`.
     Work costOf(unsigned entries, bool cold,
                 const std::function<void(MountedZip&, unsigned folders)>& operation) {
+        perFolder = GetParam() == Shape::OneFolder ? entries : 100;
         const auto folders = entries / perFolder;
         replaceContainer(wideArchive(folders, perFolder));
         const auto plan = std::make_shared<FaultPlan>();
@@ -60,12 +66,12 @@ protected:
     }
 };
 
-TEST_F(Growth, OfOpeningIsAtMostThatOfSorting) {
-    expectAtMostNLogN(true, [](MountedZip& opened, unsigned) { opened.list(); });
+TEST_P(Growth, OfOpeningIsAtMostThatOfSorting) {
+    expectAtMostNLogN(true, [this](MountedZip& opened, unsigned) { opened.list(); });
 }
 
-TEST_F(Growth, OfListingIsAtMostThatOfSorting) {
-    expectAtMostNLogN(false, [](MountedZip& opened, unsigned folders) {
+TEST_P(Growth, OfListingIsAtMostThatOfSorting) {
+    expectAtMostNLogN(false, [this](MountedZip& opened, unsigned folders) {
         EXPECT_EQ(opened.list().size(), folders);
         for (const auto& folder : opened.list()) {
             EXPECT_EQ(opened.list("/" + folder.substr(0, folder.size() - 1)).size(), perFolder);
@@ -73,8 +79,8 @@ TEST_F(Growth, OfListingIsAtMostThatOfSorting) {
     });
 }
 
-TEST_F(Growth, OfReadingAllIsAtMostThatOfSorting) {
-    expectAtMostNLogN(false, [](MountedZip& opened, unsigned folders) {
+TEST_P(Growth, OfReadingAllIsAtMostThatOfSorting) {
+    expectAtMostNLogN(false, [this](MountedZip& opened, unsigned folders) {
         for (unsigned folder = 0; folder < folders; ++folder) {
             for (unsigned file = 0; file < perFolder; ++file) {
                 const auto name = wideArchiveFile(folder, file);
@@ -84,8 +90,8 @@ TEST_F(Growth, OfReadingAllIsAtMostThatOfSorting) {
     });
 }
 
-TEST_F(Growth, OfReadingOneEntryIsNone) {
-    const auto readLast = [](MountedZip& opened, unsigned folders) {
+TEST_P(Growth, OfReadingOneEntryIsNone) {
+    const auto readLast = [this](MountedZip& opened, unsigned folders) {
         opened.read("/" + wideArchiveFile(0, 0));
         opened.read("/" + wideArchiveFile(folders - 1, perFolder - 1));
     };
@@ -96,8 +102,8 @@ TEST_F(Growth, OfReadingOneEntryIsNone) {
     EXPECT_LE(large.comparisons, small.comparisons * 2);
 }
 
-TEST_F(Growth, OfReadingManyEntriesIsTwoReadsForEach) {
-    const auto work = costOf(1'000, false, [](MountedZip& opened, unsigned) {
+TEST_P(Growth, OfReadingManyEntriesIsTwoReadsForEach) {
+    const auto work = costOf(1'000, false, [this](MountedZip& opened, unsigned) {
         for (unsigned file = 0; file < perFolder; ++file) {
             opened.read("/" + wideArchiveFile(0, file));
         }
@@ -106,35 +112,40 @@ TEST_F(Growth, OfReadingManyEntriesIsTwoReadsForEach) {
     EXPECT_LE(work.reads, 4 * perFolder);
 }
 
-TEST_F(Growth, OfAddingOneEntryIsAtMostThatOfSorting) {
-    expectAtMostNLogN(false, [](MountedZip& opened, unsigned) { opened.write("/added.txt", "added"); });
+TEST_P(Growth, OfAddingOneEntryIsAtMostThatOfSorting) {
+    expectAtMostNLogN(false, [this](MountedZip& opened, unsigned) { opened.write("/added.txt", "added"); });
 }
 
-TEST_F(Growth, OfAddingOneEntryToWhatTheSystemWroteIsAtMostThatOfSorting) {
-    expectAtMostNLogN(false, [](MountedZip& opened, unsigned) {
+TEST_P(Growth, OfAddingOneEntryToWhatTheSystemWroteIsAtMostThatOfSorting) {
+    expectAtMostNLogN(false, [this](MountedZip& opened, unsigned) {
         opened.write("/first.txt", "everything is written by the system now");
         opened.write("/added.txt", "added");
     });
 }
 
-TEST_F(Growth, OfRemovingAFolderIsAtMostThatOfSorting) {
-    expectAtMostNLogN(false, [](MountedZip& opened, unsigned) {
+TEST_P(Growth, OfRemovingAFolderIsAtMostThatOfSorting) {
+    expectAtMostNLogN(false, [this](MountedZip& opened, unsigned) {
         const auto held = opened.writer("/held.txt");
         for (unsigned file = 0; file < perFolder; ++file) {
-            opened.removeFile("/" + wideArchiveFile(3, file));
+            opened.removeFile("/" + wideArchiveFile(0, file));
         }
-        opened.removeFolder("/d0003");
+        opened.removeFolder("/d0000");
         held->close();
-        EXPECT_FALSE(opened.isFolder("/d0003"));
+        EXPECT_FALSE(opened.isFolder("/d0000"));
     });
 }
 
-TEST_F(Growth, OfMovingAFolderIsAtMostThatOfSorting) {
-    expectAtMostNLogN(false, [](MountedZip& opened, unsigned) {
-        opened.moveFolder("/d0003", "/moved");
+TEST_P(Growth, OfMovingAFolderIsAtMostThatOfSorting) {
+    expectAtMostNLogN(false, [this](MountedZip& opened, unsigned) {
+        opened.moveFolder("/d0000", "/moved");
         EXPECT_EQ(opened.list("/moved").size(), perFolder);
     });
 }
+
+INSTANTIATE_TEST_SUITE_P(Of, Growth, testing::Values(Shape::ManyFolders, Shape::OneFolder),
+                         [](const auto& tested) {
+                             return tested.param == Shape::OneFolder ? "OneFolder" : "ManyFolders";
+                         });
 
 } // namespace
 } // namespace kx::test

@@ -15,15 +15,6 @@ namespace {
 constexpr time_t settlingSeconds = 3;
 constexpr std::size_t maximalFiles = 64;
 
-bool isOlderThanItsTimesTell(const struct stat& status) {
-    timespec now{};
-    if (::clock_gettime(CLOCK_REALTIME, &now) != 0) {
-        return false;
-    }
-    return status.st_ctim.tv_sec + settlingSeconds <= now.tv_sec &&
-           status.st_mtim.tv_sec + settlingSeconds <= now.tv_sec;
-}
-
 } // namespace
 
 bool SettledFiles::contains(const std::string& path, const struct stat& status) const {
@@ -35,14 +26,16 @@ bool SettledFiles::contains(const std::string& path, const struct stat& status) 
 }
 
 void SettledFiles::add(const std::string& path, const struct stat& status) {
-    if (!isOlderThanItsTimesTell(status)) {
-        return;
-    }
     const MutexLock lock(m_mutex);
     if (m_files.size() >= maximalFiles && m_files.count(path) == 0) {
         m_files.clear();
     }
     m_files[path] = status;
+}
+
+bool SettledFiles::mayBeRemembered(const struct stat& status, const timespec& now) noexcept {
+    return status.st_nlink == 1 && status.st_ctim.tv_sec + settlingSeconds <= now.tv_sec &&
+           status.st_mtim.tv_sec + settlingSeconds <= now.tv_sec;
 }
 
 } // namespace storage::fileprovider

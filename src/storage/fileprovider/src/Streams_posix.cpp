@@ -236,6 +236,7 @@ std::unique_ptr<ByteStream> openForReading(const EnvironmentPtr& environment, co
     if (!S_ISREG(before.st_mode)) {
         throw Exception(ErrorCode::NotSupported, iri, "not a regular file");
     }
+    const bool mayBeRemembered = SettledFiles::mayBeRemembered(before, environment->calls->now());
     static_cast<void>(Recoverer(environment, iri, path).recoverForReading());
     // Without O_NONBLOCK, a FIFO that took the file's place meanwhile would be waited for.
     auto file = Descriptor::open(environment->calls, path.c_str(), O_RDONLY | O_NONBLOCK | O_NOFOLLOW);
@@ -246,7 +247,9 @@ std::unique_ptr<ByteStream> openForReading(const EnvironmentPtr& environment, co
     if (!S_ISREG(status.st_mode)) {
         throw Exception(ErrorCode::NotSupported, iri, "not a regular file");
     }
-    environment->settled->add(asked, before);
+    if (mayBeRemembered) {
+        environment->settled->add(asked, before);
+    }
     return std::make_unique<ReadStream>(environment, iri, std::move(file));
 }
 

@@ -5,6 +5,7 @@
 #include <sys/types.h>
 
 #include <cstddef>
+#include <ctime>
 
 namespace storage::fileprovider {
 
@@ -54,6 +55,8 @@ public:
     virtual int setMode(int file, mode_t mode);
     /// fsetxattr.
     virtual int setAttribute(int file, const char* name, const void* value, std::size_t size, int flags);
+    /// clock_gettime of the clock that file times are taken from.
+    virtual timespec now();
     /// fremovexattr.
     virtual int removeAttribute(int file, const char* name);
 };

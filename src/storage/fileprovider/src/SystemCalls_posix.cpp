@@ -106,6 +106,12 @@ int SystemCalls::setAttribute(int file, const char* name, const void* value, std
     return ::fsetxattr(file, name, value, size, flags);
 }
 
+timespec SystemCalls::now() {
+    timespec time{};
+    static_cast<void>(::clock_gettime(CLOCK_REALTIME, &time));
+    return time;
+}
+
 int SystemCalls::removeAttribute(int file, const char* name) {
     return ::fremovexattr(file, name);
 }

@@ -46,7 +46,9 @@ public:
             }
             ++m_index;
             m_directory = readerAtCurrentEntry();
-            return currentEntry();
+            auto first = currentEntry();
+            m_offset = m_place.pos_in_zip_directory;
+            return first;
         }
         if (auto info = nextOrdinaryEntry()) {
             return info;
@@ -165,8 +167,10 @@ private:
         const std::string_view records(
             bytes.data(), m_handle->readUpTo(end, bytes.data(), static_cast<std::uint32_t>(bytes.size())));
         const auto offset = statedOffset(records, end);
-        return offset && *offset <= m_begin ? std::optional(DirectoryPlace{m_begin, end, m_begin - *offset})
-                                            : std::nullopt;
+        // minizip takes the last locator in sight, also one in a comment.
+        return offset == m_offset && m_offset <= m_begin
+                   ? std::optional(DirectoryPlace{m_begin, end, m_begin - m_offset})
+                   : std::nullopt;
     }
 
     /// Where the records behind the directory, which begin at `end`, say that the directory begins; nothing
@@ -229,6 +233,8 @@ private:
     /// Reads the directory past minizip, where that gives the same.
     std::optional<CentralDirectoryReader> m_directory;
     std::uint64_t m_begin = 0;
+    /// The same as minizip counts it.
+    std::uint64_t m_offset = 0;
     std::uint64_t m_declared = 0;
     std::optional<DirectoryPlace> m_directoryPlace;
     /// The place of the entry that was reached and the length of its header, and whether minizip stands

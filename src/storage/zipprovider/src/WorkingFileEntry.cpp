@@ -177,12 +177,15 @@ void WorkingFileEntry::fill(IEntrySource& source) {
     OpenFileBuffer opened(file.get());
     std::ostream out(&opened);
     errno = 0;
-    const auto delivered = source.doWrite(out);
-    const int cause = errno;
-    file.reset();
+    source.doWrite(out);
+    int cause = errno;
+    if (std::fclose(file.release()) != 0 && out) {
+        cause = errno;
+        out.setstate(std::ios_base::failbit);
+    }
     // The stream tells of a full disk by its state alone, which nobody looks at after the last write: a
     // working file that lacks bytes would be taken for the entry's contents and be written back as such.
-    if (getCachedFileSize() != delivered || !out) {
+    if (!out) {
         foundation::core::except::throwInternal(fl::filesystem::FsysExceptionBase(
             "write", checkoutPath(), std::error_code(cause != 0 ? cause : EIO, std::generic_category())));
     }

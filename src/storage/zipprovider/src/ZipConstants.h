@@ -36,8 +36,8 @@ inline constexpr std::uint32_t localHeaderSignature = 0x04034b50;
 inline constexpr std::size_t localHeaderSize = 30;
 /// End-of-central-directory record, without its comment:
 ///
-///     0 signature    4 disk numbers, counts of entries, size and offset of the directory    20 comment
-///     length
+///     0 signature    4 disk numbers    8 entries on this disk    10 entries    12 size of the directory
+///    16 its offset  20 comment length
 inline constexpr std::uint32_t endRecordSignature = 0x06054b50;
 inline constexpr std::size_t endRecordSize = 22;
 /// What stands before it where a number does not fit: the Zip64 end record, without its extensible data,
