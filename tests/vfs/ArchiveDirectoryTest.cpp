@@ -99,6 +99,26 @@ TEST(ArchiveDirectory, MoreDeclaredThanStoredEntriesAreDamage) {
     expectDamaged(builder, "declares 3 entries, the central directory holds 2");
 }
 
+TEST(ArchiveDirectory, FewerDeclaredThanStoredEntriesAreDamage) {
+    auto builder = twoEntries();
+    builder.end().entries = 1;
+    builder.end().entriesOnDisk = 1;
+    const auto looked = look(builder.build());
+    EXPECT_EQ(looked.summary.condition, ArchiveCondition::Damaged);
+    EXPECT_EQ(looked.summary.cause, "the end record declares 1 entries, the central directory holds more");
+    EXPECT_EQ(looked.entries.size(), 1U);
+}
+
+TEST(ArchiveDirectory, AZip64LocatorOfSeveralDisksIsDamage) {
+    for (const std::size_t place : {4U, 16U}) {
+        auto builder = twoEntries();
+        builder.end().zip64 = true;
+        auto bytes = builder.build();
+        ++bytes[bytes.size() - 42 + place];
+        EXPECT_EQ(look(bytes).summary.condition, ArchiveCondition::Damaged) << place;
+    }
+}
+
 TEST(ArchiveDirectory, WhatPrecedesABrokenHeaderIsStillRead) {
     auto builder = twoEntries();
     builder.add("b.txt", "b");

@@ -52,6 +52,33 @@ TEST_F(ZipProviderGuards, AnArchiveWhoseEndIsMissingIsNeverOverwritten) {
     expectEveryChangeRefused("cannot rebuild mem:///plans.zip: it is not a ZIP archive");
 }
 
+TEST_F(ZipProviderGuards, AnArchiveThatEndsWithinItsEndRecordIsNeverOverwritten) {
+    auto bytes = simpleArchive({{"a", "1"}, {"b", "2"}});
+    bytes.resize(bytes.size() - 18);
+    mount(bytes);
+    expectEveryChangeRefused("cannot rebuild mem:///plans.zip: its end record is cut off");
+}
+
+TEST_F(ZipProviderGuards, AnArchiveThatEndsWithinItsZip64EndRecordIsNeverOverwritten) {
+    // The locator leads into the comment, where the beginning of another Zip64 end record stands.
+    ArchiveBuilder builder;
+    builder.add("a", "1").add("b", "2");
+    builder.end().zip64 = true;
+    builder.end().comment = std::string("PK\x06\x06", 4) + std::string(20, '\0');
+    ArchiveLayout layout;
+    builder.build(&layout);
+    builder.end().zip64RecordOffset = layout.endRecord + 22;
+    mount(builder.build());
+    EXPECT_TRUE(zip.list().empty());
+    expectEveryChangeRefused("cannot rebuild mem:///plans.zip: its end record is cut off");
+}
+
+TEST_F(ZipProviderGuards, AnEmptyArchiveBehindOtherBytesCanBeWritten) {
+    mount("#!/bin/sh\nexit 0\n" + ArchiveBuilder().build());
+    zip.write("/a", "1");
+    expectArchive({{"a", "1"}});
+}
+
 TEST_F(ZipProviderGuards, AnArchiveWhoseDirectoryBreaksOffIsListedAsFarAsItGoesAndNeverOverwritten) {
     ArchiveBuilder builder;
     builder.add("a", "1").add("b", "2").add("c", "3");

@@ -26,6 +26,8 @@ constexpr std::uint16_t deflated = 8;
 std::string obstacle(const ArchiveEntryRecord& record, bool pathTaken) {
     if (record.path().empty())
         return "the entry has no name";
+    if (record.name.find('\0') != std::string::npos)
+        return "the name holds a NUL, which an archive cannot store";
     if (pathTaken)
         return "an earlier entry has the same name and hides this one";
     if (!record.hasValidDate())
@@ -159,15 +161,15 @@ private:
 
 } // namespace
 
-const CommandRow checkRow{"check", "ARCHIVE...",
-                          "Read every entry and compare it with what the archive declares",
-                          "Reads each file of the archive and compares its size and CRC-32 with the central "
-                          "directory. Reports what\n"
-                          "differs, what cannot be read, and what would not be carried over when the archive "
-                          "is written: encrypted\n"
-                          "entries, other compression methods than stored and deflated, impossible dates, "
-                          "entries hidden by an earlier\n"
-                          "one of the same name. The exit status is 1 if there is any.",
-                          &makeCommand<Check>};
+const CommandRow checkRow{
+    "check", "ARCHIVE...", "Read every entry and compare it with what the archive declares",
+    "Reads each file of the archive and compares its size and CRC-32 with the central "
+    "directory. Reports what\n"
+    "differs, what cannot be read, and what would not be carried over when the archive "
+    "is written: encrypted\n"
+    "entries, other compression methods than stored and deflated, impossible dates, "
+    "names that hold a NUL,\n"
+    "entries hidden by an earlier one of the same name. The exit status is 1 if there is any.",
+    &makeCommand<Check>};
 
 } // namespace apps::kxvfs

@@ -98,7 +98,8 @@ std::optional<EndRecord> findZip64End(Window& file) {
     if (!place)
         return std::nullopt;
     const auto locator = file.at(*place, zip64LocatorSize);
-    if (locator.size() < zip64LocatorSize)
+    // Of a locator that speaks of several disks, the provider's reader makes nothing.
+    if (locator.size() < zip64LocatorSize || get32(&locator[4]) != 0 || get32(&locator[16]) != 1)
         return std::nullopt;
     const auto position = get64(&locator[8]);
     const auto record = file.at(position, zip64EndSize);
@@ -232,7 +233,13 @@ ArchiveSummary readArchiveDirectory(ByteStream& archive, const ArchiveEntryVisit
         if (onEntry)
             onEntry(*record);
     }
-    if (summary.entries < end->entries) {
+    const auto follows = file.at(next, centralHeaderSize);
+    if (summary.entries == end->entries && next + centralHeaderSize <= end->position &&
+        follows.size() == centralHeaderSize && get32(&follows[0]) == centralHeaderSignature) {
+        summary.condition = ArchiveCondition::Damaged;
+        summary.cause =
+            fmt::format("the end record declares {} entries, the central directory holds more", end->entries);
+    } else if (summary.entries < end->entries) {
         summary.condition = ArchiveCondition::Damaged;
         summary.cause = fmt::format("the end record declares {} entries, the central directory holds {}",
                                     end->entries, summary.entries);

@@ -12,6 +12,7 @@
 #include <boost/iostreams/stream.hpp>
 #include <minizip/unzip.h>
 
+#include <array>
 #include <cstdint>
 #include <exception>
 #include <limits>
@@ -29,6 +30,9 @@ class MiniZipReadHandle {
     struct Stream : boost::iostreams::stream<ByteStreamDevice> {
         /// Set while minizip opens an archive whose directory is known.
         std::optional<DirectoryPlace> directory;
+        /// Where minizip went last, and from where on it last wanted more bytes than there are.
+        std::uint64_t sought = 0;
+        std::optional<std::uint64_t> cutRecord;
     };
     using Functions = StreamFileFunctions<Stream>;
 
@@ -54,6 +58,7 @@ public:
         m_stream.open(m_device, -1, -1);
         m_functions = Functions::table();
         m_functions.zseek64_file = &seekWhereSearched;
+        m_functions.zread_file = &readNotingTheEnd;
     }
 
     MiniZipReadHandle(const MiniZipReadHandle&) = delete;
@@ -86,10 +91,18 @@ public:
     unzFile get() {
         if (!std::exchange(m_asked, true)) {
             m_stream.directory = m_directory;
+            m_stream.cutRecord.reset();
             m_zip = unzOpen2_64(&m_stream, &m_functions);
             m_stream.directory.reset();
+            m_endRecordCut = m_zip != nullptr && m_stream.cutRecord && isCutEndRecord(*m_stream.cutRecord);
         }
         return m_zip;
+    }
+    /// Whether the archive ends within the end record, plain or Zip64, by which minizip has opened it:
+    /// minizip takes what is missing, the number of entries too, for zeros.
+    bool isEndRecordCut() {
+        get();
+        return m_endRecordCut;
     }
     /// Where the archive's directory is known to stand.
     const std::optional<DirectoryPlace>& directory() const { return m_directory; }
@@ -135,7 +148,25 @@ private:
         const auto& directory = static_cast<Stream*>(stream)->directory;
         const bool refused = directory && origin == ZLIB_FILEFUNC_SEEK_SET && offset != directory->begin &&
                              offset + endSearchStep < directory->end;
+        static_cast<Stream*>(stream)->sought = offset;
         return refused ? -1 : Functions::seek(opaque, stream, offset, origin);
+    }
+
+    static uLong ZCALLBACK readNotingTheEnd(voidpf opaque, voidpf stream, void* buffer, uLong size) {
+        const auto count = Functions::read(opaque, stream, buffer, size);
+        if (count != size) {
+            auto& self = *static_cast<Stream*>(stream);
+            self.cutRecord = self.sought;
+        }
+        return count;
+    }
+
+    bool isCutEndRecord(std::uint64_t position) {
+        std::array<char, zip64EndRecordSize> bytes{};
+        const auto size = readUpTo(position, bytes.data(), static_cast<std::uint32_t>(bytes.size()));
+        const auto signature = littleEndian({bytes.data(), 4});
+        return (signature == endRecordSignature && size < endRecordSize) ||
+               (signature == zip64EndRecordSignature && size < zip64EndRecordSize);
     }
 
     const std::optional<DirectoryPlace> m_directory;
@@ -147,6 +178,7 @@ private:
     unzFile m_zip = nullptr;
     /// Whether minizip was asked to open the archive.
     bool m_asked = false;
+    bool m_endRecordCut = false;
 };
 
 } // namespace storage::zipprovider

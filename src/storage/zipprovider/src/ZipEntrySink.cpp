@@ -9,7 +9,6 @@
 
 #include <minizip/zip.h>
 
-#include <algorithm>
 #include <cstddef>
 #include <string>
 
@@ -25,7 +24,7 @@ const char16_t* obstacleTo(const std::string& name) {
                                                 : nullptr;
 }
 
-/// A path of any length and with any character, for a message.
+/// A path of any length, for a message.
 fl::i18n::ustring excerpt(const ZipEntryPath& path) {
     constexpr std::size_t limit = 100;
     auto text = path.toString();
@@ -33,7 +32,6 @@ fl::i18n::ustring excerpt(const ZipEntryPath& path) {
         text.resize(limit);
         text += u'\u2026';
     }
-    std::replace(text.begin(), text.end(), u'\0', u'\u2400');
     return text;
 }
 

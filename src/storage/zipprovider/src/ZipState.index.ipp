@@ -149,6 +149,9 @@ void ZipState<StorageItem, ByteStreamDevice>::rebuildBasalState(Incomplete incom
             !isEmptyArchive(*openArchiveStream())) {
             unread = u"it is not a ZIP archive, or its end record is damaged";
         }
+        if (unread.empty() && archive->isEndRecordCut()) {
+            unread = u"its end record is cut off";
+        }
         const auto rootTime = attributes.getLastModified();
         attributes = m_container.getFileAttributes();
         if (ContainerStamp::of(attributes) != stamp && attempt < attempts) {

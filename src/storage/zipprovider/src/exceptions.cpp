@@ -6,6 +6,7 @@
 
 #include <fl/i18n/codecvt_ustring_to_string.h>
 
+#include <algorithm>
 #include <string>
 
 namespace storage::zipprovider {
@@ -14,7 +15,9 @@ using fl::i18n::ustring;
 
 namespace {
 
-std::string narrow(const ustring& message) {
+/// what() ends at a NUL, which a name may hold.
+std::string narrow(ustring message) {
+    std::replace(message.begin(), message.end(), u'\0', u'\u2400');
     return fl::i18n::codecvt_ustring_to_string("UTF-8", 1)(message);
 }
 
