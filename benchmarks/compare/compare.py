@@ -95,7 +95,8 @@ def measure_workload(workload, runner, rounds, log):
                 continue
             workload.prepare()
             try:
-                measured = runner.run(workload.participants[name], workload.check_output if number == 0 else None)
+                check = workload.other_checks.get(name, workload.check_output)
+                measured = runner.run(workload.participants[name], check if number == 0 else None)
                 if workload.check_archive and number == 0:
                     workload.check_archive(workload.changed)
             except (Failed, WrongResult) as problem:
