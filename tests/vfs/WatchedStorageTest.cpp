@@ -40,6 +40,10 @@ protected:
         taken = "getPathComparator";
         return ForwardingProvider::doGetPathComparator();
     }
+    FileAttributes doGetFileAttributes(const StorageIRI& location) override {
+        taken = "getFileAttributes";
+        return ForwardingProvider::doGetFileAttributes(location);
+    }
     ProviderStorageInfo doGetProviderStorageInfo() override {
         taken = "getProviderStorageInfo";
         return {};
@@ -81,6 +85,19 @@ TEST_F(WatchedStorageTest, GoesTheWaysOfTheStorageThatItStandsFor) {
     EXPECT_EQ(own->taken, "getPathComparator");
     watched.getProviderStorageInfo();
     EXPECT_EQ(own->taken, "getProviderStorageInfo");
+}
+
+TEST_F(WatchedStorageTest, ReadingAsksForTheSizeOnlyWhileSomebodyWatches) {
+    const auto watch = std::make_shared<ContainerWatch>();
+    WatchedStorage storage{own, watch};
+    own->taken.clear();
+    storage.openReadStream(file)->close();
+    EXPECT_EQ(own->taken, "");
+    std::uint64_t size = 0;
+    watch->set([&](const storage::vfs::SaveProgress& progress) { size = progress.oldSize; });
+    EXPECT_EQ(readAll(*storage.openReadStream(file)), "old");
+    EXPECT_EQ(own->taken, "getFileAttributes");
+    EXPECT_EQ(size, 3U);
 }
 
 TEST_F(WatchedStorageTest, NothingChangesWhatItIsCutOffFrom) {

@@ -242,7 +242,8 @@ const CommandRow mountRow{
     "made (EPERM), there are no extended attributes (EOPNOTSUPP), and two names cannot be exchanged "
     "(EINVAL). "
     "Entries that the system could not name (\".\", \"..\", more than 255 bytes) are not shown.\n\n"
-    "SIGTERM and SIGINT end the mount after a last save. What was made, changed or moved and cannot be saved "
+    "SIGTERM, SIGINT and SIGHUP end the mount after a last save. What was made, changed or moved and cannot "
+    "be saved "
     "at the end is put into an archive NAME.rescued.zip beside the archive, or where there is room for it. "
     "Beside that, NAME.rescued.batch lists the changes, removals included: \"kxvfs batch ARCHIVE "
     "NAME.rescued.batch\" makes them. The log and kxvfs umount name both.",
