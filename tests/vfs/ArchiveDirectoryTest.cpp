@@ -71,6 +71,20 @@ TEST(ArchiveDirectory, HeadersComeInTheirOrderWithTheirFields) {
     EXPECT_TRUE(file.hasValidDate());
 }
 
+TEST(ArchiveDirectory, HeadersTellWhereTheirEntriesBegin) {
+    ArchiveBuilder builder;
+    builder.add("docs/").add("docs/a.txt", "text").add("docs/b.txt", "more");
+    builder.last().zip64 = true;
+    builder.leading("junk");
+    ArchiveLayout layout;
+    const auto bytes = builder.build(&layout);
+    const auto looked = look(bytes);
+    ASSERT_EQ(looked.entries.size(), 3U);
+    EXPECT_EQ(looked.summary.leadingBytes, 4U);
+    for (std::size_t i = 0; i < 3; ++i)
+        EXPECT_EQ(looked.entries[i].localHeader + 4, layout.localHeaders[i]) << i;
+}
+
 TEST(ArchiveDirectory, FilesThatAreSomethingElseAreNoArchives) {
     EXPECT_EQ(look("hello").summary.condition, ArchiveCondition::NotAnArchive);
     EXPECT_EQ(look("PK").summary.condition, ArchiveCondition::NotAnArchive);

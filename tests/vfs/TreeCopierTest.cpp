@@ -72,6 +72,46 @@ TEST_F(TreeCopierTest, ATreeIsCopiedWithItsEmptyFolders) {
     EXPECT_EQ(copied, (Paths{"zero", "a.txt", "b.txt"}));
 }
 
+TEST_F(TreeCopierTest, ManyFilesOfAnArchiveAreReadInItsOwnOrder) {
+    ArchiveBuilder builder;
+    Paths stored;
+    for (int i = 99; i >= 0; --i) {
+        const auto name = std::to_string(100 + (i * 37) % 100);
+        builder.add((i % 3 == 0 ? "a/" : i % 3 == 1 ? "b/deep/" : "") + name, name);
+        stored.push_back(name);
+    }
+    save("plans.zip", builder.build());
+    EXPECT_EQ(extract("plans.zip"), 0U);
+    EXPECT_EQ(copied, stored);
+    for (const auto& name : extracted())
+        if (!name.ends_with('/')) {
+            EXPECT_EQ(load(folder.file("out/" + name)), fs::path(name).filename());
+        }
+}
+
+TEST_F(TreeCopierTest, AFewFilesOfAnArchiveAreReadFolderByFolder) {
+    save("plans.zip", simpleArchive({{"z", "1"}, {"b/y", "2"}, {"a/x", "3"}, {"c", "4"}}));
+    EXPECT_EQ(extract("plans.zip"), 0U);
+    EXPECT_EQ(copied, (Paths{"c", "z", "x", "y"}));
+}
+
+TEST_F(TreeCopierTest, FilesThatTheArchiveDoesNotYetHoldAreCopiedLast) {
+    ArchiveBuilder builder;
+    for (int i = 99; i > 49; --i)
+        builder.add(std::to_string(i), "x");
+    save("plans.zip", builder.build());
+    const auto root = inZip("plans.zip", u"/");
+    const auto mounted = vfs.mount(root);
+    const auto unsaved = mounted.provider->openStream(root.child(u"10"), {});
+    unsaved->write("new", 3);
+    EXPECT_EQ(extract("plans.zip"), 0U);
+    ASSERT_EQ(copied.size(), 51U);
+    EXPECT_EQ(copied.front(), "99");
+    EXPECT_EQ(copied[49], "50");
+    EXPECT_EQ(copied.back(), "10");
+    unsaved->close();
+}
+
 TEST_F(TreeCopierTest, NamesThatCouldLeaveTheTargetAreRefusedAndTheRestIsCopied) {
     save("evil.zip", simpleArchive({{"../up.txt", "1"},
                                     {"a/../../up2.txt", "2"},

@@ -35,6 +35,8 @@ struct ArchiveEntryRecord {
     std::uint32_t crc32 = 0;
     std::uint64_t compressedSize = 0;
     std::uint64_t size = 0;
+    /// Where the entry's local header stands, as the archive counts: from behind the leading bytes.
+    std::uint64_t localHeader = 0;
 
     /// General-purpose flag, bit 0.
     bool isEncrypted() const { return (flags & 0x0001U) != 0; }

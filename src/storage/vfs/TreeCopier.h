@@ -46,6 +46,8 @@ struct CopyFailure {
 };
 
 /// Copies files and folder trees between any two providers. Memory does not grow with the size of a file.
+/// The files of a tree are read in the order in which they lie in their container where that is known, else
+/// folder by folder.
 ///
 /// Out of a container into local files, names that could leave the target folder are refused: ".", "..",
 /// absolute names, names with a NUL, and names that lead through a symbolic link below the target. The rest
@@ -94,6 +96,26 @@ public:
                              const foundation::storage::provider::StorageIRI& destination);
 
 private:
+    struct FolderPair {
+        foundation::storage::provider::StorageIRI source;
+        foundation::storage::provider::StorageIRI destination;
+    };
+    struct WaitingFile {
+        /// Index of the folder that holds it.
+        std::size_t folder;
+        fl::i18n::ustring name;
+    };
+    /// Files that were found and not yet copied, in the order of the listings.
+    struct WaitingFiles {
+        std::vector<FolderPair> folders;
+        std::vector<WaitingFile> names;
+        /// Code units of the folders' paths, counted once for each of their files.
+        std::size_t length = 0;
+    };
+
+    void copyWaiting(const MountedContainer& from, const MountedContainer& to, WaitingFiles& waiting);
+    /// Indices into waiting.names: the container's own order where that saves seeks.
+    static std::vector<std::size_t> readingOrder(const MountedContainer& from, const WaitingFiles& waiting);
     void copyBytes(const MountedContainer& from, const foundation::storage::provider::StorageIRI& source,
                    const MountedContainer& to, const foundation::storage::provider::StorageIRI& destination);
     void write(foundation::storage::provider::ByteStream& in, const MountedContainer& to,

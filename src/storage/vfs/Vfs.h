@@ -4,6 +4,7 @@
 #include <foundation/storage/provider/StorageIRI.h>
 #include <foundation/storage/provider/StorageItem.h>
 #include <storage/vfs/ArchiveDirectory.h>
+#include <storage/vfs/EntryPlaces.h>
 #include <storage/vfs/Export.h>
 #include <storage/vfs/SaveProgress.h>
 
@@ -35,6 +36,10 @@ struct MountedContainer {
     /// Normalised paths ("/a/b") of entries stored under an absolute name, in order. Null where not looked
     /// for.
     std::shared_ptr<const std::vector<fl::i18n::ustring>> absoluteEntries;
+    /// Where the files lie in the container. Null where their order makes no difference: for the local files,
+    /// for formats that are not checked, and for a container inside another, which is read from a copy that
+    /// was just made.
+    std::shared_ptr<const EntryPlaces> places;
 };
 
 /// One provider bundle that was looked at.

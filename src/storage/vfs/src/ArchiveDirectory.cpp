@@ -149,7 +149,7 @@ void readZip64Extra(Bytes extra, ArchiveEntryRecord& record) {
             return;
         if (id == zip64ExtraId) {
             auto field = extra.first(length);
-            for (auto* value : {&record.size, &record.compressedSize})
+            for (auto* value : {&record.size, &record.compressedSize, &record.localHeader})
                 if (*value == all32 && field.size() >= 8) {
                     *value = get64(&field[0]);
                     field = field.subspan(8);
@@ -173,6 +173,7 @@ std::optional<ArchiveEntryRecord> readHeader(Window& file, std::uint64_t offset,
     record.crc32 = get32(&header[16]);
     record.compressedSize = get32(&header[20]);
     record.size = get32(&header[24]);
+    record.localHeader = get32(&header[42]);
     const std::size_t nameLength = get16(&header[28]);
     const std::size_t extraLength = get16(&header[30]);
     const std::size_t commentLength = get16(&header[32]);

@@ -85,6 +85,8 @@ ContainerTable::Entry ContainerTable::makeEntry(const StorageIRI& root, Toleranc
     if (isCheckedFormat(root.getScheme())) {
         checkContainer(item, entry.mounted);
         refuseUnfit(container, entry.mounted.summary, tolerance);
+        if (!container.hasContainer())
+            entry.mounted.places = std::make_shared<EntryPlaces>(item);
     }
     entry.mounted.provider = factory->createProvider(item);
     return entry;
@@ -157,7 +159,8 @@ std::vector<CloseFailure> ContainerTable::release(std::vector<Entry> entries) {
                 entry.storage->cutOff();
         }
         entry.mounted.provider.reset();
-        // It holds the provider of the container around.
+        // These hold the provider of the container around.
+        entry.mounted.places.reset();
         entry.storage.reset();
     }
     return failures;
