@@ -16,7 +16,8 @@ enum class RecoveryResult {
     Undone,
     /// The write had begun to overwrite the container and was finished: it holds the new contents.
     Finished,
-    /// What was found does not belong to the container as it is, or this user may not remove it. The container
+    /// What was found does not belong to the container as it is, or this user may not remove it. The
+    /// container
     /// is whole.
     LeftAlone,
 };

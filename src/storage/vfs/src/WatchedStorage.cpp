@@ -143,8 +143,8 @@ WatchedStorage::Stream WatchedStorage::doOpenStream(const IRI& location, const O
 WatchedStorage::Stream WatchedStorage::doOpenReadStream(const IRI& location) {
     auto stream = target(location).openReadStream(location);
     const auto size = m_watch->isOn() ? sizeOf(*m_target, location) : 0;
-    return std::make_unique<WatchedStream>(std::move(stream), location, m_watch, m_cutOff,
-                                           StreamUse::Reading, size);
+    return std::make_unique<WatchedStream>(std::move(stream), location, m_watch, m_cutOff, StreamUse::Reading,
+                                           size);
 }
 
 WatchedStorage::Stream WatchedStorage::doOpenTransactionalStream(const IRI& location,
