@@ -114,6 +114,31 @@ TEST_F(MountSavingTest, WhatNeedsNoProviderIsQuickWhileItIsSaved) {
     EXPECT_GT(rounds, 10);
 }
 
+TEST_F(MountSavingTest, ProgramsThatWaitForASaveHoldUpNoOther) {
+    mount("plans.zip", "save_after=3600,save_within=3600");
+    put(in("large"), noise(32 << 20));
+    constexpr int programs = 20;
+    std::vector<std::future<int>> saving;
+    for (int i = 0; i < programs; ++i)
+        saving.push_back(std::async(std::launch::async, [&] {
+            const Descriptor file(in("large"), O_RDWR);
+            return fsync(file.get());
+        }));
+    auto slowest = std::chrono::steady_clock::duration::zero();
+    int rounds = 0;
+    while (saving.front().wait_for(std::chrono::milliseconds(2)) != std::future_status::ready) {
+        const auto started = std::chrono::steady_clock::now();
+        EXPECT_EQ(std::distance(fs::directory_iterator(mountPoint()), {}), 4);
+        slowest = std::max(slowest, std::chrono::steady_clock::now() - started);
+        ++rounds;
+    }
+    for (auto& one : saving)
+        EXPECT_EQ(one.get(), 0);
+    EXPECT_GT(rounds, 10);
+    // Without threads that take over, a listing would wait for the save.
+    EXPECT_LT(slowest, std::chrono::milliseconds(500));
+}
+
 TEST_F(MountSavingTest, ManyChangesCostAHandfulOfSaves) {
     mount();
     for (int i = 0; i < 10'000; ++i) {

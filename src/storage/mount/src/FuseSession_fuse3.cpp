@@ -1,30 +1,21 @@
 #include <storage/mount/src/FuseSession.h>
 
 #include <storage/mount/src/FuseOperations.h>
-#include <storage/mount/src/SystemFailure.h>
+#include <storage/mount/src/RequestLoop.h>
 
 #include <fmt/format.h>
 
 #include <array>
 #include <atomic>
 #include <cerrno>
-#include <chrono>
-#include <csignal>
+#include <exception>
 #include <fcntl.h>
-#include <pthread.h>
 #include <stdexcept>
-#include <thread>
 #include <unistd.h>
-#include <vector>
 
 namespace storage::mount {
 
 namespace {
-
-/// Changes that wait for a save take a thread each; listing and reading must find one all the same.
-constexpr unsigned mostThreads = 64;
-constexpr unsigned idleThreads = 10;
-constexpr auto wakeInterval = std::chrono::milliseconds(50);
 
 std::string escaped(const std::string& text) {
     std::string result;
@@ -72,15 +63,6 @@ void hear(fuse_log_level level, const char* format, va_list arguments) {
         lastComplaint.pop_back();
 }
 
-void ignore(int) {}
-
-/// A signal that does nothing but end the wait of a system call.
-void prepareWakeSignal() {
-    struct sigaction action {};
-    action.sa_handler = ignore;
-    sigaction(SIGUSR1, &action, nullptr);
-}
-
 } // namespace
 
 struct FuseSession::Impl {
@@ -88,7 +70,7 @@ struct FuseSession::Impl {
     const std::filesystem::path mountPoint;
     fuse_session* session = nullptr;
     bool mounted = false;
-    pthread_t server{};
+    std::unique_ptr<RequestLoop> loop = nullptr;
     std::atomic<bool> serving = false;
 
     /// What programs have written through memory maps is with the kernel until it is asked for.
@@ -118,38 +100,42 @@ FuseSession::FuseSession(FileSystem& files, const std::string& source,
                         lastComplaint.empty() ? std::generic_category().message(error) : lastComplaint));
     }
     m_impl->mounted = true;
+    try {
+        m_impl->loop = std::make_unique<RequestLoop>(m_impl->session);
+    } catch (...) {
+        fuse_session_unmount(m_impl->session);
+        fuse_session_destroy(m_impl->session);
+        throw;
+    }
 }
 
 FuseSession::~FuseSession() {
+    m_impl->loop.reset();
     if (m_impl->mounted)
         fuse_session_unmount(m_impl->session);
     fuse_session_destroy(m_impl->session);
 }
 
 void FuseSession::serve() {
-    prepareWakeSignal();
-    m_impl->server = pthread_self();
     m_impl->serving = true;
-    auto* const config = fuse_loop_cfg_create();
-    fuse_loop_cfg_set_max_threads(config, mostThreads);
-    fuse_loop_cfg_set_idle_threads(config, idleThreads);
-    const int result = fuse_session_loop_mt(m_impl->session, config);
-    fuse_loop_cfg_destroy(config);
+    std::exception_ptr failure;
+    try {
+        m_impl->loop->run();
+    } catch (...) {
+        failure = std::current_exception();
+    }
     m_impl->serving = false;
+    m_impl->serving.notify_all();
     fuse_session_unmount(m_impl->session);
     m_impl->mounted = false;
-    // A positive number is the signal that ended it.
-    if (result < 0)
-        failWith(-result, "the connection to the system broke");
+    if (failure)
+        std::rethrow_exception(failure);
 }
 
 void FuseSession::end() {
     m_impl->fetchMappedPages();
-    fuse_session_exit(m_impl->session);
-    while (m_impl->serving) {
-        pthread_kill(m_impl->server, SIGUSR1);
-        std::this_thread::sleep_for(wakeInterval);
-    }
+    m_impl->loop->end();
+    m_impl->serving.wait(true);
 }
 
 bool FuseSession::isSupported() {
