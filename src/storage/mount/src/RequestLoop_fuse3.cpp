@@ -25,8 +25,13 @@ namespace {
 
 /// Changes that wait for a save take a thread each; listing and reading must find one all the same.
 constexpr std::size_t mostThreads = 64;
-/// How long a program takes to come back with its next request: what it costs to sleep and be woken.
-constexpr auto lookOut = std::chrono::microseconds(100);
+/// How long a program may take to come back with its next request, before the receiver sleeps: about what it
+/// costs to be woken. A single processor has the program wait for the one that looks out for it.
+Clock::duration lookOut() {
+    static const bool several = std::thread::hardware_concurrency() > 1;
+    return several ? std::chrono::microseconds(100) : Clock::duration::zero();
+}
+
 /// A request in hand for so long to twice as long is not waited for.
 constexpr auto watchInterval = std::chrono::milliseconds(2);
 /// Looks without a request after which the watcher goes to sleep.
@@ -182,7 +187,7 @@ void RequestLoop::receive(Buffer& buffer) {
             return;
         if (received == Received::Nothing) {
             inARow = 0;
-            if (Clock::now() - last < lookOut) {
+            if (Clock::now() - last < lookOut()) {
                 sched_yield();
             } else {
                 waitForRequest();
@@ -211,7 +216,7 @@ void RequestLoop::help(Buffer& buffer) {
         if (received == Received::Request) {
             buffer.process(m_session);
             last = Clock::now();
-        } else if (received == Received::End || Clock::now() - last >= lookOut) {
+        } else if (received == Received::End || Clock::now() - last >= lookOut()) {
             return;
         } else {
             sched_yield();
