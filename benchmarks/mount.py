@@ -4,8 +4,9 @@ usage: mount.py KXVFS [PEER] [ROUNDS]
 
 PEER mounts with `PEER ARCHIVE DIR` and saves when `fusermount -u DIR` has it end (default: fuse-zip). Each task runs
 ROUNDS times (default 3) with each program, in turns; the table shows the best time of each in seconds and, in brackets,
-how many times as long PEER takes; the standard error output has all times. Where there is /dev/shm, `kxvfs` also runs with
-its working files there (PEER has none); the archive is on the same disk for all. Mounting is not timed; unpacking ends when the archive is written and the program is gone.
+how many times as long PEER takes; the standard error output has all times. Where there is /dev/shm, `kxvfs` also runs
+with its working files there (PEER has none); the archive is on the same disk for all. Mounting is not timed; unpacking
+ends when the archive is written and the program is gone.
 
 tasks
   walk     find -ls over 1,000 folders with 100 files each

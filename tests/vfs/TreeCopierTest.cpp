@@ -89,6 +89,48 @@ TEST_F(TreeCopierTest, ManyFilesOfAnArchiveAreReadInItsOwnOrder) {
         }
 }
 
+TEST_F(TreeCopierTest, WithinOneArchiveEachFileIsReadBeforeAnotherReplacesIt) {
+    // Copying "x" over its own parent puts x/x/n in the place of x/n, and x/n in that of n.
+    ArchiveBuilder builder;
+    for (int i = 100; i < 150; ++i)
+        builder.add("x/x/" + std::to_string(i), "deep");
+    for (int i = 100; i < 150; ++i)
+        builder.add("x/" + std::to_string(i), "shallow");
+    save("plans.zip", builder.build());
+    const auto root = inZip("plans.zip", u"/");
+    ChangeSession session(vfs);
+    session.lock({root});
+    session.changing(root);
+    const auto mounted = vfs.mount(root);
+    EXPECT_EQ(TreeCopier(recording()).copyFolder(mounted, root.child(u"x"), mounted, root), 0U);
+    EXPECT_TRUE(session.commit().empty());
+    for (int i = 100; i < 150; ++i) {
+        EXPECT_EQ(read(vfs, root.child(fl::i18n::fromUtf8(std::to_string(i)))), "shallow");
+        EXPECT_EQ(read(vfs, root.child(u"x").child(fl::i18n::fromUtf8(std::to_string(i)))), "deep");
+    }
+}
+
+TEST_F(TreeCopierTest, AFolderThatBecomesALinkWhileItsFilesWaitIsNotWrittenThrough) {
+    ArchiveBuilder builder;
+    builder.add("a/first", "1");
+    for (int i = 100; i < 150; ++i)
+        builder.add("b/" + std::to_string(i), "x");
+    save("plans.zip", builder.build());
+    fs::create_directories(folder.file("elsewhere"));
+    TreeCopier::Options options;
+    options.onProgress = [&](const CopyProgress& progress) {
+        const auto place = folder.file("out/b");
+        if (progress.source.getName() != u"first" || fs::is_symlink(place))
+            return;
+        fs::remove(place);
+        fs::create_directory_symlink(folder.file("elsewhere"), place);
+    };
+    EXPECT_EQ(extract("plans.zip", options), 50U);
+    EXPECT_TRUE(fs::is_empty(folder.file("elsewhere")));
+    EXPECT_EQ(failures.size(), 50U);
+    EXPECT_EQ(failures.begin()->second, "a symbolic link stands in the place of a folder above it");
+}
+
 TEST_F(TreeCopierTest, AFewFilesOfAnArchiveAreReadFolderByFolder) {
     save("plans.zip", simpleArchive({{"z", "1"}, {"b/y", "2"}, {"a/x", "3"}, {"c", "4"}}));
     EXPECT_EQ(extract("plans.zip"), 0U);

@@ -46,6 +46,7 @@ struct MountCondition {
 ///
 ///     // From here on the folder shows the archive.
 ///     ArchiveMount mount(vfs, root, "/mnt", options, listeners);
+///     mount.start();
 ///     // Until it is unmounted.
 ///     mount.serve();
 ///     if (!mount.finish())
@@ -72,7 +73,11 @@ public:
     ArchiveMount(const ArchiveMount&) = delete;
     ArchiveMount& operator=(const ArchiveMount&) = delete;
 
-    /// Answers the system until the folder is unmounted or end() was called.
+    /// Begins to answer the system; until then, whoever looks into the folder waits. To be called once.
+    /// Errors: std::system_error when no thread can be had.
+    void start();
+    /// After start(): answers the system until the folder is unmounted or end() was called. Errors:
+    /// std::system_error when the connection to the system broke; finish() still saves.
     void serve();
     /// Has serve() return, after everything that programs have written so far has arrived here. Callable from
     /// another thread.

@@ -17,8 +17,7 @@ enum class RecoveryResult {
     /// The write had begun to overwrite the container and was finished: it holds the new contents.
     Finished,
     /// What was found does not belong to the container as it is, or this user may not remove it. The
-    /// container
-    /// is whole.
+    /// container is whole.
     LeftAlone,
 };
 

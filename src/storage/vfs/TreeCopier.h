@@ -109,10 +109,19 @@ private:
     struct WaitingFiles {
         std::vector<FolderPair> folders;
         std::vector<WaitingFile> names;
-        /// Code units of the folders' paths, counted once for each of their files.
+        /// Code units of the files' paths.
         std::size_t length = 0;
+        /// The folder that everything is copied into.
+        foundation::storage::provider::StorageIRI top;
+        /// Whether the files are read in the container's own order, many at a time. Where the copies go into
+        /// the same container, one may replace the source of another, and the order of the listings counts.
+        bool ordered = false;
+        /// Whether the folder that is being looked through is not yet among the folders.
+        bool folderIsNew = true;
     };
 
+    void addWaiting(const MountedContainer& from, const MountedContainer& to, WaitingFiles& waiting,
+                    const FolderPair& folder, const fl::i18n::ustring& name);
     void copyWaiting(const MountedContainer& from, const MountedContainer& to, WaitingFiles& waiting);
     /// Indices into waiting.names: the container's own order where that saves seeks.
     static std::vector<std::size_t> readingOrder(const MountedContainer& from, const WaitingFiles& waiting);

@@ -134,24 +134,41 @@ private:
         if (session.out().isJson())
             session.out().object(
                 {{"path", m_archive}, {"mountPoint", folder.string()}, {"process", getpid()}});
+        m_inBackground = background != nullptr;
+        mounted.start();
         if (background) {
             session.out().finish();
             background->ready();
         }
-        m_inBackground = background != nullptr;
         const auto serving = std::make_shared<Serving>(mounted);
         std::thread([serving] {
             waitForSignal();
             serving->end();
         }).detach();
-        mounted.serve();
+        const auto broken = served(mounted);
         serving->over();
-        end(session, mounted, *record);
+        end(session, mounted, *record, broken);
     }
 
-    void end(Session& session, ArchiveMount& mounted, MountRecordFile& record) const {
-        if (mounted.finish()) {
-            record.end(mounted.condition(), {});
+    /// Returns why the system cannot be answered any more; empty when the mount ended as it was asked to.
+    static std::string served(ArchiveMount& mounted) {
+        try {
+            mounted.serve();
+            return {};
+        } catch (const std::exception& failure) {
+            return failure.what();
+        }
+    }
+
+    void end(Session& session, ArchiveMount& mounted, MountRecordFile& record,
+             const std::string& broken) const {
+        const bool saved = mounted.finish();
+        if (!broken.empty()) {
+            tell(session, broken);
+            session.fail(m_archive, ErrorCode::LocalFileSystem, broken);
+        }
+        if (saved) {
+            record.end(mounted.condition(), broken);
             return;
         }
         auto condition = mounted.condition();

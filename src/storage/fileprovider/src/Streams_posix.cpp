@@ -226,6 +226,7 @@ std::unique_ptr<ByteStream> openForReading(const EnvironmentPtr& environment, co
     if (const int error = resolveLinks(asked, path); error != 0) {
         throwSystemError(iri, error);
     }
+    const auto now = environment->calls->now();
     struct stat before {};
     if (::stat(path.c_str(), &before) != 0) {
         throwSystemError(iri, errno);
@@ -236,7 +237,7 @@ std::unique_ptr<ByteStream> openForReading(const EnvironmentPtr& environment, co
     if (!S_ISREG(before.st_mode)) {
         throw Exception(ErrorCode::NotSupported, iri, "not a regular file");
     }
-    const bool mayBeRemembered = SettledFiles::mayBeRemembered(before, environment->calls->now());
+    const bool mayBeRemembered = SettledFiles::mayBeRemembered(before, now);
     static_cast<void>(Recoverer(environment, iri, path).recoverForReading());
     // Without O_NONBLOCK, a FIFO that took the file's place meanwhile would be waited for.
     auto file = Descriptor::open(environment->calls, path.c_str(), O_RDONLY | O_NONBLOCK | O_NOFOLLOW);

@@ -181,6 +181,10 @@ ArchiveMount::ArchiveMount(vfs::Vfs& vfs, const StorageIRI& root, const fs::path
 
 ArchiveMount::~ArchiveMount() = default;
 
+void ArchiveMount::start() {
+    m_impl->fuse->start();
+}
+
 void ArchiveMount::serve() {
     m_impl->fuse->serve();
 }

@@ -21,7 +21,10 @@ public:
     FuseSession(const FuseSession&) = delete;
     FuseSession& operator=(const FuseSession&) = delete;
 
-    /// Answers requests until the folder is unmounted or end() was called.
+    /// Begins to answer requests. Errors: std::system_error when no thread can be had.
+    void start();
+    /// After start(): answers requests until the folder is unmounted or end() was called.
+    /// Errors: std::system_error when the connection to the system broke.
     void serve();
     /// Callable from another thread.
     void end();

@@ -116,6 +116,10 @@ FuseSession::~FuseSession() {
     fuse_session_destroy(m_impl->session);
 }
 
+void FuseSession::start() {
+    m_impl->loop->start();
+}
+
 void FuseSession::serve() {
     m_impl->serving = true;
     std::exception_ptr failure;

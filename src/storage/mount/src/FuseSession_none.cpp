@@ -12,6 +12,8 @@ FuseSession::FuseSession(FileSystem&, const std::string&, const std::filesystem:
 
 FuseSession::~FuseSession() = default;
 
+void FuseSession::start() {}
+
 void FuseSession::serve() {}
 
 void FuseSession::end() {}

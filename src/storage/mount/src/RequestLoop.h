@@ -22,13 +22,16 @@ class RequestLoop {
 public:
     /// Precondition: the session is mounted; it outlives the loop. Errors: std::system_error.
     explicit RequestLoop(fuse_session* session);
+    /// Ends it and waits for its threads.
     ~RequestLoop();
 
     RequestLoop(const RequestLoop&) = delete;
     RequestLoop& operator=(const RequestLoop&) = delete;
 
+    /// Begins to answer. To be called once. Errors: std::system_error when no thread can be had.
+    void start();
     /// Returns when the folder was unmounted or end() was called, and all requests in hand are answered.
-    /// Errors: std::system_error when the connection breaks or no thread can be had. To be called once.
+    /// Errors: std::system_error when the connection broke. To be called once, after start().
     void run();
     /// Callable from any thread, also before run().
     void end() noexcept;
@@ -38,6 +41,8 @@ private:
     enum class Received { Request, Nothing, End };
 
     void work() noexcept;
+    /// Precondition: it has ended, so that no thread is started any more.
+    void join();
     void receive(Buffer& buffer);
     void help(Buffer& buffer);
     void waitForCall() KX_REQUIRES(m_mutex);
@@ -45,10 +50,12 @@ private:
     Received take(Buffer& buffer);
     void waitForRequest() const;
     void keepWatched();
+    void callWatcher();
     void callHelper();
-    /// Has an idle thread, or a new one, look for what is to be done.
-    void callThread() KX_REQUIRES(m_mutex);
-    void startThread() KX_REQUIRES(m_mutex);
+    /// Has an idle thread, or a new one, look for what is to be done. Returns false when there is none to be
+    /// had.
+    bool callThread() KX_REQUIRES(m_mutex);
+    bool startThread() KX_REQUIRES(m_mutex);
 
     fuse_session* const m_session;
     const int m_connection;

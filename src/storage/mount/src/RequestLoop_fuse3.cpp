@@ -34,6 +34,8 @@ Clock::duration lookOut() {
 
 /// A request in hand for so long to twice as long is not waited for.
 constexpr auto watchInterval = std::chrono::milliseconds(2);
+/// How long the receiving of a request waits for memory.
+constexpr auto memoryInterval = std::chrono::milliseconds(10);
 /// Looks without a request after which the watcher goes to sleep.
 constexpr int quietLooks = 250;
 /// Requests in a row that make a backlog; one program alone has a few of them on their way.
@@ -52,12 +54,15 @@ unsigned mostHelpers() {
     return std::max(1U, std::thread::hardware_concurrency()) - 1;
 }
 
-/// Threads that are started meanwhile are told of no signals: those are the program's own to handle.
+/// Threads that are started meanwhile are told of no signals: those are the program's own to handle. What a
+/// thread brings upon itself still reaches it.
 class SignalsBlocked {
 public:
     SignalsBlocked() {
         sigset_t all{};
         sigfillset(&all);
+        for (const int own : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGABRT, SIGTRAP})
+            sigdelset(&all, own);
         pthread_sigmask(SIG_SETMASK, &all, &m_before);
     }
     ~SignalsBlocked() { pthread_sigmask(SIG_SETMASK, &m_before, nullptr); }
@@ -99,21 +104,34 @@ RequestLoop::RequestLoop(fuse_session* session)
 }
 
 RequestLoop::~RequestLoop() {
+    end();
+    join();
     close(m_alarm);
 }
 
-void RequestLoop::run() {
+void RequestLoop::join() {
     std::vector<std::thread> threads;
     {
-        MutexLock lock(m_mutex);
-        m_threads.reserve(mostThreads);
-        startThread();
-        while (!m_ended)
-            m_forRun.wait(m_mutex);
+        const MutexLock lock(m_mutex);
         threads.swap(m_threads);
     }
     for (auto& thread : threads)
         thread.join();
+}
+
+void RequestLoop::start() {
+    const MutexLock lock(m_mutex);
+    m_threads.reserve(mostThreads);
+    startThread();
+}
+
+void RequestLoop::run() {
+    {
+        const MutexLock lock(m_mutex);
+        while (!m_ended)
+            m_forRun.wait(m_mutex);
+    }
+    join();
     if (m_error != 0)
         failWith(m_error, "the connection to the system broke");
 }
@@ -135,9 +153,8 @@ void RequestLoop::work() noexcept {
     while (!m_ended) {
         if (!m_hasReceiver) {
             m_hasReceiver = true;
-            if (!m_hasWatcher)
-                callThread();
             lock.unlock();
+            callWatcher();
             receive(buffer);
             lock.lock();
         } else if (!m_hasWatcher) {
@@ -173,7 +190,13 @@ RequestLoop::Received RequestLoop::take(Buffer& buffer) {
         return Received::Request;
     if (got == -EAGAIN || got == -EINTR)
         return Received::Nothing;
-    m_error = -got;
+    if (got == -ENOMEM) {
+        std::this_thread::sleep_for(memoryInterval);
+        return Received::Nothing;
+    }
+    int none = 0;
+    if (got < 0)
+        m_error.compare_exchange_strong(none, -got);
     end();
     return Received::End;
 }
@@ -190,6 +213,7 @@ void RequestLoop::receive(Buffer& buffer) {
             if (Clock::now() - last < lookOut()) {
                 sched_yield();
             } else {
+                callWatcher();
                 waitForRequest();
                 last = Clock::now();
             }
@@ -262,33 +286,40 @@ void RequestLoop::watch() {
     }
 }
 
+void RequestLoop::callWatcher() {
+    const MutexLock lock(m_mutex);
+    if (!m_hasWatcher)
+        callThread();
+}
+
 void RequestLoop::callHelper() {
     const MutexLock lock(m_mutex);
-    if (m_helpers >= mostHelpers())
+    if (m_helpers >= mostHelpers() || !callThread())
         return;
     ++m_helpers;
     ++m_helpersCalled;
-    callThread();
 }
 
-void RequestLoop::callThread() {
+bool RequestLoop::callThread() {
     if (m_idle > m_called) {
         ++m_called;
         m_forIdle.notifyOne();
-        return;
+        return true;
     }
     try {
-        startThread();
+        return startThread();
     } catch (const std::exception&) {
-        // Whoever is free next sees what is to be done.
+        // The next one who needs it tries again.
+        return false;
     }
 }
 
-void RequestLoop::startThread() {
+bool RequestLoop::startThread() {
     if (m_ended || m_threads.size() >= mostThreads)
-        return;
+        return false;
     const SignalsBlocked blocked;
     m_threads.emplace_back([this] { work(); });
+    return true;
 }
 
 } // namespace storage::mount

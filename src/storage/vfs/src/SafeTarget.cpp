@@ -34,4 +34,14 @@ std::optional<std::string> SafeTarget::objection(const StorageIRI& source,
     return std::nullopt;
 }
 
+std::optional<std::string> SafeTarget::objectionToFolder(const StorageIRI& top,
+                                                         const StorageIRI& folder) const {
+    if (!m_guarded)
+        return std::nullopt;
+    for (auto at = folder; at != top; at = at.parent())
+        if (isSymbolicLink(at))
+            return "a symbolic link stands in the place of a folder above it";
+    return std::nullopt;
+}
+
 } // namespace storage::vfs

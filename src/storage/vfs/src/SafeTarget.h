@@ -20,6 +20,12 @@ public:
     std::optional<std::string> objection(const foundation::storage::provider::StorageIRI& source,
                                          const foundation::storage::provider::StorageIRI& destination) const;
 
+    /// Why nothing must be put into `folder`, which was made below `top` some time ago: another program may
+    /// have put a link in its place since. Precondition: `folder` is `top` or lies below it.
+    std::optional<std::string>
+    objectionToFolder(const foundation::storage::provider::StorageIRI& top,
+                      const foundation::storage::provider::StorageIRI& folder) const;
+
 private:
     const MountedContainer& m_from;
     const bool m_guarded;

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <numeric>
+#include <optional>
 #include <vector>
 
 namespace storage::vfs {
@@ -32,6 +33,16 @@ std::vector<FolderEntry> entriesOf(IProvider& provider, const StorageIRI& folder
         entries.push_back(listing->current());
     }
     return entries;
+}
+
+/// Whether `container` is `other` or lies in it.
+bool isInside(const StorageIRI& container, const StorageIRI& other) {
+    for (const auto* at = &container;; at = &at->getContainer()) {
+        if (*at == other)
+            return true;
+        if (!at->hasContainer())
+            return false;
+    }
 }
 
 void requireStorable(const StorageIRI& destination, bool folder) {
@@ -160,11 +171,12 @@ std::uint64_t TreeCopier::copyFolder(const MountedContainer& from, const Storage
     } catch (const std::exception&) {
         fail(source, destination);
     }
-    const auto enough = from.places ? mostWaiting : 1;
     WaitingFiles waiting;
+    waiting.top = destination;
+    waiting.ordered = from.places && !isInside(to.container, from.container);
     // A list of folders instead of recursion: archives can nest folders deeper than the stack.
     while (!pending.empty()) {
-        auto folder = std::move(pending.back());
+        const auto folder = std::move(pending.back());
         pending.pop_back();
         if (!makeFolder(folder.source, to, folder.destination))
             continue;
@@ -176,10 +188,10 @@ std::uint64_t TreeCopier::copyFolder(const MountedContainer& from, const Storage
             continue;
         }
         const auto firstSubfolder = pending.size();
-        const auto filesBefore = waiting.names.size();
+        waiting.folderIsNew = true;
         for (const auto& entry : entries) {
             if (!entry.isFolder()) {
-                waiting.names.push_back({waiting.folders.size(), entry.getName()});
+                addWaiting(from, to, waiting, folder, entry.getName());
                 continue;
             }
             FolderPair subfolder{folder.source.child(entry.getName()),
@@ -190,38 +202,53 @@ std::uint64_t TreeCopier::copyFolder(const MountedContainer& from, const Storage
                 pending.push_back(std::move(subfolder));
         }
         std::reverse(pending.begin() + static_cast<std::ptrdiff_t>(firstSubfolder), pending.end());
-        const auto found = waiting.names.size() - filesBefore;
-        if (found == 0)
-            continue;
-        waiting.length += found * folder.source.getResolvedPath().size();
-        waiting.folders.push_back(std::move(folder));
-        if (waiting.names.size() >= enough || waiting.length >= longestWaiting)
-            copyWaiting(from, to, waiting);
     }
     copyWaiting(from, to, waiting);
     return m_failures - failuresBefore;
 }
 
+void TreeCopier::addWaiting(const MountedContainer& from, const MountedContainer& to, WaitingFiles& waiting,
+                            const FolderPair& folder, const fl::i18n::ustring& name) {
+    if (waiting.folderIsNew)
+        waiting.folders.push_back(folder);
+    waiting.folderIsNew = false;
+    waiting.names.push_back({waiting.folders.size() - 1, name});
+    waiting.length += folder.source.getResolvedPath().size() + name.size();
+    if (!waiting.ordered || waiting.names.size() >= mostWaiting || waiting.length >= longestWaiting)
+        copyWaiting(from, to, waiting);
+}
+
 void TreeCopier::copyWaiting(const MountedContainer& from, const MountedContainer& to,
                              WaitingFiles& waiting) {
     const SafeTarget target(from, to);
+    const FolderPair* last = nullptr;
+    std::optional<std::string> folderObjection;
     for (const auto index : readingOrder(from, waiting)) {
         const auto& file = waiting.names[index];
         const auto& folder = waiting.folders[file.folder];
         const auto source = folder.source.child(file.name);
         const auto destination = folder.destination.child(file.name);
-        if (const auto objection = target.objection(source, destination))
+        // Other folders were written to since this one was made.
+        if (waiting.ordered && &folder != last)
+            folderObjection = target.objectionToFolder(waiting.top, folder.destination);
+        last = &folder;
+        if (folderObjection)
+            refuse(source, destination, *folderObjection);
+        else if (const auto objection = target.objection(source, destination))
             refuse(source, destination, *objection);
         else
             copyFile(from, source, to, destination);
     }
-    waiting = {};
+    waiting.folders.clear();
+    waiting.names.clear();
+    waiting.length = 0;
+    waiting.folderIsNew = true;
 }
 
 std::vector<std::size_t> TreeCopier::readingOrder(const MountedContainer& from, const WaitingFiles& waiting) {
     std::vector<std::size_t> order(waiting.names.size());
     std::iota(order.begin(), order.end(), std::size_t{0});
-    if (!from.places || order.size() < worthOrdering)
+    if (!waiting.ordered || order.size() < worthOrdering)
         return order;
     std::vector<fl::i18n::ustring> paths;
     paths.reserve(order.size());
