@@ -63,6 +63,8 @@ class Peers:
             if shutil.which(command[0]):
                 out = subprocess.run(command, capture_output=True, text=True, stdin=subprocess.DEVNULL)
                 lines = [line for line in (out.stdout + out.stderr).splitlines() if any(c.isdigit() for c in line)]
+                # A mount tells of its libraries, too.
+                lines.sort(key=lambda line: not line.startswith(command[0]))
                 yield f"{name}: {lines[0].strip() if lines else 'version unknown'}"
 
     def driven(self, action, archive, *arguments, without=()):
