@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <fcntl.h>
+#include <random>
 #include <sys/stat.h>
 #include <sys/xattr.h>
 #include <unistd.h>
@@ -212,6 +213,37 @@ void SimulatedCrash::losePower(const std::function<bool(Unsynced)>& loses) {
             ::removexattr(path.c_str(), markName);
         } else {
             EXPECT_TRUE(setAttributeOf(path, markName, contents.mark));
+        }
+    }
+}
+
+void SimulatedCrash::garble(unsigned seed) {
+    constexpr std::size_t blockSize = 512;
+    std::mt19937 random(seed);
+    for (const auto& folder : m_syncedNames) {
+        for (const auto& [name, inode] : readNames(folder.first)) {
+            const auto path = fs::path(folder.first) / name;
+            if (!fs::is_regular_file(fs::symlink_status(path))) {
+                continue;
+            }
+            auto bytes = slurp(path);
+            const auto synced = m_syncedFiles.find(inode);
+            const bool holdsOldOrNew = synced != m_syncedFiles.end();
+            auto before = holdsOldOrNew ? synced->second.bytes : std::string();
+            before.resize(bytes.size(), '\0');
+            for (std::size_t begin = 0; begin < bytes.size(); begin += blockSize) {
+                const auto size = std::min(blockSize, bytes.size() - begin);
+                if (bytes.compare(begin, size, before, begin, size) == 0) {
+                    continue;
+                }
+                const auto kind = random() % (holdsOldOrNew ? 2 : 3);
+                if (kind == 1) {
+                    bytes.replace(begin, size, before, begin, size);
+                } else if (kind == 2) {
+                    bytes.replace(begin, size, randomBytes(size, static_cast<unsigned>(random())));
+                }
+            }
+            spit(path, bytes);
         }
     }
 }

@@ -55,6 +55,11 @@ public:
     /// Takes back what was not synced, where `loses` returns true.
     void losePower(const std::function<bool(Unsynced)>& loses);
 
+    /// Lets each block that was written and not synced hold what it held before or what was written; one of a
+    /// file that was never synced also zeros, or bytes that were never written there. To be called before
+    /// losePower.
+    void garble(unsigned seed);
+
     int open(const char* path, int flags, mode_t mode) override;
     ssize_t write(int file, const char* buffer, std::size_t count, off_t position) override;
     ssize_t copyRange(int from, off_t fromPosition, int to, off_t toPosition, std::size_t count) override;

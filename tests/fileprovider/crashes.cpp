@@ -1,6 +1,8 @@
 #include "LocalFilesTest.h"
 #include "SimulatedCrash.h"
 
+#include <iostream>
+#include <iterator>
 #include <random>
 
 namespace kx::test {
@@ -44,6 +46,8 @@ enum class Loss {
     Bytes,
     Marks,
     Some,
+    /// Names and marks are kept or lost, of bytes anything may have come to stand where they were written.
+    Garbled,
 };
 
 class CrashTest : public LocalFilesTest, public testing::WithParamInterface<Scenario> {
@@ -99,6 +103,9 @@ protected:
     void losePower(SimulatedCrash& calls, Loss loss, unsigned seed) {
         using Unsynced = SimulatedCrash::Unsynced;
         std::mt19937 random(seed);
+        if (loss == Loss::Garbled) {
+            calls.garble(seed);
+        }
         calls.losePower([&](Unsynced what) {
             switch (loss) {
             case Loss::Nothing:
@@ -113,6 +120,8 @@ protected:
                 return what == Unsynced::MarkOfAFile;
             case Loss::Some:
                 return random() % 2 == 0;
+            case Loss::Garbled:
+                return what != Unsynced::BytesOfAFile && random() % 2 == 0;
             }
             return false;
         });
@@ -166,8 +175,9 @@ struct Stop {
     unsigned seed;
 };
 
-constexpr Stop stops[] = {{Loss::Nothing, 0}, {Loss::Everything, 0}, {Loss::Names, 0}, {Loss::Bytes, 0},
-                          {Loss::Marks, 0},   {Loss::Some, 1},       {Loss::Some, 2}};
+constexpr Stop stops[] = {{Loss::Nothing, 0}, {Loss::Everything, 0}, {Loss::Names, 0},
+                          {Loss::Bytes, 0},   {Loss::Marks, 0},      {Loss::Some, 1},
+                          {Loss::Some, 2},    {Loss::Garbled, 1},    {Loss::Garbled, 2}};
 
 } // namespace
 
@@ -191,6 +201,7 @@ TEST_P(CrashTest, AStopAtAnyMomentLeavesTheOldOrTheNewFile) {
             ASSERT_NO_FATAL_FAILURE(expectOldOrNew(saved));
         }
     }
+    std::cout << GetParam().name << ": " << whole->count() * std::size(stops) << " crash points" << std::endl;
 }
 
 TEST_P(CrashTest, ACompletedSaveSurvivesThePowerFailure) {
@@ -203,10 +214,11 @@ TEST_P(CrashTest, ACompletedSaveSurvivesThePowerFailure) {
 TEST_P(CrashTest, AStopDuringTheRecoveryIsRecoveredToo) {
     const auto whole = makeCalls();
     ASSERT_TRUE(saveWith(whole));
+    std::uint64_t points = 0;
     for (std::uint64_t moment = 1; moment <= whole->count(); ++moment) {
-        for (const auto loss : {Loss::Nothing, Loss::Everything}) {
+        for (const auto loss : {Loss::Nothing, Loss::Everything, Loss::Garbled}) {
             bool recoveryCrashed = true;
-            for (std::uint64_t second = 1; recoveryCrashed; ++second) {
+            for (std::uint64_t second = 1; recoveryCrashed; ++second, ++points) {
                 SCOPED_TRACE(testing::Message() << "before call " << moment << ", then before call " << second
                                                 << " of the recovery, loss " << static_cast<int>(loss));
                 startAgain();
@@ -224,6 +236,7 @@ TEST_P(CrashTest, AStopDuringTheRecoveryIsRecoveredToo) {
             }
         }
     }
+    std::cout << GetParam().name << ": " << points << " crash points of the recovery" << std::endl;
 }
 
 INSTANTIATE_TEST_SUITE_P(Saves, CrashTest, testing::ValuesIn(scenarios),
