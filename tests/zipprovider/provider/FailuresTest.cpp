@@ -436,6 +436,30 @@ TEST_F(FailingTemporaryFolder, ASaveThatIsDoneIsNoFailureThoughItsTemporaryArchi
     EXPECT_EQ(MountedZip(container).tree(), (Contents{{"f/", ""}}));
 }
 
+TEST_F(FailingTemporaryFolder, ATemporaryArchiveThatIsCutWhileItIsCopiedDoesNotReachTheContainer) {
+    replaceContainer(simpleArchive({{"a", "1"}}));
+    const auto before = archive();
+    const auto hooked = std::make_shared<HookedProvider>(memory);
+    MountedZip mounted(StorageItem(hooked, container.getLocation()));
+    const auto large = randomBytes(1'000'000, 1);
+    auto stream = mounted.writer("/large");
+    writeAll(*stream, large);
+    hooked->beforeNext(ProviderOperation::StreamWrite, [&] {
+        for (const auto& name : temporaryFiles()) {
+            if (name.ends_with("sanitized.zip")) {
+                std::filesystem::resize_file(temporary.path() / name, 500'000);
+            }
+        }
+    });
+    EXPECT_TRUE(throwsUntranslated<MiniZipException>("the temporary archive could not be read to the end",
+                                                     [&] { stream->close(); }));
+    stream.reset();
+    EXPECT_EQ(archive(), before);
+    mounted.createFolder("/f");
+    EXPECT_EQ(archiveProblems(archive(), {{"a", "1"}, {"large", large}, {"f/", ""}}), "");
+    EXPECT_TRUE(temporaryFiles().empty());
+}
+
 TEST_F(FailingTemporaryFolder, AVanishedWorkingFileFailsTheSaveUntilItsEntryIsRemoved) {
     mount({{"a", "1"}});
     auto stream = zip.writer("/b");
