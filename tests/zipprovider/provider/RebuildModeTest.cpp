@@ -168,5 +168,15 @@ TEST_F(ZipRebuild, GoesThePlainWayWhereTheLocalHeaderSaysSomethingElse) {
     EXPECT_TRUE(before == archive());
 }
 
+TEST_F(ZipRebuild, GivesNoEntryAnotherNameThanItHas) {
+    ArchiveBuilder builder;
+    builder.add("gr\xFC\xDF", "contents");
+    builder.last().versionMadeBy = 0;
+    mount(builder.build());
+    const auto before = archive();
+    EXPECT_ANY_THROW(zip.write("/added.txt", "added"));
+    EXPECT_TRUE(before == archive());
+}
+
 } // namespace
 } // namespace kx::test
