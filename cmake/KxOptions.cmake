@@ -71,6 +71,10 @@ if(WIN32)
   target_compile_definitions(kx_flags INTERFACE
     _FILE_OFFSET_BITS=64 _WIN32_WINNT=0x0A00 NOMINMAX STRICT UNICODE WIN32_LEAN_AND_MEAN __USE_MINGW_ANSI_STDIO=1)
 endif()
+if(CMAKE_UNITY_BUILD)
+  # What stands in an anonymous namespace counts as that of a header when its source is included.
+  target_compile_options(kx_flags INTERFACE -Wno-subobject-linkage)
+endif()
 if(KX_WERROR)
   target_compile_options(kx_flags INTERFACE -Werror)
 endif()

@@ -28,13 +28,15 @@ function(kx_add_library target)
     FILES_MATCHING PATTERN "*.h" PATTERN "src" EXCLUDE)
 endfunction()
 
-# kx_add_test(<target> SOURCES ... [POSIX_SOURCES ...] [LINK ...] [ENVIRONMENT ...] [TIMEOUT <s>] [LABELS ...])
+# kx_add_test(<target> SOURCES ... [POSIX_SOURCES ...] [LINK ...] [ENVIRONMENT ...] [TIMEOUT <s>] [LABELS ...]
+#             [WINDOWS_SHARDS <n>])
 #
 # A GoogleTest executable whose tests ctest runs one by one, each in its own process. POSIX_SOURCES are left out on
 # Windows; the call says why.
-# With WHOLE, ctest runs the executable once (for suites whose set-up is dear).
+# With WHOLE, ctest runs the executable once (for suites whose set-up is dear). On Windows it always does, since starting
+# a process under Wine takes longer than most tests; executables that run for minutes are split into WINDOWS_SHARDS.
 function(kx_add_test target)
-  cmake_parse_arguments(arg "WHOLE" "TIMEOUT" "SOURCES;POSIX_SOURCES;LINK;ENVIRONMENT;LABELS" ${ARGN})
+  cmake_parse_arguments(arg "WHOLE" "TIMEOUT;WINDOWS_SHARDS" "SOURCES;POSIX_SOURCES;LINK;ENVIRONMENT;LABELS" ${ARGN})
   if(NOT arg_TIMEOUT)
     set(arg_TIMEOUT 120)
   endif()
@@ -49,7 +51,19 @@ function(kx_add_test target)
   target_link_libraries(${target} PRIVATE ${arg_LINK} GTest::gmock GTest::gtest_main "$<BUILD_INTERFACE:kx_flags>")
   set_target_properties(${target} PROPERTIES RUNTIME_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/tests")
   set(environment "KX_SHARED_CORPUS=${PROJECT_SOURCE_DIR}/../shared/corpus" ${arg_ENVIRONMENT})
-  if(arg_WHOLE)
+  if(WIN32)
+    if(NOT arg_WINDOWS_SHARDS)
+      set(arg_WINDOWS_SHARDS 1)
+    endif()
+    foreach(shard RANGE 1 ${arg_WINDOWS_SHARDS})
+      math(EXPR index "${shard} - 1")
+      add_test(NAME ${target}.${shard}_of_${arg_WINDOWS_SHARDS} COMMAND ${target})
+      # What takes longest is begun first.
+      set_tests_properties(${target}.${shard}_of_${arg_WINDOWS_SHARDS} PROPERTIES
+        TIMEOUT 600 COST ${arg_WINDOWS_SHARDS} LABELS "${arg_LABELS}"
+        ENVIRONMENT "${environment};GTEST_BRIEF=1;GTEST_TOTAL_SHARDS=${arg_WINDOWS_SHARDS};GTEST_SHARD_INDEX=${index}")
+    endforeach()
+  elseif(arg_WHOLE)
     add_test(NAME ${target} COMMAND ${target})
     set_tests_properties(${target} PROPERTIES
       TIMEOUT ${arg_TIMEOUT} ENVIRONMENT "${environment}" LABELS "${arg_LABELS}")

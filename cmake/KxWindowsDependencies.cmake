@@ -58,6 +58,7 @@ add_library(kx_minizip STATIC
   "${minizip}/ioapi.c" "${minizip}/iowin32.c" "${minizip}/zip.c" "${minizip}/unzip.c")
 target_include_directories(kx_minizip SYSTEM PUBLIC "${kx_headers}/minizip")
 target_compile_options(kx_minizip PRIVATE -w)
+set_target_properties(kx_minizip PROPERTIES UNITY_BUILD OFF)
 target_link_libraries(kx_minizip PUBLIC ZLIB::ZLIB)
 add_library(PkgConfig::minizip ALIAS kx_minizip)
 

@@ -150,9 +150,9 @@ class Situation:
         shutil.rmtree(self.root, ignore_errors=True)
 
 
-def make_archive(path, generator):
+def make_archive(path, generator, megabytes=ARCHIVE_MEGABYTES):
     with zipfile.ZipFile(path, "w", zipfile.ZIP_STORED) as archive:
-        for number in range(ARCHIVE_MEGABYTES):
+        for number in range(megabytes):
             stamp = (2021, 1 + number % 12, 1 + number % 28, number % 24, number, 2 * (number % 30))
             archive.writestr(zipfile.ZipInfo(f"data/block-{number:02}.bin", stamp), generator.randbytes(1 << 20))
         archive.writestr(zipfile.ZipInfo("note.txt", (2020, 2, 29, 23, 59, 58)), "before\n")
@@ -338,4 +338,5 @@ def main():
         situation.remove()
 
 
-main()
+if __name__ == "__main__":
+    main()

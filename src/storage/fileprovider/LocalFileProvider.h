@@ -68,6 +68,7 @@ protected:
     void doSetLastModified(const StorageIRI& location, boost::posix_time::ptime time) override;
     void doSetWritable(const StorageIRI& location, bool writable) override;
     bool doHasFeature(foundation::storage::provider::Feature feature) override;
+    foundation::storage::provider::PathComparator doGetPathComparator() override;
     StorageIRI doGetCanonicalLocation(const StorageIRI& location) override;
     bool doExists(const StorageIRI& location) override;
     foundation::storage::provider::Existence doExistsExtended(const StorageIRI& location) override;

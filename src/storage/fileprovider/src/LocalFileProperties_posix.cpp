@@ -31,6 +31,8 @@ using foundation::storage::provider::Feature;
 using foundation::storage::provider::FileAttributes;
 using foundation::storage::provider::FilenameSensitivity;
 using foundation::storage::provider::FolderAttributes;
+using foundation::storage::provider::IProvider;
+using foundation::storage::provider::PathComparator;
 using foundation::storage::provider::ProviderStorageInfo;
 using foundation::storage::provider::StorageIRI;
 
@@ -230,6 +232,10 @@ ExtendedAttributes LocalFileProvider::doGetExtendedAttributes(const StorageIRI& 
 
 ProviderStorageInfo LocalFileProvider::doGetProviderStorageInfo() {
     return spaceAt("/");
+}
+
+PathComparator LocalFileProvider::doGetPathComparator() {
+    return IProvider::doGetPathComparator();
 }
 
 FilenameSensitivity LocalFileProvider::doGetFilenameSensitivity() {

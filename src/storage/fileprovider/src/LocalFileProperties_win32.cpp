@@ -5,6 +5,9 @@
 #include <storage/fileprovider/src/WindowsPath.h>
 #include <storage/fileprovider/src/WindowsSave.h>
 
+#include <string>
+#include <string_view>
+
 namespace storage::fileprovider {
 
 namespace fs = std::filesystem;
@@ -18,6 +21,7 @@ using foundation::storage::provider::Feature;
 using foundation::storage::provider::FileAttributes;
 using foundation::storage::provider::FilenameSensitivity;
 using foundation::storage::provider::FolderAttributes;
+using foundation::storage::provider::PathComparator;
 using foundation::storage::provider::ProviderStorageInfo;
 using foundation::storage::provider::StorageIRI;
 
@@ -46,6 +50,25 @@ ptime timeOf(const FileStatus& status) {
 /// The attribute of a folder says nothing about what may be made in it.
 bool isWritable(const FileStatus& status) {
     return status.isFolder ? status.index != 0 : !status.isReadOnly;
+}
+
+/// What the user may have of the drive that a folder stands on; of the current one for no path.
+ProviderStorageInfo spaceAt(const wchar_t* folder) {
+    ULARGE_INTEGER available{};
+    ULARGE_INTEGER total{};
+    if (::GetDiskFreeSpaceExW(folder, &available, &total, nullptr) == 0) {
+        return {};
+    }
+    return {total.QuadPart, available.QuadPart};
+}
+
+/// As the system's file systems compare names: unit by unit, each as its capital letter.
+int compareIgnoringCase(std::u16string_view a, std::u16string_view b) {
+    const std::wstring first(a.begin(), a.end());
+    const std::wstring second(b.begin(), b.end());
+    return ::CompareStringOrdinal(first.data(), static_cast<int>(first.size()), second.data(),
+                                  static_cast<int>(second.size()), TRUE) -
+           CSTR_EQUAL;
 }
 
 } // namespace
@@ -131,16 +154,22 @@ ExtendedAttributes LocalFileProvider::doGetExtendedAttributes(const StorageIRI& 
     result.lastModified = timeOf(status);
     result.writable = isWritable(status);
     result.properties["links"] = std::to_string(status.links);
+    const auto path = toWindowsPath(location);
+    if (status.isFolder && !path.empty()) {
+        if (const auto space = spaceAt(path.c_str()); space.totalBytes) {
+            result.properties["spaceTotal"] = std::to_string(*space.totalBytes);
+            result.properties["spaceFree"] = std::to_string(*space.freeBytes);
+        }
+    }
     return result;
 }
 
 ProviderStorageInfo LocalFileProvider::doGetProviderStorageInfo() {
-    ULARGE_INTEGER available{};
-    ULARGE_INTEGER total{};
-    if (::GetDiskFreeSpaceExW(nullptr, &available, &total, nullptr) == 0) {
-        return {};
-    }
-    return {total.QuadPart, available.QuadPart};
+    return spaceAt(nullptr);
+}
+
+PathComparator LocalFileProvider::doGetPathComparator() {
+    return &compareIgnoringCase;
 }
 
 FilenameSensitivity LocalFileProvider::doGetFilenameSensitivity() {
