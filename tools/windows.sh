@@ -35,3 +35,4 @@ tools/windows/check-installation.sh build/windows
 # Once more, since Wine's desktop leaves while the build idles and the first tests would start it on ctest's pipes.
 wine cmd /c exit
 ctest --preset windows --parallel "$jobs"
+echo "The Windows build and its tests took $((SECONDS / 60)) minutes and $((SECONDS % 60)) seconds."
