@@ -4,13 +4,14 @@
 #
 # usage: tools/windows.sh [JOBS]
 #
-# KX_WINDOWS_CACHE is the folder that survives between runs (sources, Wine prefix); default ~/.cache/kxvfs-windows.
+# KX_WINDOWS_CACHE is the folder that survives between runs, for the sources; default ~/.cache/kxvfs-windows. The Wine
+# prefix is the build's own, so that several clones do not disturb one another.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
 jobs=${1:-$(nproc)}
 cache=${KX_WINDOWS_CACHE:-$HOME/.cache/kxvfs-windows}
-export KX_WINEPREFIX=$cache/prefix WINEPREFIX=$cache/prefix WINEDEBUG=-all
+export KX_WINEPREFIX=$PWD/build/wine WINEPREFIX=$PWD/build/wine WINEDEBUG=-all
 # The C library of Windows knows time zones in this form only; the suite must not depend on UTC.
 export TZ=CET-1CEST
 
@@ -18,6 +19,9 @@ wine() { tools/windows/run-in-wine.sh build/windows/bin/win64 "$@" >/dev/null 2>
 
 tools/install-packages.sh build test windows
 tools/windows/prepare.sh "$cache"
+mkdir -p "$WINEPREFIX"
+# One that an interrupted run has left.
+wineserver -k >/dev/null 2>&1 || true
 
 # A server that stays, started away from our streams: otherwise every test waits for Wine's services to end.
 wineserver -p >/dev/null 2>&1 </dev/null || true

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Puts what the Windows build needs beyond Debian's binary packages into CACHE: the sources of Boost.Log (with what it
-# stands on), of Boost.Iostreams and of minizip from Debian's source packages, and a Wine prefix.
+# stands on), of Boost.Iostreams and of minizip from Debian's source packages.
 #
 # usage: tools/windows/prepare.sh CACHE
 #

@@ -1,9 +1,9 @@
 #!/bin/sh
 # Runs a Windows program: run-in-wine.sh LIBRARY-FOLDER PROGRAM [ARGUMENT...]
 #
-# KX_WINEPREFIX is the Wine prefix to use (tools/windows.sh sets it up). File names need a UTF-8 locale: under C every
-# name outside ASCII fails.
-WINEPREFIX=${KX_WINEPREFIX:-$HOME/.cache/kxvfs-windows/prefix}
+# KX_WINEPREFIX is the Wine prefix to use, by default the one that tools/windows.sh sets up. File names need a UTF-8
+# locale: under C every name outside ASCII fails.
+WINEPREFIX=${KX_WINEPREFIX:-$(cd "$(dirname "$0")/../.." && pwd)/build/wine}
 WINEDEBUG=${WINEDEBUG:--all}
 WINEDLLOVERRIDES='mscoree,mshtml=;winemenubuilder.exe=d'
 WINEPATH=$1
