@@ -29,8 +29,8 @@ trap 'wineserver -k >/dev/null 2>&1 || true' EXIT
 wine wineboot
 
 # The tests compare with what the tool for this machine writes.
-test -f build/release/build.ninja || cmake --preset release
-cmake --build --preset release --parallel "$jobs" --target kxvfs kxzipprovider
+cmake --preset windows-peer
+cmake --build --preset windows-peer --parallel "$jobs"
 
 cmake --preset windows -DKX_WINDOWS_SOURCES="$cache/sources"
 cmake --build --preset windows --parallel "$jobs"

@@ -19,7 +19,7 @@ using foundation::storage::provider::StorageItem;
 namespace {
 
 StorageIRI locationOf(const std::filesystem::path& file) {
-    return StorageIRI::fromLocalPath(fl::i18n::fromUtf8(file.string()));
+    return StorageIRI::fromLocalPath(std::filesystem::absolute(file).generic_u16string());
 }
 
 } // namespace

@@ -29,6 +29,9 @@ class Side:
         for number, name in enumerate(NAMES):
             (folder / name).write_bytes((name * 500).encode() + bytes(range(256)) * number)
         (folder / "empty.txt").write_bytes(b"")
+        (folder / "tree" / "Below").mkdir(parents=True)
+        for name in ["b.txt", "A.txt", "Z.txt", "ä.txt", "Below/x"]:
+            (folder / "tree" / name).write_bytes(name.encode())
 
     def keep(self):
         if self.archive.exists():
@@ -71,6 +74,7 @@ def work(sides):
     run_on(sides, ["create", "{a}"])
     run_on(sides, ["mkdir", "-p", "{a}/docs/ordner-ß"])
     run_on(sides, ["cp", *["{}/" + name for name in [*NAMES, "empty.txt"]], "{a}/docs/"])
+    run_on(sides, ["cp", "-r", "{}/tree", "{a}/"])
     run_on(sides, ["write", "{a}/notes.md"], b"# notes\n" * 100)
     run_on(sides, ["write", "--append", "{a}/notes.md"], b"more\n")
     run_on(sides, ["mv", "{a}/docs/plain.txt", "{a}/docs/ordner-ß/moved.txt"])
@@ -94,7 +98,7 @@ def main():
                     sys.exit(f"{side.archive} holds damaged data")
                 # The names are UTF-8 without the flag that says so.
                 names = {name.encode("cp437").decode() for name in archive.namelist()}
-            if not {"notes.md", "docs/日本語.txt", "docs/emoji-😀.txt", "docs/ordner-ß/moved.txt"} <= names:
+            if not {"notes.md", "docs/日本語.txt", "docs/emoji-😀.txt", "docs/ordner-ß/moved.txt", "tree/Below/x"} <= names:
                 sys.exit(f"{side.archive} holds {sorted(names)}")
     if results[0] != results[1]:
         sys.exit("the two archives differ")

@@ -14,9 +14,10 @@ struct Environment;
 ///
 /// Paths are resolved by the system: symbolic links are followed, except by remove and move, which work on
 /// the link itself. Names are UTF-8; bytes of a name that are not appear as U+FFFD in listings, and such a
-/// file cannot be addressed. Listings are ordered by UTF-16 code units. A link that leads nowhere, a device,
-/// a FIFO and a socket are listed as files; opening one of the latter is refused (NotSupported) without
-/// waiting for its other end.
+/// file cannot be addressed. Listings are ordered by UTF-16 code units, on Windows by those of capital
+/// letters, since names that differ in letter case alone are the same there. A link that leads nowhere, a
+/// device, a FIFO and a socket are listed as files; opening one of the latter is refused (NotSupported)
+/// without waiting for its other end.
 ///
 /// Saving: a stream of openStream writes to a staging file, and close() puts the new contents in place as a
 /// whole; a stream destroyed without close() leaves the file as it was. The file stays the file it was:

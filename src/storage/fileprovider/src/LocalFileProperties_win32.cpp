@@ -2,11 +2,11 @@
 
 #include <foundation/storage/provider/Exception.h>
 #include <storage/fileprovider/src/WindowsFile.h>
+#include <storage/fileprovider/src/WindowsNames.h>
 #include <storage/fileprovider/src/WindowsPath.h>
 #include <storage/fileprovider/src/WindowsSave.h>
 
 #include <string>
-#include <string_view>
 
 namespace storage::fileprovider {
 
@@ -60,15 +60,6 @@ ProviderStorageInfo spaceAt(const wchar_t* folder) {
         return {};
     }
     return {total.QuadPart, available.QuadPart};
-}
-
-/// As the system's file systems compare names: unit by unit, each as its capital letter.
-int compareIgnoringCase(std::u16string_view a, std::u16string_view b) {
-    const std::wstring first(a.begin(), a.end());
-    const std::wstring second(b.begin(), b.end());
-    return ::CompareStringOrdinal(first.data(), static_cast<int>(first.size()), second.data(),
-                                  static_cast<int>(second.size()), TRUE) -
-           CSTR_EQUAL;
 }
 
 } // namespace
@@ -169,7 +160,7 @@ ProviderStorageInfo LocalFileProvider::doGetProviderStorageInfo() {
 }
 
 PathComparator LocalFileProvider::doGetPathComparator() {
-    return &compareIgnoringCase;
+    return &compareNames;
 }
 
 FilenameSensitivity LocalFileProvider::doGetFilenameSensitivity() {

@@ -12,7 +12,7 @@
 
 namespace storage::fileprovider {
 
-/// The entries of a folder as they are at the moment, ordered by UTF-16 code units; only those of one kind
+/// The entries of a folder as they are at the moment, in the order of compareNames; only those of one kind
 /// when it is given. Working files of saves are left out. The root (an empty path) holds the drives. Errors:
 /// NotFound when there is no such folder, AccessDenied.
 std::unique_ptr<foundation::storage::provider::IFolderEntryIterator>

@@ -101,8 +101,10 @@ std::unique_ptr<IFolderEntryIterator> listFolder(const StorageIRI& iri, const fs
             entries.emplace_back(ustring(entry.name.begin(), entry.name.end()), entryKind);
         }
     }
-    std::sort(entries.begin(), entries.end(),
-              [](const FolderEntry& a, const FolderEntry& b) { return a.getName() < b.getName(); });
+    std::sort(entries.begin(), entries.end(), [](const FolderEntry& a, const FolderEntry& b) {
+        const int order = compareNames(a.getName(), b.getName());
+        return order != 0 ? order < 0 : a.getName() < b.getName();
+    });
     return std::make_unique<SnapshotIterator>(std::move(entries));
 }
 

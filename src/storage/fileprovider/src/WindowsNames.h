@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <string>
+#include <string_view>
 
 namespace storage::fileprovider {
 
@@ -19,5 +20,9 @@ std::filesystem::path nameLockFor(const std::filesystem::path& stateFolder,
 
 /// Whether a name, without its folder, is that of a working file beside a target.
 bool isWorkingFile(const std::wstring& name);
+
+/// Order of names and paths as the system has it: unit by unit, each as its capital letter. Negative, zero or
+/// positive as `a` comes before, equals or comes after `b`.
+int compareNames(std::u16string_view a, std::u16string_view b);
 
 } // namespace storage::fileprovider

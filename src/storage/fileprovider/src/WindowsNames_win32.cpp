@@ -41,4 +41,12 @@ bool isWorkingFile(const std::wstring& name) {
     return isWorkingName(textOf(name));
 }
 
+int compareNames(std::u16string_view a, std::u16string_view b) {
+    const std::wstring first(a.begin(), a.end());
+    const std::wstring second(b.begin(), b.end());
+    return ::CompareStringOrdinal(first.data(), static_cast<int>(first.size()), second.data(),
+                                  static_cast<int>(second.size()), TRUE) -
+           CSTR_EQUAL;
+}
+
 } // namespace storage::fileprovider
