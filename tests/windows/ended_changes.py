@@ -34,18 +34,31 @@ class Situation:
 
     def __init__(self, root, wine, tool, ctrl_c):
         self.root, self.wine, self.tool, self.ctrl_c = root, wine, windows_path(tool), windows_path(ctrl_c)
-        self.folder, self.temporary = root / "folder", root / "tmp-名"
+        self.folder, self.prefix = root / "folder", root / "prefix"
         self.folder.mkdir()
-        self.temporary.mkdir()
+        self.environment = dict(os.environ, WINEPREFIX=str(self.prefix), KX_WINEPREFIX=str(self.prefix))
+        self.prepare()
         self.file = self.folder / "plans-名.zip"
         self.typed = windows_path(self.file)
 
+    def prepare(self):
+        """A Wine prefix of its own, so that nobody else uses its folder for temporary files."""
+        self.prefix.mkdir()
+        for command in (["wineserver", "-p"], [*self.wine, "wineboot"]):
+            subprocess.run(command, env=self.environment, stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
+                           stderr=subprocess.DEVNULL, check=True)
+        self.temporary = next(path for path in self.prefix.glob("drive_c/users/*/Temp") if "Public" not in path.parts)
+        for path in self.temporary.iterdir():
+            sys.exit(f"{path} stands in a new folder for temporary files")
+
+    def end(self):
+        subprocess.run(["wineserver", "-k"], env=self.environment, check=False)
+
     def start(self, arguments, before=()):
         words = [windows_path(word) if str(word).startswith("/") else str(word) for word in arguments]
-        environment = dict(os.environ, TMPDIR=windows_path(self.temporary))
         # Files, since Wine's server may keep a killed process's end of a pipe for a while.
         with open(self.root / "output", "wb") as output, open(self.root / "errors", "wb") as errors:
-            return subprocess.Popen([*self.wine, *before, self.tool, *words], env=environment,
+            return subprocess.Popen([*self.wine, *before, self.tool, *words], env=self.environment,
                                     stdin=subprocess.DEVNULL, stdout=output, stderr=errors, start_new_session=True)
 
     def fail(self, what):
@@ -72,13 +85,17 @@ def kill(situation, arguments, moments):
 
 
 def interrupt(situation, arguments, moments):
-    """Runs a change and sends it Ctrl-C. Whether it was under way; everything is to be clean then."""
-    process = situation.start(arguments, [situation.ctrl_c, str(int(1000 * moments.choose()))])
+    """Runs a change and sends it Ctrl-C. Whether it was under way; everything is to be clean then. Wine ends a program
+    that is just starting with status 0, or does not tell it."""
+    moments.delay = moments.generator.uniform(0.5, 1) * moments.duration
+    process = situation.start(arguments, [situation.ctrl_c, str(int(1000 * moments.delay))])
     status = process.wait()
     if status not in (0, INTERRUPTED):
         situation.fail(f"{arguments} ended with {status}")
     if status == 0:
-        moments.came_too_late(int((situation.root / "output").read_text() or "0") / 1000)
+        lasted = (situation.root / "output").read_text()
+        if lasted:
+            moments.came_too_late(int(lasted) / 1000)
         return False
     moments.hit(situation.strays())
     end = time.monotonic() + CLEANING_SECONDS
@@ -120,11 +137,11 @@ def run(situation, end, endings, generator):
         changes.made += after != before
         counts["too late" if not was_under_way else "old" if after == before else "new"] += 1
         before = after
-        if counts["too late"] > 3 * endings:
+        if counts["too late"] > 8 * endings:
             sys.exit("hardly any ending finds a change under way: they prove nothing")
     print(f"{endings} endings, after which the archive was the old one {counts['old']} times and the new one "
-          f"{counts['new']} times; {counts['too late']} more came too late; {moments.interrupted_saves} found the save "
-          f"itself under way; {changes.made} changes were made")
+          f"{counts['new']} times; {counts['too late']} more came too late or too soon; {moments.interrupted_saves} "
+          f"found the save itself under way; {changes.made} changes were made")
     if not changes.made:
         sys.exit("no change was ever made: the endings prove nothing")
 
@@ -135,7 +152,11 @@ def main():
     seed = int(os.environ.get("KX_SEED", time.time_ns() % 1_000_000))
     print(f"KX_SEED={seed}")
     with tempfile.TemporaryDirectory(prefix="kx-ended-名-") as root:
-        run(Situation(pathlib.Path(root), wine, *sys.argv[4:]), end, endings, random.Random(seed))
+        situation = Situation(pathlib.Path(root), wine, *sys.argv[4:])
+        try:
+            run(situation, end, endings, random.Random(seed))
+        finally:
+            situation.end()
 
 
 if __name__ == "__main__":

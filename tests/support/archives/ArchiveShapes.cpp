@@ -30,14 +30,23 @@ std::string selfContainedBlock(const std::string& chunk) {
     return out;
 }
 
+/// Of two texts behind each other, the second one of that size. zlib's own type for it has 32 bits on
+/// Windows.
+uLong combinedCrc(uLong first, uLong second, std::uint64_t secondSize) {
+    constexpr std::uint64_t step = 1ULL << 30;
+    for (; secondSize > step; secondSize -= step)
+        first = crc32_combine(first, 0, static_cast<z_off_t>(step));
+    return crc32_combine(first, second, static_cast<z_off_t>(secondSize));
+}
+
 std::uint32_t repeatedCrc(std::uint32_t chunkCrc, std::uint64_t chunkSize, std::uint64_t count) {
     uLong crc = crc32(0, nullptr, 0);
     uLong power = chunkCrc;
     std::uint64_t powerSize = chunkSize;
     for (std::uint64_t left = count; left != 0; left >>= 1) {
         if (left & 1)
-            crc = crc32_combine(crc, power, static_cast<z_off_t>(powerSize));
-        power = crc32_combine(power, power, static_cast<z_off_t>(powerSize));
+            crc = combinedCrc(crc, power, powerSize);
+        power = combinedCrc(power, power, powerSize);
         powerSize *= 2;
     }
     return static_cast<std::uint32_t>(crc);
