@@ -82,9 +82,9 @@ clang: ## build everything with clang and its thread-safety analysis, and run th
 
 .PHONY: fuzz
 fuzz: ## run every fuzz target for FUZZ_SECONDS (default 60)
-	@tools/install-packages.sh build clang
+	@tools/install-packages.sh build test clang
 	$(call configure,fuzz)
-	@cmake --build --preset fuzz --parallel $(JOBS)
+	@cmake --build --preset fuzz --parallel $(JOBS) --target fuzz/all
 	@tools/fuzz.sh build/fuzz $(FUZZ_SECONDS)
 
 .PHONY: bench
