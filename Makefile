@@ -7,6 +7,7 @@ SHELL := /bin/bash
 JOBS ?= $(shell nproc)
 PREFIX ?= /usr/local
 FUZZ_SECONDS ?= 60
+PROVE_FUZZ_SECONDS ?= 600
 BENCH_ROUNDS ?= 5
 BENCH_WORK ?= build/bench/comparison
 BENCH_OUT ?= build/bench/results
@@ -86,6 +87,18 @@ fuzz: ## run every fuzz target for FUZZ_SECONDS (default 60)
 	$(call configure,fuzz)
 	@cmake --build --preset fuzz --parallel $(JOBS) --target fuzz/all
 	@tools/fuzz.sh build/fuzz $(FUZZ_SECONDS)
+
+.PHONY: mutants
+mutants: ## break the sources in many places, one at a time; the suite has to notice each
+	@tools/install-packages.sh build test clang
+	@tools/mutate.py --jobs $(JOBS)
+
+.PHONY: prove
+prove: ## the long loops: long tests, mutants, fuzzing for PROVE_FUZZ_SECONDS each, sanitizers, clang
+	@$(MAKE) test-long
+	@$(MAKE) mutants
+	@$(MAKE) fuzz FUZZ_SECONDS=$(PROVE_FUZZ_SECONDS)
+	@$(MAKE) sanitize clang
 
 .PHONY: bench
 bench: ## measure the hot pieces and compare with other ZIP programs; results in BENCH_OUT
