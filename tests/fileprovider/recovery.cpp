@@ -198,6 +198,15 @@ TEST_F(LocalFileRecovery, SaysWhenTheNewContentsAreNotThoseOfTheJournal) {
     EXPECT_TRUE(fs::exists(journal()));
 }
 
+TEST_F(LocalFileRecovery, SaysWhenAnotherFileStandsInThePlaceOfTheNewContents) {
+    stopWhileOverwriting();
+    spit(file("other"), randomBytes(20'000, 3));
+    fs::rename(file("other"), staging());
+    const auto text = expectError(ErrorCode::LocalFileSystem, [&] { read("a"); });
+    EXPECT_NE(text.find("does not hold the new contents"), std::string::npos) << text;
+    EXPECT_TRUE(fs::exists(journal()));
+}
+
 TEST_F(LocalFileRecovery, SaysWhenTheJournalOfAMarkedFileIsGone) {
     stopWhileOverwriting();
     if (attributeOf(file("a"), markName).empty()) {

@@ -66,6 +66,16 @@ TEST_F(SettledFilesTest, AFileWithSeveralNamesIsSearchedEachTime) {
     EXPECT_GT(opensToRead("a", "bytes"), 1);
 }
 
+TEST_F(SettledFilesTest, AFileWhoseTimeWasPutBackIsSearched) {
+    spit(file("a"), "bytes");
+    const auto time = fs::last_write_time(file("a"));
+    m_opens->later = 10;
+    opensToRead("a", "bytes");
+    spit(file("a"), "other");
+    fs::last_write_time(file("a"), time);
+    EXPECT_GT(opensToRead("a", "other"), 1);
+}
+
 TEST_F(SettledFilesTest, ADifferentFileOfThatNameIsSearched) {
     spit(file("a"), "bytes");
     spit(file("b"), "other");
