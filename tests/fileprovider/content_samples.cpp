@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <fcntl.h>
 #include <fstream>
 #include <random>
@@ -39,14 +40,18 @@ protected:
         m_after = randomBytes(given.after, 2);
         m_newFile = fileWith("after", m_after);
         const auto before = fileWith("before", m_before);
-        m_samples = sampleContents(m_environment, before.get(), given.before, given.after);
+        ASSERT_EQ(sampleContents(m_environment, before.get(), given.before, given.after, m_samples), 0);
         ASSERT_LE(m_samples.size(), 8192U);
     }
 
     bool fits(const std::string& bytes) const {
         const auto file = fileWith("present", bytes);
-        return fitsStoppedCopy(m_environment, file.get(),
-                               {m_samples, m_before.size(), m_after.size(), m_newFile.get()});
+        bool result = false;
+        EXPECT_EQ(compareWithStoppedCopy(m_environment, file.get(),
+                                         {m_samples, m_before.size(), m_after.size(), m_newFile.get()},
+                                         result),
+                  0);
+        return result;
     }
 
     /// As after a process that was killed when it had copied `count` bytes.
@@ -114,13 +119,29 @@ TEST_F(ContentSamples, FitWhereTheNewContentsEndTooEarly) {
     EXPECT_TRUE(fits(stoppedAfter(5000)));
 }
 
-TEST_F(ContentSamples, FitAnythingThatCannotBeRead) {
+TEST_F(ContentSamples, FitWhatMayNotBeRead) {
     begin(sizes[3]);
     std::ofstream(m_folder.file("closed")) << "foreign";
     const auto file = Descriptor::open(m_environment.calls, m_folder.file("closed").c_str(), O_WRONLY);
-    EXPECT_TRUE(fitsStoppedCopy(m_environment, file.get(),
-                                {m_samples, m_before.size(), m_after.size(), m_newFile.get()}));
-    EXPECT_EQ(sampleContents(m_environment, file.get(), 7, 100), "");
+    bool fits = false;
+    EXPECT_EQ(compareWithStoppedCopy(m_environment, file.get(),
+                                     {m_samples, m_before.size(), m_after.size(), m_newFile.get()}, fits),
+              0);
+    EXPECT_TRUE(fits);
+    std::string samples = "left over";
+    EXPECT_EQ(sampleContents(m_environment, file.get(), 7, 100, samples), 0);
+    EXPECT_EQ(samples, "");
+}
+
+TEST_F(ContentSamples, TellThatReadingFailed) {
+    begin(sizes[3]);
+    const auto folder = Descriptor::open(m_environment.calls, m_folder.path().c_str(), O_RDONLY);
+    bool fits = false;
+    EXPECT_EQ(compareWithStoppedCopy(m_environment, folder.get(),
+                                     {m_samples, m_before.size(), m_after.size(), m_newFile.get()}, fits),
+              EISDIR);
+    std::string samples;
+    EXPECT_EQ(sampleContents(m_environment, folder.get(), 7, 100, samples), EISDIR);
 }
 
 } // namespace kx::test

@@ -5,6 +5,7 @@
 #include <zlib.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <optional>
 #include <string_view>
 
@@ -52,12 +53,13 @@ private:
     std::uint64_t m_all = 0;
 };
 
-/// Shorter at the end of the file; disengaged when it cannot be read.
+/// Shorter at the end of the file; disengaged when it is not open for reading, or when that fails.
 std::optional<std::string> readStretch(const Environment& environment, int file, std::uint64_t begin,
-                                       std::uint64_t length) {
+                                       std::uint64_t length, int& error) {
     std::string bytes(static_cast<std::size_t>(length), '\0');
     const auto got = readAt(environment, file, bytes.data(), static_cast<std::int64_t>(length), begin);
     if (got < 0) {
+        error = errno == EBADF ? error : errno;
         return std::nullopt;
     }
     bytes.resize(static_cast<std::size_t>(got));
@@ -99,16 +101,19 @@ public:
         return m_mixed <= maximalMixedStretches;
     }
 
+    /// Of the reading: 0 or an errno.
+    int error() const { return m_error; }
+
 private:
     bool fitsOld(std::uint64_t begin, std::uint64_t length, const std::string& sample) {
-        const auto present = readStretch(m_environment, m_file, begin, length);
+        const auto present = readStretch(m_environment, m_file, begin, length, m_error);
         if (!present || present->empty() || sampleOf(*present) == sample) {
             return true;
         }
         if (begin >= m_contents.newSize) {
             return false;
         }
-        const auto wanted = readStretch(m_environment, m_contents.newFile, begin, present->size());
+        const auto wanted = readStretch(m_environment, m_contents.newFile, begin, present->size(), m_error);
         if (!wanted || wanted->size() < present->size() || *wanted == *present) {
             return true;
         }
@@ -117,8 +122,8 @@ private:
     }
 
     bool fitsGrown(std::uint64_t begin, std::uint64_t length) {
-        const auto present = readStretch(m_environment, m_file, begin, length);
-        const auto wanted = readStretch(m_environment, m_contents.newFile, begin, length);
+        const auto present = readStretch(m_environment, m_file, begin, length, m_error);
+        const auto wanted = readStretch(m_environment, m_contents.newFile, begin, length, m_error);
         return !present || !wanted || wanted->size() < present->size() ||
                std::equal(present->begin(), present->end(), wanted->begin(),
                           [](char is, char other) { return is == 0 || is == other; });
@@ -128,26 +133,33 @@ private:
     const int m_file;
     const CopiedContents& m_contents;
     int m_mixed = 0;
+    int m_error = 0;
 };
 
 } // namespace
 
-std::string sampleContents(const Environment& environment, int file, std::uint64_t oldSize,
-                           std::uint64_t newSize) {
+int sampleContents(const Environment& environment, int file, std::uint64_t oldSize, std::uint64_t newSize,
+                   std::string& samples) {
     const Stretches stretches(oldSize);
-    std::string samples;
+    samples.clear();
     for (std::uint64_t i = 0; i < stretches.count(); ++i) {
-        const auto bytes = readStretch(environment, file, stretches.begin(i), stretches.length(i, newSize));
+        int error = 0;
+        const auto bytes =
+            readStretch(environment, file, stretches.begin(i), stretches.length(i, newSize), error);
         if (!bytes) {
-            return {};
+            samples.clear();
+            return error;
         }
         samples += sampleOf(*bytes);
     }
-    return samples;
+    return 0;
 }
 
-bool fitsStoppedCopy(const Environment& environment, int file, const CopiedContents& contents) {
-    return StoppedCopy(environment, file, contents).fits();
+int compareWithStoppedCopy(const Environment& environment, int file, const CopiedContents& contents,
+                           bool& fits) {
+    StoppedCopy copy(environment, file, contents);
+    fits = copy.fits();
+    return copy.error();
 }
 
 } // namespace storage::fileprovider

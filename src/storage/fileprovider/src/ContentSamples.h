@@ -18,9 +18,10 @@ namespace storage::fileprovider {
 /// medium writes sectors as a whole; only in the one where the process stopped may new bytes stand before old
 /// ones. What has grown behind the old end is zeros or new bytes.
 
-/// The samples of a file that holds `oldSize` bytes and is to hold `newSize`. Empty when it cannot be read.
-std::string sampleContents(const Environment& environment, int file, std::uint64_t oldSize,
-                           std::uint64_t newSize);
+/// The samples of a file that holds `oldSize` bytes and is to hold `newSize`. Empty when it is not open for
+/// reading. Returns 0 or an errno.
+int sampleContents(const Environment& environment, int file, std::uint64_t oldSize, std::uint64_t newSize,
+                   std::string& samples);
 
 /// What a copy-over went from and to.
 struct CopiedContents {
@@ -31,8 +32,9 @@ struct CopiedContents {
     int newFile = -1;
 };
 
-/// Whether the samples of `file` fit a copy-over that was stopped at any moment. Stretches that cannot be
-/// read, or for which there is no sample, are taken to fit.
-bool fitsStoppedCopy(const Environment& environment, int file, const CopiedContents& contents);
+/// Whether the samples of `file` fit a copy-over that was stopped at any moment. A file that is not open for
+/// reading, and stretches for which there is no sample, are taken to fit. Returns 0 or an errno.
+int compareWithStoppedCopy(const Environment& environment, int file, const CopiedContents& contents,
+                           bool& fits);
 
 } // namespace storage::fileprovider

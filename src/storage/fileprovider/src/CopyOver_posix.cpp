@@ -133,7 +133,12 @@ public:
             static_cast<void>(removeJournal());
             throwJournalError(error);
         }
-        const bool marked = TargetMark::read(m_target.get()).has_value();
+        std::optional<TargetMark> mark;
+        if (error = TargetMark::read(m_target.get(), mark); error != 0 && !TargetMark::isHidden(error)) {
+            static_cast<void>(removeJournal());
+            throwSystemError(m_iri, error, "cannot tell whether the file is being saved");
+        }
+        const bool marked = mark.has_value();
         if (marked || !isTargetAsItWas()) {
             giveWay();
             return marked ? Begin::Marked : Begin::TargetChanged;
@@ -157,8 +162,12 @@ public:
     /// Step 3. Returns false when another copy-over was faster. `begun` becomes true when the step failed and
     /// could not be undone either.
     bool markTarget(bool& begun) {
-        m_journal.oldSamples =
-            sampleContents(*m_environment, m_target.get(), m_journal.oldSize, m_journal.newSize);
+        if (const int error = sampleContents(*m_environment, m_target.get(), m_journal.oldSize,
+                                             m_journal.newSize, m_journal.oldSamples);
+            error != 0) {
+            static_cast<void>(undo());
+            throwSystemError(m_iri, error, "cannot read the present contents");
+        }
         const int markError = TargetMark{m_journal.id, m_journalPath}.set(*m_environment, m_target.get());
         if (markError == EEXIST) {
             giveWay();
@@ -268,7 +277,7 @@ void settleEarlierSave(const EnvironmentPtr& environment, const StorageIRI& iri,
 
 /// The same for the save whose mark the target carries.
 void settleMarkedSave(const EnvironmentPtr& environment, const StorageIRI& iri, const std::string& target) {
-    if (::faccessat(AT_FDCWD, target.c_str(), R_OK, AT_EACCESS) != 0) {
+    if (::faccessat(AT_FDCWD, target.c_str(), R_OK, AT_EACCESS) != 0 && errno == EACCES) {
         throw Exception(ErrorCode::Busy, iri,
                         "the file is being saved through another hard link, or a save of it was interrupted; "
                         "only who may read the file can tell which");
@@ -340,7 +349,11 @@ int restoreTarget(const Environment& environment, const Journal& journal, int ta
     if (::fstat(target, &status) != 0) {
         return errno;
     }
-    if (const auto mark = TargetMark::read(target); mark && mark->id != journal.id) {
+    std::optional<TargetMark> mark;
+    if (const int error = TargetMark::read(target, mark); error != 0 && !TargetMark::isHidden(error)) {
+        return error;
+    }
+    if (mark && mark->id != journal.id) {
         return 0;
     }
     const auto size = static_cast<std::uint64_t>(status.st_size);

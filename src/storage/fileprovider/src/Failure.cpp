@@ -50,6 +50,10 @@ ErrorCode toErrorCode(int error) noexcept {
     }
 }
 
+bool isAbsence(int error) noexcept {
+    return error == ENOENT || error == ENOTDIR || error == ELOOP || error == ENAMETOOLONG || error == EACCES;
+}
+
 std::string systemText(int error) {
     auto text = std::generic_category().message(error);
     if (!text.empty()) {

@@ -10,6 +10,10 @@ namespace storage::fileprovider {
 /// The code that stands for an errno value.
 foundation::storage::provider::ErrorCode toErrorCode(int error) noexcept;
 
+/// Whether an errno value of looking for an item says that nothing is there that this user can see, as
+/// against a failure of looking.
+bool isAbsence(int error) noexcept;
+
 /// The system's own words for an errno value, as a lower-case clause.
 std::string systemText(int error);
 

@@ -84,9 +84,10 @@ public:
             return entry.d_type == DT_DIR ? EntryKind::Folder : EntryKind::File;
         }
         struct stat status {};
-        return ::fstatat(::dirfd(m_folder), entry.d_name, &status, 0) == 0 && S_ISDIR(status.st_mode)
-                   ? EntryKind::Folder
-                   : EntryKind::File;
+        if (::fstatat(::dirfd(m_folder), entry.d_name, &status, 0) != 0 && !isAbsence(errno)) {
+            throwSystemError(m_iri, errno, std::string("cannot tell what \"") + entry.d_name + "\" is");
+        }
+        return S_ISDIR(status.st_mode) ? EntryKind::Folder : EntryKind::File;
     }
 
 private:

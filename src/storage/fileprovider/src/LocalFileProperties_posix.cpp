@@ -84,8 +84,17 @@ struct stat requireStatus(const StorageIRI& location, const std::string& path) {
     return status;
 }
 
-bool isWritable(const struct stat& status, const std::string& path) {
-    return (status.st_mode & anyWriteBit) != 0 && ::faccessat(AT_FDCWD, path.c_str(), W_OK, AT_EACCESS) == 0;
+bool isWritable(const StorageIRI& location, const struct stat& status, const std::string& path) {
+    if ((status.st_mode & anyWriteBit) == 0) {
+        return false;
+    }
+    if (::faccessat(AT_FDCWD, path.c_str(), W_OK, AT_EACCESS) == 0) {
+        return true;
+    }
+    if (errno != EACCES && errno != EPERM && errno != EROFS && errno != ETXTBSY) {
+        throwSystemError(location, errno, "cannot tell whether it may be written");
+    }
+    return false;
 }
 
 /// Calls a function like getpwuid_r, which wants a buffer for the texts, and gives the name in its result.
@@ -139,7 +148,7 @@ FileAttributes LocalFileProvider::doGetFileAttributes(const StorageIRI& location
     }
     const auto size =
         S_ISREG(status.st_mode) ? std::optional(static_cast<std::uint64_t>(status.st_size)) : std::nullopt;
-    return {size, toTime(status.st_mtim), isWritable(status, path)};
+    return {size, toTime(status.st_mtim), isWritable(location, status, path)};
 }
 
 FolderAttributes LocalFileProvider::doGetFolderAttributes(const StorageIRI& location) {
@@ -148,7 +157,7 @@ FolderAttributes LocalFileProvider::doGetFolderAttributes(const StorageIRI& loca
     if (!S_ISDIR(status.st_mode)) {
         throwSystemError(location, ENOTDIR);
     }
-    return {toTime(status.st_mtim), isWritable(status, path)};
+    return {toTime(status.st_mtim), isWritable(location, status, path)};
 }
 
 void LocalFileProvider::doSetLastModified(const StorageIRI& location, ptime time) {
@@ -212,7 +221,7 @@ ExtendedAttributes LocalFileProvider::doGetExtendedAttributes(const StorageIRI& 
         result.size = static_cast<std::uint64_t>(status.st_size);
     }
     result.lastModified = toTime(status.st_mtim);
-    result.writable = isWritable(status, path);
+    result.writable = isWritable(location, status, path);
     result.properties["owner"] = nameById(&::getpwuid_r, &passwd::pw_name, status.st_uid);
     result.properties["group"] = nameById(&::getgrgid_r, &group::gr_name, status.st_gid);
     result.properties["permissions"] = permissionText(status.st_mode);

@@ -32,15 +32,27 @@ namespace {
 using Status = std::optional<struct stat>;
 
 /// Of the item itself, be it a link; disengaged when there is nothing.
-Status statusOfItself(const std::string& path) {
+Status statusOfItself(const StorageIRI& iri, const std::string& path) {
     struct stat status {};
-    return ::lstat(path.c_str(), &status) == 0 ? Status(status) : std::nullopt;
+    if (::lstat(path.c_str(), &status) == 0) {
+        return status;
+    }
+    if (!isAbsence(errno)) {
+        throwSystemError(iri, errno);
+    }
+    return std::nullopt;
 }
 
 /// Of what links lead to.
-Status statusOf(const std::string& path) {
+Status statusOf(const StorageIRI& iri, const std::string& path) {
     struct stat status {};
-    return ::stat(path.c_str(), &status) == 0 ? Status(status) : std::nullopt;
+    if (::stat(path.c_str(), &status) == 0) {
+        return status;
+    }
+    if (!isAbsence(errno)) {
+        throwSystemError(iri, errno);
+    }
+    return std::nullopt;
 }
 
 bool isFolderStatus(const Status& status) {
@@ -58,7 +70,7 @@ std::string placeOf(const std::string& path) {
 
 /// What must hold before a file or folder can be made or put at a location.
 void requireFolderAbove(const StorageIRI& iri, const std::string& path) {
-    if (!isFolderStatus(statusOf(std::string(parentOf(path))))) {
+    if (!isFolderStatus(statusOf(iri, std::string(parentOf(path))))) {
         throw Exception(ErrorCode::NotFound, iri, "the folder that it would stand in does not exist");
     }
 }
@@ -67,9 +79,15 @@ void requireFolderAbove(const StorageIRI& iri, const std::string& path) {
 /// finds it by name. `status` is that of the item itself.
 void settleInterruptedSave(const EnvironmentPtr& environment, const StorageIRI& iri, const std::string& path,
                            const Status& status) {
+    if (!status || !S_ISREG(status->st_mode)) {
+        return;
+    }
     std::string target;
-    if (status && S_ISREG(status->st_mode) && resolveLinks(path, target) == 0) {
+    const int error = resolveLinks(path, target);
+    if (error == 0) {
         static_cast<void>(Recoverer(environment, iri, target).recoverForReading());
+    } else if (!isAbsence(error)) {
+        throwSystemError(iri, error);
     }
 }
 
@@ -122,18 +140,18 @@ void LocalFileProvider::doCreateFolder(const StorageIRI& location) {
 
 bool LocalFileProvider::doIsFile(const StorageIRI& location) {
     const auto path = toLocalPath(location);
-    const auto status = statusOf(path);
+    const auto status = statusOf(location, path);
     // A link that leads nowhere is listed as a file.
-    return status ? !S_ISDIR(status->st_mode) : statusOfItself(path).has_value();
+    return status ? !S_ISDIR(status->st_mode) : statusOfItself(location, path).has_value();
 }
 
 bool LocalFileProvider::doIsFolder(const StorageIRI& location) {
-    return isFolderStatus(statusOf(toLocalPath(location)));
+    return isFolderStatus(statusOf(location, toLocalPath(location)));
 }
 
 void LocalFileProvider::doRemoveFile(const StorageIRI& location) {
     const auto path = toLocalPath(location);
-    const auto status = statusOfItself(path);
+    const auto status = statusOfItself(location, path);
     if (!status || S_ISDIR(status->st_mode)) {
         throwSystemError(location, status ? EISDIR : ENOENT);
     }
@@ -146,8 +164,8 @@ void LocalFileProvider::doRemoveFile(const StorageIRI& location) {
 void LocalFileProvider::doRemoveFolder(const StorageIRI& location) {
     const auto path = toLocalPath(location);
     int error = removeEmptyFolder(*m_environment, location, path);
-    const auto status = statusOfItself(path);
-    if (error == ENOTDIR && status && S_ISLNK(status->st_mode) && isFolderStatus(statusOf(path))) {
+    const auto status = statusOfItself(location, path);
+    if (error == ENOTDIR && status && S_ISLNK(status->st_mode) && isFolderStatus(statusOf(location, path))) {
         // A link to a folder is listed as one; removing it removes the link, as with files.
         error = m_environment->calls->unlink(path.c_str()) == 0 ? 0 : errno;
     }
@@ -158,7 +176,7 @@ void LocalFileProvider::doRemoveFolder(const StorageIRI& location) {
 
 void LocalFileProvider::doRemoveFolderRecursively(const StorageIRI& location) {
     const auto path = toLocalPath(location);
-    const auto status = statusOfItself(path);
+    const auto status = statusOfItself(location, path);
     if (status && S_ISLNK(status->st_mode)) {
         doRemoveFolder(location);
         return;
@@ -170,13 +188,13 @@ void LocalFileProvider::doMoveFile(const StorageIRI& source, const StorageIRI& d
                                    MoveOption option) {
     const auto from = toLocalPath(source);
     const auto to = toLocalPath(destination);
-    const auto fromStatus = statusOfItself(from);
+    const auto fromStatus = statusOfItself(source, from);
     if (!fromStatus || S_ISDIR(fromStatus->st_mode)) {
         throwSystemError(source, fromStatus ? EISDIR : ENOENT);
     }
     requireFolderAbove(destination, to);
-    const auto toStatus = statusOfItself(to);
-    if (toStatus && (!replacesExisting(option) || isFolderStatus(statusOf(to)))) {
+    const auto toStatus = statusOfItself(destination, to);
+    if (toStatus && (!replacesExisting(option) || isFolderStatus(statusOf(destination, to)))) {
         throwSystemError(destination, EEXIST);
     }
     settleInterruptedSave(m_environment, source, from, fromStatus);
@@ -209,16 +227,16 @@ void LocalFileProvider::doMoveFolder(const StorageIRI& source, const StorageIRI&
                                      MoveOption option) {
     const auto from = toLocalPath(source);
     const auto to = toLocalPath(destination);
-    const auto fromStatus = statusOf(from);
+    const auto fromStatus = statusOf(source, from);
     if (!isFolderStatus(fromStatus)) {
         throwSystemError(source, ENOENT);
     }
     requireFolderAbove(destination, to);
-    const auto toStatus = statusOfItself(to);
-    if (isSameItem(statusOfItself(from), toStatus) && replacesExisting(option)) {
+    const auto toStatus = statusOfItself(destination, to);
+    if (isSameItem(statusOfItself(source, from), toStatus) && replacesExisting(option)) {
         return;
     }
-    if (toStatus && (!replacesExisting(option) || isFolderStatus(statusOf(to)))) {
+    if (toStatus && (!replacesExisting(option) || isFolderStatus(statusOf(destination, to)))) {
         throwSystemError(destination, EEXIST);
     }
     int result = 0;
@@ -278,7 +296,7 @@ void LocalFileProvider::doCopyFileAtomic(const StorageIRI& source, const Storage
                                          MoveOption option) {
     const auto from = toLocalPath(source);
     const auto to = toLocalPath(destination);
-    const auto fromStatus = statusOf(from);
+    const auto fromStatus = statusOf(source, from);
     if (!fromStatus || S_ISDIR(fromStatus->st_mode)) {
         throwSystemError(source, fromStatus ? EISDIR : ENOENT);
     }
@@ -286,7 +304,7 @@ void LocalFileProvider::doCopyFileAtomic(const StorageIRI& source, const Storage
         throw Exception(ErrorCode::NotSupported, source, "not a regular file");
     }
     requireFolderAbove(destination, to);
-    if (replacesExisting(option) && isSameItem(fromStatus, statusOf(to))) {
+    if (replacesExisting(option) && isSameItem(fromStatus, statusOf(destination, to))) {
         return;
     }
     settleInterruptedSave(m_environment, source, from, fromStatus);
@@ -315,7 +333,7 @@ void LocalFileProvider::doTruncateToSize(const StorageIRI& file, std::uint64_t s
     request.mustExist = true;
     request.keep = size;
     const auto path = toLocalPath(file);
-    if (isFolderStatus(statusOf(path))) {
+    if (isFolderStatus(statusOf(file, path))) {
         throwSystemError(file, EISDIR);
     }
     SaveTransaction save(m_environment, file, request);

@@ -38,12 +38,12 @@ std::string join(std::string_view folder, std::string_view name) {
     return path;
 }
 
-/// Empty when it is no link.
-std::string readLink(const std::string& path) {
-    std::string target(PATH_MAX, '\0');
+/// The target stays empty when it is no link.
+int readLink(const std::string& path, std::string& target) {
+    target.resize(PATH_MAX);
     const auto size = ::readlink(path.c_str(), target.data(), target.size());
     target.resize(size > 0 ? static_cast<std::size_t>(size) : 0);
-    return target;
+    return size >= 0 || errno == EINVAL || errno == ENOENT ? 0 : errno;
 }
 
 std::string withoutTrailingSlashes(std::string path) {
@@ -109,9 +109,9 @@ int resolveLinks(const std::string& path, std::string& resolved) {
             return ENOENT;
         }
         resolved = join(folder, name);
-        const auto target = readLink(resolved);
-        if (target.empty()) {
-            return 0;
+        std::string target;
+        if (const int linkError = readLink(resolved, target); linkError != 0 || target.empty()) {
+            return linkError;
         }
         rest = withoutTrailingSlashes(target.front() == '/' ? target : join(folder, target));
     }

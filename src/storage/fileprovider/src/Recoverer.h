@@ -40,6 +40,8 @@ private:
     struct OpenJournal;
 
     RecoveryReport run(unsigned emptySlots);
+    /// Errors: the provider's, when it cannot be told whether there is one.
+    std::optional<TargetMark> readMark();
     Next settleJournals();
     Next settleJournal(const std::string& path);
     Next settleValid(const OpenJournal& journal, Descriptor& staging);
@@ -67,6 +69,8 @@ private:
     const std::string& m_target;
     const std::vector<WorkingNames> m_places;
     std::optional<TargetMark> m_mark;
+    /// Whether the file may carry a mark that this user cannot see.
+    bool m_markIsHidden = false;
     /// The id of the mark of a save that did not touch the target.
     std::string m_harmlessMark;
     RecoveryReport m_report;

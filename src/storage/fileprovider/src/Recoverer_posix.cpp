@@ -32,10 +32,16 @@ const foundation::log::basic_diagnostic_logger& logger() {
 // A slot becomes free when its saver is done, so dead ones may stand behind free ones.
 constexpr unsigned thoroughlyEmptySlots = 4;
 
-std::vector<WorkingNames> placesFor(const Environment& environment, const std::string& target) {
+std::vector<WorkingNames> placesFor(const Environment& environment, const StorageIRI& iri,
+                                    const std::string& target) {
     std::vector<WorkingNames> places{WorkingNames::beside(target)};
-    if (!environment.stateFolder.empty() && ::access(environment.stateFolder.c_str(), X_OK) == 0) {
+    if (environment.stateFolder.empty()) {
+        return places;
+    }
+    if (::access(environment.stateFolder.c_str(), X_OK) == 0) {
         places.push_back(WorkingNames::inStateFolder(environment.stateFolder, target));
+    } else if (!isAbsence(errno)) {
+        throwSystemError(iri, errno, "cannot look for interrupted saves in " + environment.stateFolder);
     }
     return places;
 }
@@ -56,7 +62,8 @@ struct Recoverer::OpenJournal {
 };
 
 Recoverer::Recoverer(const EnvironmentPtr& environment, const StorageIRI& iri, const std::string& target)
-    : m_environment(environment), m_iri(iri), m_target(target), m_places(placesFor(*environment, target)) {}
+    : m_environment(environment), m_iri(iri), m_target(target),
+      m_places(placesFor(*environment, iri, target)) {}
 
 RecoveryReport Recoverer::recoverAll() {
     return run(thoroughlyEmptySlots);
@@ -83,8 +90,18 @@ RecoveryReport Recoverer::run(unsigned emptySlots) {
     return std::move(m_report);
 }
 
+std::optional<TargetMark> Recoverer::readMark() {
+    std::optional<TargetMark> mark;
+    const int error = TargetMark::read(m_target, mark);
+    m_markIsHidden = TargetMark::isHidden(error);
+    if (error != 0 && !m_markIsHidden) {
+        throwSystemError(m_iri, error, "cannot tell whether a save of the file was interrupted");
+    }
+    return mark;
+}
+
 Recoverer::Next Recoverer::settleJournals() {
-    m_mark = TargetMark::read(m_target);
+    m_mark = readMark();
     std::vector<std::string> paths;
     for (const auto& names : m_places) {
         paths.push_back(names.journal());
@@ -97,7 +114,7 @@ Recoverer::Next Recoverer::settleJournals() {
             return Next::LookAgain;
         }
     }
-    const auto mark = TargetMark::read(m_target);
+    const auto mark = readMark();
     if (mark && mark->id == m_harmlessMark) {
         return Next::Done;
     }
@@ -168,8 +185,8 @@ Recoverer::Next Recoverer::settleValid(const OpenJournal& journal, Descriptor& s
         fail(ErrorCode::Busy,
              fmt::format(
                  "the file is being saved, or a save of it was interrupted; the file system cannot tell "
-                 "which, since it cannot lock {}",
-                 journal.stagingPath()));
+                 "which, since it cannot lock {}: {}",
+                 journal.stagingPath(), systemText(errno)));
     }
     if (!isUnchanged(journal) || !isSameFile(staging.get(), journal.stagingPath())) {
         return Next::LookAgain;
@@ -227,9 +244,12 @@ Recoverer::Match Recoverer::compareWithTarget(const OpenJournal& journal) const 
     const auto bootId = currentBootId();
     const bool sameRun = !bootId.empty() && bootId == content.bootId;
     const auto file = Descriptor::open(m_environment->calls, m_target.c_str(), O_PATH | O_NOFOLLOW);
+    if ((!file.isOpen() && !isAbsence(errno)) || (file.isOpen() && ::fstat(file.get(), &status) != 0)) {
+        throwSystemError(m_iri, errno, "cannot compare the file with the journal " + journal.path);
+    }
     // Another hard link to the file, or a renamed file, is recognised by the mark.
-    if (!file.isOpen() || ::fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode) ||
-        status.st_ino != content.inode || (sameRun && status.st_dev != content.device) ||
+    if (!S_ISREG(status.st_mode) || status.st_ino != content.inode ||
+        (sameRun && status.st_dev != content.device) ||
         (!marked && nameOf(content.target) != nameOf(m_target))) {
         return Match::Replaced;
     }
@@ -245,7 +265,7 @@ Recoverer::Match Recoverer::compareWithTarget(const OpenJournal& journal) const 
 }
 
 bool Recoverer::isFinished(const Journal& journal) const {
-    return journal.phase == CopyOverPhase::Overwriting && journal.marked &&
+    return journal.phase == CopyOverPhase::Overwriting && journal.marked && !m_markIsHidden &&
            !(m_mark && m_mark->id == journal.id);
 }
 
@@ -293,6 +313,9 @@ bool Recoverer::restorePrepared(const OpenJournal& journal) {
     struct stat status {};
     const bool marked = m_mark && m_mark->id == journal.content.id;
     const bool hasStatus = ::stat(m_target.c_str(), &status) == 0;
+    if (!hasStatus && !isAbsence(errno)) {
+        throwSystemError(m_iri, errno, "cannot undo an interrupted save that " + journal.path + " describes");
+    }
     const auto size = static_cast<std::uint64_t>(status.st_size);
     const bool mayHaveGrown =
         journal.content.phase == CopyOverPhase::Growing && hasStatus && size > journal.content.oldSize;
@@ -318,8 +341,11 @@ bool Recoverer::restorePrepared(const OpenJournal& journal) {
 void Recoverer::finishOverwriting(const OpenJournal& journal, const Descriptor& staging) {
     requireTrust(journal);
     struct stat status {};
-    if (::fstat(staging.get(), &status) != 0 || !S_ISREG(status.st_mode) ||
-        status.st_ino != journal.content.stagingInode || status.st_uid != journal.owner ||
+    if (::fstat(staging.get(), &status) != 0) {
+        throwSystemError(m_iri, errno, "cannot finish an interrupted save from " + journal.stagingPath());
+    }
+    if (!S_ISREG(status.st_mode) || status.st_ino != journal.content.stagingInode ||
+        status.st_uid != journal.owner ||
         static_cast<std::uint64_t>(status.st_size) != journal.content.newSize) {
         fail(ErrorCode::LocalFileSystem,
              fmt::format(
@@ -350,8 +376,13 @@ void Recoverer::discard(const OpenJournal& journal, RecoveryOutcome outcome, con
 
 void Recoverer::requireStoppedCopy(const OpenJournal& journal, int target, int staging) const {
     const auto& content = journal.content;
-    if (!fitsStoppedCopy(*m_environment, target,
-                         {content.oldSamples, content.oldSize, content.newSize, staging})) {
+    bool fits = false;
+    const int error = compareWithStoppedCopy(
+        *m_environment, target, {content.oldSamples, content.oldSize, content.newSize, staging}, fits);
+    if (error != 0) {
+        throwSystemError(m_iri, error, "cannot compare the file with the journal " + journal.path);
+    }
+    if (!fits) {
         failChanged(journal);
     }
 }
@@ -372,7 +403,10 @@ Descriptor Recoverer::openTarget(const OpenJournal& journal) const {
         throwSystemError(m_iri, errno,
                          "a save was interrupted, and finishing it needs permission to write the file");
     }
-    if (::fstat(target.get(), &status) != 0 || status.st_ino != journal.content.inode) {
+    if (::fstat(target.get(), &status) != 0) {
+        throwSystemError(m_iri, errno, "cannot finish or undo an interrupted save");
+    }
+    if (status.st_ino != journal.content.inode) {
         fail(ErrorCode::Busy, "the file is being replaced");
     }
     return target;

@@ -3,6 +3,7 @@
 #include <storage/fileprovider/src/Staging.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -11,8 +12,10 @@ namespace storage::fileprovider {
 
 namespace {
 
+/// Also where that cannot be told: what a journal may need must not be removed.
 bool exists(const std::string& path) {
-    return ::faccessat(AT_FDCWD, path.c_str(), F_OK, AT_SYMLINK_NOFOLLOW) == 0;
+    return ::faccessat(AT_FDCWD, path.c_str(), F_OK, AT_SYMLINK_NOFOLLOW) == 0 ||
+           (errno != ENOENT && errno != ENOTDIR);
 }
 
 bool anyJournal(const std::vector<WorkingNames>& places) {

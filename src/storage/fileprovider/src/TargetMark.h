@@ -18,10 +18,11 @@ struct TargetMark {
     std::string id;
     std::string journalPath;
 
-    /// Disengaged without a mark, and for one that names no journal.
-    static std::optional<TargetMark> read(const std::string& target);
-    /// The same; also disengaged for a file that is not open for reading.
-    static std::optional<TargetMark> read(int target);
+    /// `mark` is disengaged without a mark, and for one that names no journal. Returns 0 or an errno; one
+    /// that isHidden() says that there may be a mark which only who may read the file can see.
+    static int read(const std::string& target, std::optional<TargetMark>& mark);
+    static int read(int target, std::optional<TargetMark>& mark);
+    static bool isHidden(int error) noexcept;
     /// Never replaces another mark. Returns 0 or an errno; EEXIST when there is one.
     int set(const Environment& environment, int target) const;
     /// Removes the mark of the save with this id; that of another one stays. Returns 0 or an errno; a missing

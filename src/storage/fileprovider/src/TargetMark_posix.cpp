@@ -30,18 +30,33 @@ bool isMeaningless(int target) {
     return (size >= 0 || errno == ERANGE) && !parse(std::move(value), size);
 }
 
-} // namespace
-
-std::optional<TargetMark> TargetMark::read(const std::string& target) {
+/// Calls `get(buffer, size)`, which works like getxattr, for the mark.
+template <typename Get>
+int readWith(Get get, std::optional<TargetMark>& mark) {
     std::string value(largestValue, '\0');
-    const auto size = ::getxattr(target.c_str(), attributeName, value.data(), value.size());
-    return parse(std::move(value), size);
+    const auto size = get(value.data(), value.size());
+    const int error = size < 0 ? errno : 0;
+    mark = parse(std::move(value), size);
+    const bool noMark = error == ENODATA || error == ENOTSUP || error == ENOSYS || error == ERANGE ||
+                        error == ENOENT || error == ENOTDIR;
+    return noMark ? 0 : error;
 }
 
-std::optional<TargetMark> TargetMark::read(int target) {
-    std::string value(largestValue, '\0');
-    const auto size = ::fgetxattr(target, attributeName, value.data(), value.size());
-    return parse(std::move(value), size);
+} // namespace
+
+int TargetMark::read(const std::string& target, std::optional<TargetMark>& mark) {
+    return readWith(
+        [&](char* value, std::size_t size) { return ::getxattr(target.c_str(), attributeName, value, size); },
+        mark);
+}
+
+int TargetMark::read(int target, std::optional<TargetMark>& mark) {
+    return readWith(
+        [&](char* value, std::size_t size) { return ::fgetxattr(target, attributeName, value, size); }, mark);
+}
+
+bool TargetMark::isHidden(int error) noexcept {
+    return error == EACCES || error == EPERM;
 }
 
 int TargetMark::set(const Environment& environment, int target) const {
@@ -56,8 +71,12 @@ int TargetMark::set(const Environment& environment, int target) const {
 }
 
 int TargetMark::remove(const Environment& environment, int target, std::string_view id) {
+    std::optional<TargetMark> present;
     // Who may write the file but not read it cannot see whose mark it is.
-    if (const auto present = read(target); present && present->id != id) {
+    if (const int error = read(target, present); error != 0 && !isHidden(error)) {
+        return error;
+    }
+    if (present && present->id != id) {
         return 0;
     }
     if (environment.calls->removeAttribute(target, attributeName) == 0 || errno == ENODATA ||
