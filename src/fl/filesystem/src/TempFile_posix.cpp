@@ -68,8 +68,11 @@ ustring firstFreeName(std::string_view operation, ustring_view directory, ustrin
 
 /// Creates the file and opens it, or returns why not; `file` is set on success only.
 std::error_code createExclusively(const path& item, FileOwner& file) {
-    const int descriptor =
-        ::open(item.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, S_IRUSR | S_IWUSR);
+    int descriptor = -1;
+    do {
+        descriptor =
+            ::open(item.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, S_IRUSR | S_IWUSR);
+    } while (descriptor < 0 && errno == EINTR);
     if (descriptor < 0) {
         return lastError();
     }

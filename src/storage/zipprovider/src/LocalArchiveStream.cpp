@@ -26,7 +26,7 @@ LocalArchiveStream::LocalArchiveStream(const fl::filesystem::path& path)
 std::int64_t LocalArchiveStream::doRead(char* buffer, std::int64_t count) {
     errno = 0;
     const auto got = readingLocalFile(m_path, [&] { return m_file.sgetn(buffer, count); });
-    if (got < count && errno != 0) {
+    if (got < count && readingFailed()) {
         fail("read", errno);
     }
     return got < 0 ? 0 : got;

@@ -23,4 +23,11 @@ auto readingLocalFile(const fl::filesystem::path& file, Read read) {
     }
 }
 
+/// Whether a read that gave fewer bytes than asked for has failed, by the `errno` that readingLocalFile()
+/// leaves, rather than come to the end of the file. Standard streams make a call again that a signal has
+/// interrupted.
+inline bool readingFailed() noexcept {
+    return errno != 0 && errno != EINTR;
+}
+
 } // namespace storage::zipprovider

@@ -49,7 +49,7 @@ std::int64_t WorkingFileByteStream::doRead(char* buffer, std::int64_t count) {
     const auto here = m_device.seek(0, std::ios_base::cur, std::ios_base::in);
     m_device.seek(boost::iostreams::position_to_offset(here), std::ios_base::beg, std::ios_base::in);
     const auto got = readingLocalFile(m_entry->checkoutPath(), [&] { return m_device.read(buffer, count); });
-    if (got < count && errno != 0) {
+    if (got < count && readingFailed()) {
         fail("read", errno);
     }
     return got < 0 ? 0 : got;
