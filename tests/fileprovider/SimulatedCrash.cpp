@@ -3,6 +3,7 @@
 #include "LocalFilesTest.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <fcntl.h>
 #include <random>
@@ -20,6 +21,9 @@ namespace {
 constexpr const char* markName = "user.kxvfs.save";
 // So that copies and writes of a few kilobytes take several calls.
 constexpr std::size_t largestTransfer = 8192;
+// In 2009 and 2001: the runs that are simulated begin after what was written in the one before.
+constexpr timespec startOfRuns{1'230'768'000, 0};
+constexpr timespec lastWrites{978'307'200, 0};
 
 std::map<std::string, std::uint64_t> readNames(const std::string& folder) {
     std::map<std::string, std::uint64_t> names;
@@ -29,13 +33,18 @@ std::map<std::string, std::uint64_t> readNames(const std::string& folder) {
     return names;
 }
 
+std::string nextRun() {
+    static std::atomic<int> count = 0;
+    return std::to_string(++count);
+}
+
 fs::path pathOf(int file) {
     return fs::read_symlink("/proc/self/fd/" + std::to_string(file));
 }
 
 } // namespace
 
-SimulatedCrash::SimulatedCrash(const std::vector<fs::path>& folders) {
+SimulatedCrash::SimulatedCrash(const std::vector<fs::path>& folders) : m_run("simulated " + nextRun()) {
     for (const auto& folder : folders) {
         auto& names = m_syncedNames[folder.string()];
         names = readNames(folder.string());
@@ -182,6 +191,10 @@ int SimulatedCrash::removeAttribute(int file, const char* name) {
     return enter("removeAttribute") ? SystemCalls::removeAttribute(file, name) : -1;
 }
 
+storage::fileprovider::SystemRun SimulatedCrash::run() {
+    return {m_run, storage::fileprovider::toNanoseconds(startOfRuns)};
+}
+
 bool SimulatedCrash::putAside(const std::string& path) {
     return ::rename(path.c_str(), m_aside.file(std::to_string(m_asideCount++)).c_str()) == 0;
 }
@@ -215,6 +228,10 @@ void SimulatedCrash::losePower(const std::function<bool(Unsynced)>& loses) {
             EXPECT_TRUE(setAttributeOf(path, markName, contents.mark));
         }
     }
+    const timespec times[] = {{0, UTIME_OMIT}, lastWrites};
+    for (const auto& [inode, path] : present) {
+        EXPECT_EQ(::utimensat(AT_FDCWD, path.c_str(), times, AT_SYMLINK_NOFOLLOW), 0);
+    }
 }
 
 void SimulatedCrash::garble(unsigned seed) {
@@ -227,20 +244,25 @@ void SimulatedCrash::garble(unsigned seed) {
                 continue;
             }
             auto bytes = slurp(path);
-            const auto synced = m_syncedFiles.find(inode);
-            const bool holdsOldOrNew = synced != m_syncedFiles.end();
-            auto before = holdsOldOrNew ? synced->second.bytes : std::string();
+            auto before = m_syncedFiles[inode].bytes;
             before.resize(bytes.size(), '\0');
             for (std::size_t begin = 0; begin < bytes.size(); begin += blockSize) {
                 const auto size = std::min(blockSize, bytes.size() - begin);
                 if (bytes.compare(begin, size, before, begin, size) == 0) {
                     continue;
                 }
-                const auto kind = random() % (holdsOldOrNew ? 2 : 3);
-                if (kind == 1) {
+                switch (random() % 4) {
+                case 0:
                     bytes.replace(begin, size, before, begin, size);
-                } else if (kind == 2) {
+                    break;
+                case 1:
+                    bytes.replace(begin, size, size, '\0');
+                    break;
+                case 2:
                     bytes.replace(begin, size, randomBytes(size, static_cast<unsigned>(random())));
+                    break;
+                default:
+                    break;
                 }
             }
             spit(path, bytes);

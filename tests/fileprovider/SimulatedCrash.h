@@ -52,12 +52,12 @@ public:
         BytesOfAFile,
         MarkOfAFile,
     };
-    /// Takes back what was not synced, where `loses` returns true.
+    /// Takes back what was not synced, where `loses` returns true. The files then look as if they had been
+    /// written long before the next run of the system began.
     void losePower(const std::function<bool(Unsynced)>& loses);
 
-    /// Lets each block that was written and not synced hold what it held before or what was written; one of a
-    /// file that was never synced also zeros, or bytes that were never written there. To be called before
-    /// losePower.
+    /// Lets each block that was written and not synced hold what it held before, what was written, zeros, or
+    /// bytes that were never written there. To be called before losePower.
     void garble(unsigned seed);
 
     int open(const char* path, int flags, mode_t mode) override;
@@ -73,6 +73,8 @@ public:
     int setMode(int file, mode_t mode) override;
     int setAttribute(int file, const char* name, const void* value, std::size_t size, int flags) override;
     int removeAttribute(int file, const char* name) override;
+    /// Another run of the system for every object, and for those that go to the real one.
+    storage::fileprovider::SystemRun run() override;
 
 private:
     struct Contents {
@@ -88,6 +90,7 @@ private:
     void restoreFolder(const std::string& folder, const Names& names);
 
     const TemporaryFolder m_aside;
+    const std::string m_run;
     std::map<std::string, Names> m_syncedNames;
     std::map<std::uint64_t, Contents> m_syncedFiles;
     std::uint64_t m_asideCount = 0;

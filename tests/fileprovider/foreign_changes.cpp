@@ -121,6 +121,47 @@ TEST_F(ForeignChange, WhatWasAppendedToAPreparedFileStays) {
     expectNothingLeft();
 }
 
+TEST_F(ForeignChange, WhatAPowerFailureLeftOfUnsyncedBytesIsCopiedAndFinishedOver) {
+    const auto calls = makeCalls();
+    stopBeforeFirst("truncate", m_new, calls);
+    calls->garble(1);
+    calls->losePower([](auto) { return false; });
+    const auto garbled = slurp(file("a"));
+    ASSERT_TRUE(garbled != m_new && garbled != m_old);
+    const auto report = storage::fileprovider::recoverFile(iri("a"), options());
+    EXPECT_EQ(report.outcome, RecoveryOutcome::FinishedSave);
+    const auto copy = file("a.before-recovery");
+    EXPECT_TRUE(std::any_of(report.details.begin(), report.details.end(), [&](const std::string& detail) {
+        return detail.find(copy.string() + " is a copy") != std::string::npos;
+    }));
+    EXPECT_EQ(slurp(copy), garbled);
+    EXPECT_EQ(statusOf(copy).st_mode & 0777U, 0600U);
+    EXPECT_EQ(slurp(file("a")), m_new);
+    expectNothingLeft();
+}
+
+TEST_F(ForeignChange, ACopyOfWhatAPowerFailureLeftReplacesNoOther) {
+    spit(file("a.before-recovery"), "other");
+    const auto calls = makeCalls();
+    stopBeforeFirst("truncate", m_new, calls);
+    calls->garble(1);
+    calls->losePower([](auto) { return false; });
+    const auto garbled = slurp(file("a"));
+    EXPECT_EQ(recover("a"), RecoveryOutcome::FinishedSave);
+    EXPECT_EQ(slurp(file("a.before-recovery")), "other");
+    EXPECT_EQ(slurp(file("a.before-recovery1")), garbled);
+}
+
+TEST_F(ForeignChange, WhatWasWrittenAfterAPowerFailureIsRefused) {
+    const auto calls = makeCalls();
+    stopBeforeFirst("truncate", m_new, calls);
+    calls->garble(1);
+    calls->losePower([](auto) { return false; });
+    const auto foreign = randomBytes(12'000, 3);
+    spit(file("a"), foreign);
+    expectRefusal(foreign);
+}
+
 TEST_F(ForeignChange, ZerosThatAreReservedByWritingAreCutOffUnlessSomethingElseStandsThere) {
     for (const bool changed : {false, true}) {
         startWith(m_old);

@@ -46,11 +46,21 @@ void finishCopyOver(const Environment& environment, const foundation::storage::p
                     const Journal& journal, const std::string& journalPath, int target, int stagingFile);
 
 /// Undoes what step 2 did to the target, and takes the mark away; the journal stays. What another program has
-/// put behind the old contents stays too, and so does the time of modification. Does nothing while the target
-/// carries the mark of another copy-over. Returns 0 or an errno.
-int restoreTarget(const Environment& environment, const Journal& journal, int target);
+/// put behind the old contents stays too, unless `cutsAnything`, and so does the time of modification. Does
+/// nothing while the target carries the mark of another copy-over. Returns 0 or an errno.
+int restoreTarget(const Environment& environment, const Journal& journal, int target, bool cutsAnything);
 
-/// Identifies the run of the system since it was started; empty when unknown.
-std::string currentBootId();
+/// Whether the target may have grown by what step 2 writes where space cannot be reserved.
+bool mayHaveGrown(const Journal& journal, std::uint64_t size);
+
+/// Whether the system has stopped since the journal was written, and nobody has written the target after it
+/// was started again: then what was not synced may hold anything, and is nobody's.
+bool isAsTheSystemsStopLeftIt(const Environment& environment, const Journal& journal, int target);
+
+/// Has the journal take the target as it is for the old contents, so that finishing the save can be stopped
+/// and begun again like the save itself. Returns 0 or an errno; then the journal stands as it was, or
+/// renewed.
+int renewJournal(const EnvironmentPtr& environment, const Journal& journal, const std::string& journalPath,
+                 int target);
 
 } // namespace storage::fileprovider

@@ -12,7 +12,6 @@
 #include <cerrno>
 #include <fcntl.h>
 #include <fmt/format.h>
-#include <fstream>
 #include <optional>
 #include <random>
 #include <sys/stat.h>
@@ -52,6 +51,18 @@ int writeDraft(const EnvironmentPtr& environment, const Journal& journal, const 
         return error;
     }
     return file.close();
+}
+
+/// Puts a journal in the place of the one at `path`. Returns 0 or an errno.
+int replaceJournal(const EnvironmentPtr& environment, const Journal& journal, const std::string& draft,
+                   const std::string& path) {
+    if (const int error = writeDraft(environment, journal, draft); error != 0) {
+        return error;
+    }
+    if (environment->calls->rename(draft.c_str(), path.c_str()) != 0) {
+        return errno;
+    }
+    return syncFolder(*environment, std::string(parentOf(path)));
 }
 
 /// Tells one journal from another that stands in its place later; disengaged when there is none.
@@ -107,7 +118,7 @@ public:
         m_journal.stagingInode = stagingStatus.st_ino;
         m_journal.birthTime = birthTimeOf(m_target.get());
         m_journal.id = uniqueId();
-        m_journal.bootId = currentBootId();
+        m_journal.bootId = m_environment->calls->run().id;
         m_journal.target = m_targetPath;
         m_journal.stagingName = nameOf(m_staging.path());
     }
@@ -177,12 +188,15 @@ public:
         const auto before = m_journal.phase;
         int error = syncFile(*m_environment, m_target.get());
         if (error == 0) {
+            // Also where this ends by an exception, as when memory runs out.
+            begun = true;
             error = advance(CopyOverPhase::Overwriting);
         }
         if (error != 0) {
             m_journal.phase = before;
             // From a journal that may say "overwriting" the save is finished, for which the new contents are
             // needed.
+            begun = true;
             begun = undo() != 0;
             throwJournalError(error);
         }
@@ -218,20 +232,14 @@ private:
     /// Puts a journal of another phase in the place of the present one.
     int advance(CopyOverPhase phase) {
         m_journal.phase = phase;
-        const auto draft = m_staging.names.journalDraft(m_staging.slot);
-        if (const int error = writeDraft(m_environment, m_journal, draft); error != 0) {
-            return error;
-        }
-        if (m_environment->calls->rename(draft.c_str(), m_journalPath.c_str()) != 0) {
-            return errno;
-        }
-        return syncFolder(*m_environment, m_staging.names.folder());
+        return replaceJournal(m_environment, m_journal, m_staging.names.journalDraft(m_staging.slot),
+                              m_journalPath);
     }
 
     /// For a journal that is this one's own. A failure leaves it, from which the next one who opens the file
     /// undoes the rest.
     int undo() {
-        const int error = restoreTarget(*m_environment, m_journal, m_target.get());
+        const int error = restoreTarget(*m_environment, m_journal, m_target.get(), false);
         return error != 0 ? error : removeJournal();
     }
 
@@ -344,7 +352,11 @@ void finishCopyOver(const Environment& environment, const StorageIRI& iri, const
     environment.calls->unlink(stagingPath.c_str());
 }
 
-int restoreTarget(const Environment& environment, const Journal& journal, int target) {
+bool mayHaveGrown(const Journal& journal, std::uint64_t size) {
+    return journal.phase == CopyOverPhase::Growing && size > journal.oldSize && size <= journal.newSize;
+}
+
+int restoreTarget(const Environment& environment, const Journal& journal, int target, bool cutsAnything) {
     struct stat status {};
     if (::fstat(target, &status) != 0) {
         return errno;
@@ -358,8 +370,8 @@ int restoreTarget(const Environment& environment, const Journal& journal, int ta
     }
     const auto size = static_cast<std::uint64_t>(status.st_size);
     std::optional<bool> grew = false;
-    if (journal.phase == CopyOverPhase::Growing && size > journal.oldSize && size <= journal.newSize) {
-        grew = isZeroFrom(environment, target, journal.oldSize);
+    if (mayHaveGrown(journal, size)) {
+        grew = cutsAnything ? true : isZeroFrom(environment, target, journal.oldSize);
     }
     int error = grew ? 0 : errno;
     if (error == 0 && (*grew || (size == journal.oldSize && hasSpaceBehindItsEnd(status)))) {
@@ -373,11 +385,30 @@ int restoreTarget(const Environment& environment, const Journal& journal, int ta
     return error != 0 ? error : syncFile(environment, target);
 }
 
-std::string currentBootId() {
-    std::ifstream file("/proc/sys/kernel/random/boot_id");
-    std::string id;
-    std::getline(file, id);
-    return id;
+bool isAsTheSystemsStopLeftIt(const Environment& environment, const Journal& journal, int target) {
+    const auto run = environment.calls->run();
+    struct stat status {};
+    return !journal.bootId.empty() && !run.id.empty() && journal.bootId != run.id &&
+           ::fstat(target, &status) == 0 && toNanoseconds(status.st_mtim) < run.start;
+}
+
+int renewJournal(const EnvironmentPtr& environment, const Journal& journal, const std::string& journalPath,
+                 int target) {
+    struct stat status {};
+    if (::fstat(target, &status) != 0) {
+        return errno;
+    }
+    auto renewed = journal;
+    renewed.bootId = environment->calls->run().id;
+    renewed.oldSize = static_cast<std::uint64_t>(status.st_size);
+    if (const int error =
+            sampleContents(*environment, target, renewed.oldSize, renewed.newSize, renewed.oldSamples);
+        error != 0) {
+        return error;
+    }
+    const auto folder = std::string(parentOf(journalPath));
+    return replaceJournal(environment, renewed, journalDraftFor(folder + '/' + journal.stagingName),
+                          journalPath);
 }
 
 } // namespace storage::fileprovider

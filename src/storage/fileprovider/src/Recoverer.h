@@ -58,7 +58,9 @@ private:
     /// Removes the journal of a save that is finished or undone, and the staging file.
     void discard(const OpenJournal& journal, RecoveryOutcome outcome, const std::string& what);
     void finishOverwriting(const OpenJournal& journal, const Descriptor& staging);
-    void requireStoppedCopy(const OpenJournal& journal, int target, int staging) const;
+    void requireStoppedCopy(const OpenJournal& journal, int target, int staging);
+    /// Where bytes are about to be overwritten of which nobody can tell whose they are.
+    void keepWhatIsOverwritten(const OpenJournal& journal, int target);
     [[noreturn]] void failChanged(const OpenJournal& journal) const;
     Descriptor openTarget(const OpenJournal& journal) const;
     void found(RecoveryOutcome outcome, std::string detail);

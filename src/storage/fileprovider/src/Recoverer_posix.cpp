@@ -4,6 +4,7 @@
 #include <storage/fileprovider/src/CopyOver.h>
 #include <storage/fileprovider/src/Failure.h>
 #include <storage/fileprovider/src/FileIo.h>
+#include <storage/fileprovider/src/KeptCopy.h>
 #include <storage/fileprovider/src/LocalPath.h>
 #include <storage/fileprovider/src/Staging.h>
 #include <storage/fileprovider/src/Strays.h>
@@ -241,8 +242,8 @@ Recoverer::Match Recoverer::compareWithTarget(const OpenJournal& journal) const 
     struct stat status {};
     const auto& content = journal.content;
     const bool marked = m_mark && m_mark->id == content.id;
-    const auto bootId = currentBootId();
-    const bool sameRun = !bootId.empty() && bootId == content.bootId;
+    const auto run = m_environment->calls->run();
+    const bool sameRun = !run.id.empty() && run.id == content.bootId;
     const auto file = Descriptor::open(m_environment->calls, m_target.c_str(), O_PATH | O_NOFOLLOW);
     if ((!file.isOpen() && !isAbsence(errno)) || (file.isOpen() && ::fstat(file.get(), &status) != 0)) {
         throwSystemError(m_iri, errno, "cannot compare the file with the journal " + journal.path);
@@ -317,12 +318,12 @@ bool Recoverer::restorePrepared(const OpenJournal& journal) {
         throwSystemError(m_iri, errno, "cannot undo an interrupted save that " + journal.path + " describes");
     }
     const auto size = static_cast<std::uint64_t>(status.st_size);
-    const bool mayHaveGrown =
+    const bool hasGrown =
         journal.content.phase == CopyOverPhase::Growing && hasStatus && size > journal.content.oldSize;
-    if (mayHaveGrown) {
+    if (hasGrown) {
         requireTrust(journal);
     }
-    const bool mustRestore = marked || mayHaveGrown;
+    const bool mustRestore = marked || hasGrown;
     const bool named = marked && m_mark->journalPath == journal.path;
     const bool isOld = named && hasStatus && size == journal.content.oldSize;
     if ((!mustRestore || isOld) && !openToOverwrite(m_environment, m_target).isOpen()) {
@@ -331,7 +332,14 @@ bool Recoverer::restorePrepared(const OpenJournal& journal) {
         return !marked;
     }
     const auto target = openTarget(journal);
-    const int error = restoreTarget(*m_environment, journal.content, target.get());
+    // Not zeros, which is all that the save has written there.
+    const bool garbled = mayHaveGrown(journal.content, size) &&
+                         !isZeroFrom(*m_environment, target.get(), journal.content.oldSize).value_or(true) &&
+                         isAsTheSystemsStopLeftIt(*m_environment, journal.content, target.get());
+    if (garbled) {
+        keepWhatIsOverwritten(journal, target.get());
+    }
+    const int error = restoreTarget(*m_environment, journal.content, target.get(), garbled);
     if (error != 0 && mustRestore) {
         throwSystemError(m_iri, error, "cannot undo an interrupted save that " + journal.path + " describes");
     }
@@ -374,7 +382,7 @@ void Recoverer::discard(const OpenJournal& journal, RecoveryOutcome outcome, con
     found(outcome, fmt::format("{}; removed {} and {}", what, journal.path, journal.stagingPath()));
 }
 
-void Recoverer::requireStoppedCopy(const OpenJournal& journal, int target, int staging) const {
+void Recoverer::requireStoppedCopy(const OpenJournal& journal, int target, int staging) {
     const auto& content = journal.content;
     bool fits = false;
     const int error = compareWithStoppedCopy(
@@ -382,9 +390,36 @@ void Recoverer::requireStoppedCopy(const OpenJournal& journal, int target, int s
     if (error != 0) {
         throwSystemError(m_iri, error, "cannot compare the file with the journal " + journal.path);
     }
-    if (!fits) {
+    if (fits) {
+        return;
+    }
+    if (!isAsTheSystemsStopLeftIt(*m_environment, content, target)) {
         failChanged(journal);
     }
+    keepWhatIsOverwritten(journal, target);
+    // The journal must stay its owner's, as the staging file is.
+    if (journal.owner != ::geteuid()) {
+        return;
+    }
+    if (const int renewError = renewJournal(m_environment, content, journal.path, target); renewError != 0) {
+        throwSystemError(m_iri, renewError,
+                         "cannot finish an interrupted save: cannot write " + journal.path);
+    }
+}
+
+void Recoverer::keepWhatIsOverwritten(const OpenJournal& journal, int target) {
+    std::string copy;
+    if (const int error = keepCopy(m_environment, target, m_target, parentOf(journal.path), copy);
+        error != 0) {
+        throwSystemError(m_iri, error,
+                         "the system has stopped while a save of the file was interrupted, and what the file "
+                         "holds cannot be copied to " +
+                             copy + " before that save is finished or undone");
+    }
+    found(RecoveryOutcome::DiscardedUnfinishedSave,
+          fmt::format("the system has stopped while a save was interrupted, and the file held bytes that are "
+                      "neither from before nor from that save; {} is a copy of it",
+                      copy));
 }
 
 void Recoverer::failChanged(const OpenJournal& journal) const {

@@ -18,8 +18,11 @@ struct Staging {
     unsigned slot;
     /// Whether it stands in the target's own folder.
     bool beside;
+    /// Known from the begin, so that remove() needs no memory.
+    std::string stagingPath;
+    std::string draftPath;
 
-    std::string path() const { return names.staging(slot); }
+    const std::string& path() const { return stagingPath; }
 
     /// Makes an empty one beside `target`, or, where nothing can be made there and `elsewhere` allows, in the
     /// state folder. `mode` is that of open.

@@ -25,8 +25,8 @@ bool cannotStandHere(int error) {
 std::optional<Staging> createAt(const EnvironmentPtr& environment, const WorkingNames& names, mode_t mode,
                                 bool beside) {
     for (unsigned slot = 0; slot < maximalSlots; ++slot) {
-        Staging staging{Descriptor(), names, slot, beside};
-        const auto path = staging.path();
+        Staging staging{Descriptor(), names, slot, beside, names.staging(slot), names.journalDraft(slot)};
+        const auto& path = staging.path();
         staging.file =
             Descriptor::open(environment->calls, path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW, mode);
         if (!staging.file.isOpen()) {
@@ -71,8 +71,8 @@ Staging Staging::create(const EnvironmentPtr& environment, const StorageIRI& iri
 }
 
 void Staging::remove(const Environment& environment) noexcept {
-    environment.calls->unlink(names.journalDraft(slot).c_str());
-    environment.calls->unlink(path().c_str());
+    environment.calls->unlink(draftPath.c_str());
+    environment.calls->unlink(stagingPath.c_str());
 }
 
 LockResult lockFile(int file, bool wait) noexcept {

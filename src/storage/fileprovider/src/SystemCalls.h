@@ -5,9 +5,26 @@
 #include <sys/types.h>
 
 #include <cstddef>
+#include <cstdint>
 #include <ctime>
+#include <string>
 
 namespace storage::fileprovider {
+
+/// A point in time or a duration that is not negative, in nanoseconds.
+inline std::uint64_t toNanoseconds(const timespec& time) {
+    constexpr std::uint64_t nanosecondsInASecond = 1'000'000'000;
+    return static_cast<std::uint64_t>(time.tv_sec) * nanosecondsInASecond +
+           static_cast<std::uint64_t>(time.tv_nsec);
+}
+
+/// One run of the operating system, from its start to its end.
+struct SystemRun {
+    /// No other run has it; empty when unknown.
+    std::string id;
+    /// When it began, in nanoseconds since 1970; 0 when unknown.
+    std::uint64_t start = 0;
+};
 
 /// The calls to the operating system that read, write or change files. Everything the component does to a
 /// file goes through here, so that a test can count the calls, have one fail, or let the program "end" before
@@ -59,6 +76,8 @@ public:
     virtual timespec now();
     /// fremovexattr.
     virtual int removeAttribute(int file, const char* name);
+    /// The run that is under way.
+    virtual SystemRun run();
 };
 
 } // namespace storage::fileprovider

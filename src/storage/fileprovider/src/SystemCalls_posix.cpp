@@ -2,7 +2,9 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <ctime>
 #include <fcntl.h>
+#include <fstream>
 #include <sys/stat.h>
 #include <sys/xattr.h>
 #include <unistd.h>
@@ -114,6 +116,18 @@ timespec SystemCalls::now() {
 
 int SystemCalls::removeAttribute(int file, const char* name) {
     return ::fremovexattr(file, name);
+}
+
+SystemRun SystemCalls::run() {
+    SystemRun run;
+    std::ifstream file("/proc/sys/kernel/random/boot_id");
+    std::getline(file, run.id);
+    timespec time{};
+    timespec sinceStart{};
+    if (::clock_gettime(CLOCK_REALTIME, &time) == 0 && ::clock_gettime(CLOCK_BOOTTIME, &sinceStart) == 0) {
+        run.start = toNanoseconds(time) - toNanoseconds(sinceStart);
+    }
+    return run;
 }
 
 } // namespace storage::fileprovider

@@ -61,6 +61,10 @@ WorkingNames WorkingNames::inStateFolder(std::string_view stateFolder, std::stri
     return {stateFolder, hashText(target)};
 }
 
+std::string keptCopyName(std::string_view target) {
+    return shortName(nameOf(target)) + ".before-recovery";
+}
+
 std::string journalDraftFor(std::string_view stagingPath) {
     const auto kind = stagingPath.rfind(marker) + marker.size();
     std::string path(stagingPath.substr(0, kind));

@@ -38,6 +38,9 @@ private:
 /// Whether a name, without its folder, is that of a staging file, wherever it stands.
 bool isStagingName(std::string_view name);
 
+/// The name of what keepCopy() makes of a target.
+std::string keptCopyName(std::string_view target);
+
 /// The draft of the journal that belongs to a staging file, from the path of that. Precondition:
 /// isStagingName.
 std::string journalDraftFor(std::string_view stagingPath);
