@@ -34,6 +34,8 @@ constexpr LeftOut table[] = {
     {"ReadingTest.StatTellsTheCanonicalLocation", "Wine makes no symbolic links"},
     {"TemporaryFile.NamesThatAreTakenAreLeftAlone", "Wine makes no symbolic links"},
     {"TemporaryName.SkipsNamesThatAreTakenEvenByDanglingLinks", "Wine makes no symbolic links"},
+    {"TreeCopierTest.AFolderThatBecomesALinkWhileItsFilesWaitIsNotWrittenThrough",
+     "Wine makes no symbolic links"},
     {"TreeCopierTest.NothingIsWrittenThroughASymbolicLinkInTheTarget", "Wine makes no symbolic links"},
     {"VfsTest.AContainerHasOneProviderHoweverItIsSpelled", "Wine makes no symbolic links"},
     {"WritingArchives.ADanglingSymbolicLinkIsNotFollowed", "Wine makes no symbolic links"},
