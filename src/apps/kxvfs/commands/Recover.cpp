@@ -78,7 +78,9 @@ const CommandRow recoverRow{
     "recover", "ARCHIVE...", "Finish or undo an interrupted write",
     "A process that was killed while it wrote an archive leaves files from which the write can be finished "
     "or undone.\n"
-    "Every command does that by itself when it opens the archive; this one says what it did.",
+    "Every command does that by itself when it opens the archive; this one says what it did. "
+    "Bytes that a stop\n"
+    "of the system may have garbled are kept in a copy, NAME.before-recovery, which is named.",
     &makeCommand<Recover>};
 
 } // namespace apps::kxvfs

@@ -14,9 +14,10 @@ namespace storage::fileprovider {
 /// sectors divides. At most 2048 are taken: of all the contents up to 1 MiB, in shorter stretches for small
 /// files, and of stretches spread evenly over larger ones, the first and the last among them.
 ///
-/// A copy-over that was stopped has left each stretch as it was before or as it is to be, since a storage
-/// medium writes sectors as a whole; only in the one where the process stopped may new bytes stand before old
-/// ones. What has grown behind the old end is zeros or new bytes.
+/// A copy-over whose process was stopped, while the system ran on, has left each stretch as it was before or
+/// as it is to be; only in the one where it stopped may new bytes stand before old ones. What has grown behind
+/// the old end is zeros or new bytes. What the stop of the system leaves may be neither:
+/// isAsTheSystemsStopLeftIt.
 
 /// The samples of a file that holds `oldSize` bytes and is to hold `newSize`. Empty when it is not open for
 /// reading. Returns 0 or an errno.

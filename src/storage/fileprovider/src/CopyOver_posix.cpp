@@ -400,6 +400,8 @@ int renewJournal(const EnvironmentPtr& environment, const Journal& journal, cons
     }
     auto renewed = journal;
     renewed.bootId = environment->calls->run().id;
+    // A device may have another number after a restart.
+    renewed.device = status.st_dev;
     renewed.oldSize = static_cast<std::uint64_t>(status.st_size);
     if (const int error =
             sampleContents(*environment, target, renewed.oldSize, renewed.newSize, renewed.oldSamples);

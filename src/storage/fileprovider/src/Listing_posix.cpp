@@ -78,13 +78,19 @@ public:
         }
     }
 
-    /// Links are followed.
+    /// A link into a mounted folder whose server is gone.
+    static bool leadsIntoNothing(const dirent& entry, int error) {
+        return entry.d_type == DT_LNK && (error == ENOTCONN || error == ESTALE || error == EHOSTDOWN);
+    }
+
+    /// Links are followed; one that leads nowhere is a file.
     EntryKind kindOf(const dirent& entry) const {
         if (entry.d_type != DT_LNK && entry.d_type != DT_UNKNOWN) {
             return entry.d_type == DT_DIR ? EntryKind::Folder : EntryKind::File;
         }
         struct stat status {};
-        if (::fstatat(::dirfd(m_folder), entry.d_name, &status, 0) != 0 && !isAbsence(errno)) {
+        if (::fstatat(::dirfd(m_folder), entry.d_name, &status, 0) != 0 && !isAbsence(errno) &&
+            !leadsIntoNothing(entry, errno)) {
             throwSystemError(m_iri, errno, std::string("cannot tell what \"") + entry.d_name + "\" is");
         }
         return S_ISDIR(status.st_mode) ? EntryKind::Folder : EntryKind::File;

@@ -411,11 +411,14 @@ void Recoverer::keepWhatIsOverwritten(const OpenJournal& journal, int target) {
     std::string copy;
     if (const int error = keepCopy(m_environment, target, m_target, parentOf(journal.path), copy);
         error != 0) {
-        throwSystemError(m_iri, error,
-                         "the system has stopped while a save of the file was interrupted, and what the file "
-                         "holds cannot be copied to " +
-                             copy + " before that save is finished or undone");
+        // Not the code of the copy's failure: who replaces the file need not settle its save.
+        fail(ErrorCode::LocalFileSystem,
+             fmt::format("the system has stopped while a save of the file was interrupted, and what the file "
+                         "holds cannot be copied to {} before that save is finished or undone: {}",
+                         copy, systemText(error)));
     }
+    // At once: what follows may fail, and the next recovery knows nothing of the copy.
+    KX_LOG(logger()) << " target=" << m_target << " copy=" << copy;
     found(RecoveryOutcome::DiscardedUnfinishedSave,
           fmt::format("the system has stopped while a save was interrupted, and the file held bytes that are "
                       "neither from before nor from that save; {} is a copy of it",

@@ -125,7 +125,10 @@ SystemRun SystemCalls::run() {
     timespec time{};
     timespec sinceStart{};
     if (::clock_gettime(CLOCK_REALTIME, &time) == 0 && ::clock_gettime(CLOCK_BOOTTIME, &sinceStart) == 0) {
-        run.start = toNanoseconds(time) - toNanoseconds(sinceStart);
+        // A clock that was set back, or never set, does not tell.
+        const auto now = toNanoseconds(time);
+        const auto since = toNanoseconds(sinceStart);
+        run.start = now > since ? now - since : 0;
     }
     return run;
 }
