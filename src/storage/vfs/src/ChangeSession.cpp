@@ -16,17 +16,6 @@ namespace storage::vfs {
 
 using namespace foundation::storage::provider;
 
-namespace {
-
-bool isInside(const StorageIRI& container, const StorageIRI& outer) {
-    for (const auto* at = &container; at->hasContainer(); at = &at->getContainer())
-        if (at->getContainer() == outer)
-            return true;
-    return false;
-}
-
-} // namespace
-
 struct ChangeSession::Impl {
     Impl(Vfs& front, WaitingCallback waiting, SaveProgressCallback progress)
         : vfs(front), onWaiting(std::move(waiting)), onProgress(std::move(progress)) {}
@@ -160,8 +149,10 @@ std::vector<CloseFailure> ChangeSession::flush() {
         try {
             auto left = m_impl->write(entry);
             // Those inside that had failed were tried again.
-            std::erase_if(failures,
-                          [&](const auto& failure) { return isInside(failure.container, entry.container); });
+            std::erase_if(failures, [&](const auto& failure) {
+                return failure.container != entry.container &&
+                       isSameOrInside(failure.container, entry.container);
+            });
             std::move(left.begin(), left.end(), std::back_inserter(failures));
         } catch (const std::exception& failure) {
             failures.push_back({entry.container, failure.what(), std::current_exception()});

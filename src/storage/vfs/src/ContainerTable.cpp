@@ -18,20 +18,6 @@ using namespace foundation::storage::provider;
 using foundation::core::MutexLock;
 using storage::fileprovider::numberOfLinkedFile;
 
-namespace {
-
-/// Whether `container` is `other` or one of the containers around it.
-bool holds(const StorageIRI& container, const StorageIRI& other) {
-    for (const auto* at = &other;; at = &at->getContainer()) {
-        if (*at == container)
-            return true;
-        if (!at->hasContainer())
-            return false;
-    }
-}
-
-} // namespace
-
 ContainerTable::ContainerTable(BundleLoader& bundles, std::shared_ptr<IProvider> localFiles,
                                std::shared_ptr<IProvider> localContainers,
                                std::shared_ptr<const ContainerWatch> watch)
@@ -129,7 +115,8 @@ std::vector<ContainerTable::Entry> ContainerTable::take(const StorageIRI& contai
     std::vector<Entry> taken;
     for (auto at = m_entries.begin(); at != m_entries.end();) {
         const auto& held = at->second.mounted.container;
-        const bool inScope = held == container ? scope == Scope::SameAndInside : holds(container, held);
+        const bool inScope =
+            held == container ? scope == Scope::SameAndInside : isSameOrInside(held, container);
         if (inScope)
             taken.push_back(std::move(at->second));
         at = inScope ? m_entries.erase(at) : std::next(at);

@@ -18,6 +18,15 @@ StorageIRI canonicalLocalFile(const StorageIRI& file) {
     return localFiles->getCanonicalLocation(file);
 }
 
+bool isSameOrInside(const StorageIRI& container, const StorageIRI& outer) {
+    for (const auto* at = &container;; at = &at->getContainer()) {
+        if (*at == outer)
+            return true;
+        if (!at->hasContainer())
+            return false;
+    }
+}
+
 std::size_t nesting(const StorageIRI& location) {
     std::size_t depth = 0;
     for (const auto* at = &location; at->hasContainer(); at = &at->getContainer())

@@ -15,4 +15,8 @@ canonicalLocalFile(const foundation::storage::provider::StorageIRI& file);
 /// How many containers a location stands in.
 std::size_t nesting(const foundation::storage::provider::StorageIRI& location);
 
+/// Whether `container` is `outer` or lies in it, at any depth.
+bool isSameOrInside(const foundation::storage::provider::StorageIRI& container,
+                    const foundation::storage::provider::StorageIRI& outer);
+
 } // namespace storage::vfs

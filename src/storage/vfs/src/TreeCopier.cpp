@@ -1,6 +1,7 @@
 #include <storage/vfs/TreeCopier.h>
 
 #include <storage/vfs/StorableName.h>
+#include <storage/vfs/src/LocalFile.h>
 #include <storage/vfs/src/SafeTarget.h>
 
 #include <foundation/storage/provider/Exception.h>
@@ -33,16 +34,6 @@ std::vector<FolderEntry> entriesOf(IProvider& provider, const StorageIRI& folder
         entries.push_back(listing->current());
     }
     return entries;
-}
-
-/// Whether `container` is `other` or lies in it.
-bool isInside(const StorageIRI& container, const StorageIRI& other) {
-    for (const auto* at = &container;; at = &at->getContainer()) {
-        if (*at == other)
-            return true;
-        if (!at->hasContainer())
-            return false;
-    }
 }
 
 void requireStorable(const StorageIRI& destination, bool folder) {
@@ -173,7 +164,7 @@ std::uint64_t TreeCopier::copyFolder(const MountedContainer& from, const Storage
     }
     WaitingFiles waiting;
     waiting.top = destination;
-    waiting.ordered = from.places && !isInside(to.container, from.container);
+    waiting.ordered = from.places && !isSameOrInside(to.container, from.container);
     // A list of folders instead of recursion: archives can nest folders deeper than the stack.
     while (!pending.empty()) {
         const auto folder = std::move(pending.back());
