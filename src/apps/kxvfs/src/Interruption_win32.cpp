@@ -64,8 +64,12 @@ void startCleaner(const Remains& remains) {
     }
 }
 
+/// Before, nobody knows what the process would leave.
+std::atomic<bool> remainsAreKnown = false;
+
 BOOL WINAPI endOnEvent(DWORD) {
     static std::atomic<bool> ending = false;
+    remainsAreKnown.wait(false);
     if (!ending.exchange(true))
         startCleaner(remainsOfRun()());
     ::TerminateProcess(::GetCurrentProcess(), interruptedStatus);
@@ -103,11 +107,14 @@ void finishInterruptedRun(int count, char** arguments) {
     std::_Exit(EXIT_SUCCESS);
 }
 
-void holdSignals() {}
+void holdSignals() {
+    ::SetConsoleCtrlHandler(&endOnEvent, TRUE);
+}
 
 void endOnSignals(std::function<Remains()> remains) {
     remainsOfRun() = std::move(remains);
-    ::SetConsoleCtrlHandler(&endOnEvent, TRUE);
+    remainsAreKnown = true;
+    remainsAreKnown.notify_all();
 }
 
 void ignoreBrokenPipes() {}
