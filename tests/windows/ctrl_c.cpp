@@ -1,5 +1,3 @@
-#include <cstdio>
-#include <cwchar>
 #include <string>
 
 #include <windows.h>
@@ -9,7 +7,8 @@ namespace {
 /// Set for the process that has a console of its own.
 constexpr const wchar_t* innerName = L"KX_CTRL_C_INNER";
 constexpr DWORD cannotStart = 99;
-constexpr DWORD longestEnd = 60'000;
+constexpr DWORD lookInterval = 2;
+constexpr DWORD longestEnd = 120'000;
 
 class Program {
 public:
@@ -32,6 +31,7 @@ public:
     Program(const Program&) = delete;
     Program& operator=(const Program&) = delete;
 
+    bool isStarted() const { return m_started; }
     bool endsWithin(DWORD milliseconds) const {
         return m_started && ::WaitForSingleObject(m_process.hProcess, milliseconds) == WAIT_OBJECT_0;
     }
@@ -51,17 +51,14 @@ BOOL WINAPI survive(DWORD) {
     return TRUE;
 }
 
-/// The command line from its second argument on; none of the words before has a blank in it.
-const wchar_t* behindDelay(const wchar_t* line) {
-    const wchar_t* const delay = std::wcschr(line, L' ');
-    const wchar_t* const rest = delay ? std::wcschr(delay + 1, L' ') : nullptr;
-    return rest ? rest + 1 : nullptr;
+bool isThere(const std::wstring& file) {
+    return ::GetFileAttributesW(file.c_str()) != INVALID_FILE_ATTRIBUTES;
 }
 
 } // namespace
 
-/// Starts a program in a console without a window and sends it Ctrl-C: ctrl_c MILLISECONDS PROGRAM
-/// [ARGUMENT...] Ends with the program's status. Prints how many milliseconds one took that ended before.
+/// Starts a program in a console without a window and sends it Ctrl-C once FILE is there: ctrl_c FILE PROGRAM
+/// [ARGUMENT...] Ends with the program's status.
 int main() {
     const std::wstring line = ::GetCommandLineW();
     if (::GetEnvironmentVariableW(innerName, nullptr, 0) == 0) {
@@ -70,14 +67,16 @@ int main() {
         inner.endsWithin(INFINITE);
         return static_cast<int>(inner.status());
     }
-    const wchar_t* const rest = behindDelay(line.c_str());
-    if (!rest)
+    // None of these words has a blank in it.
+    const auto behindName = line.find(L' ');
+    const auto behindFile = line.find(L' ', behindName + 1);
+    if (behindFile == std::wstring::npos)
         return static_cast<int>(cannotStart);
-    const auto begin = ::GetTickCount64();
-    const Program program(rest, 0);
-    if (program.endsWithin(std::wcstoul(std::wcschr(line.c_str(), L' '), nullptr, 10))) {
-        std::printf("%llu\n", ::GetTickCount64() - begin);
-        return static_cast<int>(program.status());
+    const auto file = line.substr(behindName + 1, behindFile - behindName - 1);
+    const Program program(line.substr(behindFile + 1), 0);
+    while (program.isStarted() && !isThere(file)) {
+        if (program.endsWithin(lookInterval))
+            return static_cast<int>(program.status());
     }
     ::SetConsoleCtrlHandler(&survive, TRUE);
     ::GenerateConsoleCtrlEvent(CTRL_C_EVENT, 0);

@@ -1,10 +1,12 @@
-"""kxvfs for Windows, under Wine, is ended at random moments of its changes to an archive.
+"""kxvfs for Windows, under Wine, is ended at any moment of its changes to an archive.
 
 usage: ended_changes.py killed|interrupted ENDINGS WINE-COMMAND KXVFS CTRL_C
 
 After each ending the archive must be the one before the change or the one after it, whole, as soon as one other
 command has looked at it; and no stray file is left beside the archive or in the folder for temporary files, where an
 interrupted command has cleaned up by itself. Only what finds the change under way counts. KX_SEED repeats a run.
+The moments are found by what can be seen of a change, so that a slow machine meets the same ones as a fast one: any
+moment of the time that a change takes; once the save has begun; once the new archive is in place.
 """
 
 import os
@@ -22,7 +24,9 @@ import kill_anytime  # noqa: E402
 
 MEGABYTES = 6
 INTERRUPTED = 0xC000013A & 0xFF
-CLEANING_SECONDS = 20
+CLEANING_SECONDS = 120
+LOOK_SECONDS = 0.002
+ATTEMPTS = 6
 
 
 def windows_path(path):
@@ -40,11 +44,13 @@ class Situation:
         self.prepare()
         self.file = self.folder / "plans-名.zip"
         self.typed = windows_path(self.file)
+        self.ending = root / "ending"
 
     def prepare(self):
         """A Wine prefix of its own, so that nobody else uses its folder for temporary files."""
         self.prefix.mkdir()
-        for command in (["wineserver", "-p"], [*self.wine, "wineboot"]):
+        # The server stays for a while without a program, which spares each of them its start.
+        for command in (["wineserver", "-p60"], [*self.wine, "wineboot"]):
             subprocess.run(command, env=self.environment, stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
                            stderr=subprocess.DEVNULL, check=True)
         self.temporary = next(path for path in self.prefix.glob("drive_c/users/*/Temp") if "Public" not in path.parts)
@@ -64,45 +70,90 @@ class Situation:
     def fail(self, what):
         sys.exit(f"{what}: {(self.root / 'errors').read_text(errors='replace')}")
 
-    def strays(self):
+    def is_saving(self):
+        return any("kxvfs-" in path.name for path in self.folder.iterdir())
+
+    def stamp(self):
+        """Another one once another archive is in place; none while there is none."""
+        try:
+            status = self.file.stat()
+        except FileNotFoundError:
+            return None
+        return status.st_ino, status.st_size, status.st_mtime_ns
+
+    def left(self):
         return [path for path in [*self.folder.iterdir(), *self.temporary.rglob("*")] if path != self.file]
+
+    def strays(self):
+        """An empty folder is none: one that was killed as it made it cannot be told from one that is just starting."""
+        return [path for path in self.left() if not path.is_dir() or any(path.iterdir())]
+
+
+class Moments:
+    """When the changes are ended. How long they take, and their saves, is learnt from those that came to their end."""
+
+    def __init__(self, situation, generator):
+        self.situation, self.generator = situation, generator
+        self.duration, self.saving = 0.0, 0.0
+
+    def choose(self, kind):
+        self.kind, self.begun, self.save_begun = kind, time.monotonic(), None
+        self.stamp = self.situation.stamp()
+        self.delay = self.generator.uniform(0, self.saving if kind == "saving" else self.duration)
+
+    def is_due(self):
+        elapsed = time.monotonic() - self.begun
+        if self.save_begun is None and self.situation.is_saving():
+            self.save_begun = elapsed
+        if self.kind == "any":
+            return elapsed >= self.delay
+        if self.kind == "saving":
+            return self.save_begun is not None and elapsed >= self.save_begun + self.delay
+        return self.kind == "saved" and self.situation.stamp() not in (self.stamp, None)
+
+    def came_to_its_end(self):
+        self.duration = time.monotonic() - self.begun
+        if self.save_begun is not None:
+            self.saving = self.duration - self.save_begun
+
+    def wait(self, process):
+        """Whether the moment came before the end of the process."""
+        while process.poll() is None:
+            if self.is_due():
+                return True
+            time.sleep(LOOK_SECONDS)
+        self.came_to_its_end()
+        return False
 
 
 def kill(situation, arguments, moments):
     """Runs a change and kills it. Whether it was under way."""
     process = situation.start(arguments)
-    started = time.monotonic()
-    try:
-        status = process.wait(timeout=moments.choose())
-    except subprocess.TimeoutExpired:
+    if moments.wait(process):
         os.killpg(process.pid, signal.SIGKILL)
-        moments.hit(situation.strays())
-        return process.wait() == -signal.SIGKILL
-    if status != 0:
+    status = process.wait()
+    if status not in (0, -signal.SIGKILL):
         situation.fail(f"{arguments} ended with {status}")
-    moments.came_too_late(time.monotonic() - started)
-    return False
+    return status == -signal.SIGKILL
 
 
 def interrupt(situation, arguments, moments):
     """Runs a change and sends it Ctrl-C. Whether it was under way; everything is to be clean then. Wine ends a program
     that is just starting with status 0, or does not tell it."""
-    moments.delay = moments.generator.uniform(0.5, 1) * moments.duration
-    process = situation.start(arguments, [situation.ctrl_c, str(int(1000 * moments.delay))])
+    situation.ending.unlink(missing_ok=True)
+    process = situation.start(arguments, [situation.ctrl_c, windows_path(situation.ending)])
+    if moments.wait(process):
+        situation.ending.touch()
     status = process.wait()
     if status not in (0, INTERRUPTED):
         situation.fail(f"{arguments} ended with {status}")
     if status == 0:
-        lasted = (situation.root / "output").read_text()
-        if lasted:
-            moments.came_too_late(int(lasted) / 1000)
         return False
-    moments.hit(situation.strays())
     end = time.monotonic() + CLEANING_SECONDS
-    while situation.strays() and time.monotonic() < end:
+    while situation.left() and time.monotonic() < end:
         time.sleep(0.05)
-    if situation.strays():
-        situation.fail(f"not cleaned up after Ctrl-C: {[str(path) for path in situation.strays()]}")
+    if situation.left():
+        situation.fail(f"not cleaned up after Ctrl-C: {[str(path) for path in situation.left()]}")
     return True
 
 
@@ -110,7 +161,7 @@ def end_one(situation, end, readings, changes, moments, before):
     """Makes the next change and ends it. Whether it was under way, and the entries afterwards."""
     arguments, wanted = changes.next(before)
     was_under_way = end(situation, arguments, moments)
-    where = f"after {arguments[0]} ({moments.delay:.3f} s)"
+    where = f"after {arguments[0]} ({moments.kind}, {moments.delay:.3f} s)"
     if situation.start(["ls", f"{situation.typed}/"]).wait() != 0:
         situation.fail(f"{where}: ls failed")
     after = readings.contents(situation.file)
@@ -121,29 +172,41 @@ def end_one(situation, end, readings, changes, moments, before):
     return was_under_way, after
 
 
+def next_kind(counts, endings):
+    """All kinds in turn; then what leads to the outcome that is missing."""
+    ended = counts["old"] + counts["new"]
+    if ended < endings:
+        return ("any", "saving", "saved")[sum(counts.values()) % 3]
+    return "saving" if not counts["old"] else "saved"
+
+
+def is_enough(counts, endings):
+    return counts["old"] + counts["new"] >= endings and counts["old"] and counts["new"]
+
+
 def run(situation, end, endings, generator):
     kill_anytime.make_archive(situation.file, generator, MEGABYTES)
+    moments = Moments(situation, generator)
     for name in ("first", "second"):
-        started = time.monotonic()
-        if situation.start(["mkdir", f"{situation.typed}/{name}"]).wait() != 0:
-            situation.fail("mkdir failed")
-    moments = kill_anytime.Moments(generator, time.monotonic() - started)
+        moments.choose("never")
+        end(situation, ["mkdir", f"{situation.typed}/{name}"], moments)
     readings = kill_anytime.Readings()
     before = readings.contents(situation.file)
     changes = kill_anytime.Changes(situation, generator)
     counts = {"old": 0, "new": 0, "too late": 0}
-    while counts["old"] + counts["new"] < endings:
+    while not is_enough(counts, endings) and sum(counts.values()) < ATTEMPTS * endings:
+        moments.choose(next_kind(counts, endings))
         was_under_way, after = end_one(situation, end, readings, changes, moments, before)
         changes.made += after != before
         counts["too late" if not was_under_way else "old" if after == before else "new"] += 1
         before = after
-        if counts["too late"] > 8 * endings:
-            sys.exit("hardly any ending finds a change under way: they prove nothing")
-    print(f"{endings} endings, after which the archive was the old one {counts['old']} times and the new one "
-          f"{counts['new']} times; {counts['too late']} more came too late or too soon; {moments.interrupted_saves} "
-          f"found the save itself under way; {changes.made} changes were made")
-    if not changes.made:
-        sys.exit("no change was ever made: the endings prove nothing")
+    print(f"{counts['old'] + counts['new']} endings, after which the archive was the old one {counts['old']} times and "
+          f"the new one {counts['new']} times; {counts['too late']} more came too late or too soon; {changes.made} "
+          f"changes were made; a whole one took {moments.duration:.2f} s")
+    if counts["old"] + counts["new"] < endings:
+        sys.exit("hardly any ending finds a change under way: they prove nothing")
+    if not counts["old"] or not changes.made:
+        sys.exit("one of the two outcomes never came: the endings prove nothing")
 
 
 def main():
