@@ -61,7 +61,7 @@ function(kx_add_test target)
       math(EXPR index "${shard} - 1")
       add_test(NAME ${target}.${shard}_of_${arg_WINDOWS_SHARDS} COMMAND ${target})
       set_tests_properties(${target}.${shard}_of_${arg_WINDOWS_SHARDS} PROPERTIES
-        TIMEOUT 600 COST ${cost} LABELS "${arg_LABELS}"
+        TIMEOUT 1500 COST ${cost} LABELS "${arg_LABELS}"
         ENVIRONMENT "${environment};GTEST_BRIEF=1;GTEST_TOTAL_SHARDS=${arg_WINDOWS_SHARDS};GTEST_SHARD_INDEX=${index}")
     endforeach()
   elseif(arg_WHOLE)

@@ -38,5 +38,6 @@ tools/windows/check-imports.sh build/windows build/windows/bin/win64
 tools/windows/check-installation.sh build/windows
 # Once more, since Wine's desktop leaves while the build idles and the first tests would start it on ctest's pipes.
 wine cmd /c exit
-ctest --preset windows --parallel "$jobs"
+# One more than there are processors, since they often wait: for Wine's server, and for programs that they have started.
+ctest --preset windows --parallel $((jobs + 1))
 echo "The Windows build and its tests took $((SECONDS / 60)) minutes and $((SECONDS % 60)) seconds."

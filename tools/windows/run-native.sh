@@ -4,7 +4,9 @@
 #     run-native.sh FOLDER PROGRAM [ARGUMENT...]
 #
 # Standard input is FOLDER/in, output goes to FOLDER/out and FOLDER/err; FOLDER/status holds the exit status once the
-# program has ended. Arguments that are paths of Windows become those of the machine.
+# program has ended. Arguments that are paths of Windows become those of the machine. The program is the system's own:
+# what a user has put before it may start several more, which adds up over a thousand tests.
+PATH=/usr/bin:/bin:$PATH
 words=()
 for word in "$@"; do
   case $word in
