@@ -86,6 +86,25 @@ TEST_F(WindowsArchives, AreWrittenAndReadUnderNamesOfEveryScript) {
                 UnorderedElementsAre("Überblick/", "Überblick/日本語.txt", "Überblick/😀.txt"));
 }
 
+TEST_F(WindowsArchives, BelowAPathLongerThanTheSystemsOldLimitAreWrittenAndRead) {
+    const auto files = LocalFileProvider::create();
+    const TemporaryFolder plain;
+    const auto first = plain.iri().child(std::u16string(40, u'長'));
+    auto folder = first;
+    for (int depth = 0; depth < 8; ++depth) {
+        files->createFolder(folder);
+        folder = folder.child(std::u16string(40, u'長'));
+    }
+    files->createFolder(folder);
+    const auto archive = folder.child(u"計画.zip");
+    writeFile(*files, archive, "");
+    MountedZip({files, archive}).write("/日本語.txt", "text");
+    EXPECT_EQ(MountedZip({files, archive}).tree(), (Contents{{"日本語.txt", "text"}}));
+    writeFile(*files, plain.iri("copy.zip"), readFile(*files, archive));
+    EXPECT_EQ(verifyArchive(plain.file("copy.zip")).problems(), "");
+    files->removeFolderRecursively(first);
+}
+
 TEST_F(WindowsArchives, ThatAreOpenElsewhereKeepTheirBytesAndTheProviderItsChanges) {
     MountedZip zip(container());
     zip.write("/a", "old");
