@@ -1,4 +1,5 @@
 #include "LocalFilesTest.h"
+#include "OtherProcess.h"
 #include "SimulatedCrash.h"
 
 #include <cerrno>
@@ -12,6 +13,8 @@ using storage::fileprovider::recoverFile;
 
 namespace {
 
+constexpr uid_t stranger = 65123;
+
 /// Writes into a file without cutting it.
 void patch(const fs::path& path, off_t position, std::string_view bytes) {
     const int file = ::open(path.c_str(), O_WRONLY | O_CLOEXEC);
@@ -24,6 +27,22 @@ std::string padded(std::string_view head, std::size_t size, char filler) {
     bytes.resize(size, filler);
     return bytes;
 }
+
+/// A file that this user may write, but not read.
+class Unreadable final : public storage::fileprovider::SystemCalls {
+public:
+    explicit Unreadable(fs::path path) : m_path(std::move(path)) {}
+    int open(const char* path, int flags, mode_t mode) override {
+        if (path == m_path && (flags & O_PATH) == 0 && (flags & O_ACCMODE) != O_WRONLY) {
+            errno = EACCES;
+            return -1;
+        }
+        return SystemCalls::open(path, flags, mode);
+    }
+
+private:
+    const fs::path m_path;
+};
 
 } // namespace
 
@@ -250,21 +269,66 @@ TEST_F(ForeignChange, AFileThatGotTheNumberOfTheRemovedOneIsNotTakenForIt) {
     }
 }
 
-TEST_F(ForeignChange, AFileThatMayNotBeReadIsComparedBySize) {
-    class Unreadable final : public storage::fileprovider::SystemCalls {
-    public:
-        explicit Unreadable(fs::path path) : m_path(std::move(path)) {}
-        int open(const char* path, int flags, mode_t mode) override {
-            if (path == m_path && (flags & O_PATH) == 0 && (flags & O_ACCMODE) != O_WRONLY) {
-                errno = EACCES;
-                return -1;
-            }
-            return SystemCalls::open(path, flags, mode);
-        }
+TEST_F(ForeignChange, WhatASaveHasWrittenBehindAFileThatMayNotBeReadIsCutOff) {
+    const auto unreadable = options(std::make_shared<Unreadable>(file("a")));
+    for (const char* call : {"setAttribute", "rename"}) {
+        startWith(m_old);
+        const auto calls = makeCalls();
+        calls->withoutAllocation();
+        // Before the journal says "growing" there is nothing to cut off.
+        stopBeforeFirst(call, m_new, calls);
+        EXPECT_EQ(slurp(file("a")), call[0] == 's' ? m_old + std::string(11'000, '\0') : m_old);
+        EXPECT_EQ(recoverFile(iri("a"), unreadable).outcome, RecoveryOutcome::DiscardedUnfinishedSave);
+        EXPECT_EQ(slurp(file("a")), m_old);
+        writeFile(*LocalFileProvider::create(unreadable), iri("a"), m_new);
+        EXPECT_EQ(slurp(file("link")), m_new);
+        expectNothingLeft();
+    }
+    startWith(m_old);
+    const auto calls = makeCalls();
+    calls->withoutAllocation();
+    stopBeforeFirst("setAttribute", m_new, calls);
+    const auto foreign = m_old + std::string(30'000, '\0');
+    spit(file("a"), foreign);
+    EXPECT_EQ(recoverFile(iri("a"), unreadable).outcome, RecoveryOutcome::DiscardedUnfinishedSave);
+    EXPECT_EQ(slurp(file("a")), foreign) << "its size is none that the save gave it";
+    expectNothingLeft();
+}
 
-    private:
-        const fs::path m_path;
+TEST_F(ForeignChange, WhoMayOnlyWriteAFileUndoesWhatWasWrittenBehindItAndSavesIt) {
+    class WithoutAllocation : public storage::fileprovider::SystemCalls {
+    public:
+        int allocate(int, off_t, off_t) override {
+            errno = EOPNOTSUPP;
+            return -1;
+        }
     };
+    class EndingAtTheMark final : public WithoutAllocation {
+    public:
+        int setAttribute(int, const char*, const void*, std::size_t, int) override { ::_exit(0); }
+    };
+    if (!isSuperuser()) {
+        GTEST_SKIP() << "only the superuser may act as another user";
+    }
+    ASSERT_EQ(::chmod(folder().c_str(), 0777), 0);
+    ASSERT_EQ(::chmod(file("a").c_str(), 0622), 0);
+    const auto saveWith = [&](const std::shared_ptr<storage::fileprovider::SystemCalls>& calls) {
+        OtherProcess saver(
+            [&]() -> std::string {
+                writeFile(*LocalFileProvider::create(options(calls)), iri("a"), m_new);
+                return "saved";
+            },
+            stranger);
+        return saver.result();
+    };
+    EXPECT_EQ(saveWith(std::make_shared<EndingAtTheMark>()), "");
+    EXPECT_EQ(slurp(file("a")), m_old + std::string(11'000, '\0'));
+    EXPECT_EQ(saveWith(std::make_shared<WithoutAllocation>()), "saved");
+    EXPECT_EQ(slurp(file("link")), m_new);
+    EXPECT_EQ(workingFilesIn(folder()), std::vector<std::string>());
+}
+
+TEST_F(ForeignChange, AFileThatMayNotBeReadIsComparedBySize) {
     const auto unreadable = options(std::make_shared<Unreadable>(file("a")));
     stopWhileOverwriting();
     spit(file("a"), randomBytes(50'000, 3));

@@ -46,8 +46,9 @@ void finishCopyOver(const Environment& environment, const foundation::storage::p
                     const Journal& journal, const std::string& journalPath, int target, int stagingFile);
 
 /// Undoes what step 2 did to the target, and takes the mark away; the journal stays. What another program has
-/// put behind the old contents stays too, unless `cutsAnything`, and so does the time of modification. Does
-/// nothing while the target carries the mark of another copy-over. Returns 0 or an errno.
+/// put behind the old contents stays too, unless `cutsAnything` or `target` is not open for reading, and so
+/// does the time of modification. Does nothing while the target carries the mark of another copy-over.
+/// Returns 0 or an errno.
 int restoreTarget(const Environment& environment, const Journal& journal, int target, bool cutsAnything);
 
 /// Whether the target may have grown by what step 2 writes where space cannot be reserved.

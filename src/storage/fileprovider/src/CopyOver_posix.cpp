@@ -372,6 +372,10 @@ int restoreTarget(const Environment& environment, const Journal& journal, int ta
     std::optional<bool> grew = false;
     if (mayHaveGrown(journal, size)) {
         grew = cutsAnything ? true : isZeroFrom(environment, target, journal.oldSize);
+        if (!grew && errno == EBADF) {
+            // It is not open for reading, so nothing but its size tells what stands there.
+            grew = true;
+        }
     }
     int error = grew ? 0 : errno;
     if (error == 0 && (*grew || (size == journal.oldSize && hasSpaceBehindItsEnd(status)))) {
