@@ -15,8 +15,8 @@ struct LocalFileOptions {
     bool sync = true;
 
     /// The folder (absolute, UTF-8) for what cannot stand beside a saved file because its folder is not
-    /// writable; made when needed, for this user alone. Disengaged: `$XDG_STATE_HOME/kxvfs`, or
-    /// `.local/state/kxvfs` in the user's home folder.
+    /// writable or the name would be too long; made when needed, for this user alone. Disengaged:
+    /// `$XDG_STATE_HOME/kxvfs`, or `.local/state/kxvfs` in the user's home folder.
     std::optional<std::string> stateFolder;
 
     /// How the operating system is called; null for the plain way. A seam for tests.

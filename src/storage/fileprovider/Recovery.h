@@ -33,8 +33,9 @@ struct RecoveryReport {
 /// file through LocalFileProvider does the same without a word. Waits while a living process is overwriting
 /// the file. The file need not exist. Errors: the provider's Exception. LocalFileSystem when the file is half
 /// overwritten and cannot be made whole (the journal is damaged, the new contents are missing, or another
-/// program has changed the file since); AccessDenied when only another user can finish the save; NoSpace.
-/// Nothing that could help is removed then, and the cause names the files. Threads: any.
+/// program has changed the file since), and when it cannot be told whether anything is left in the state
+/// folder; AccessDenied when only another user can finish the save; NoSpace. Nothing that could help is
+/// removed then, and the cause names the files. Threads: any.
 KXFILEPROVIDER_API RecoveryReport recoverFile(const foundation::storage::provider::StorageIRI& file,
                                               const LocalFileOptions& options = {});
 

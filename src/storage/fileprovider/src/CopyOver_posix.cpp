@@ -268,7 +268,7 @@ private:
 void settleEarlierSave(const EnvironmentPtr& environment, const StorageIRI& iri, const std::string& target,
                        const std::string& journalPath) {
     const auto before = statusOfJournal(journalPath);
-    const auto report = Recoverer(environment, iri, target).recoverAll();
+    const auto report = Recoverer(environment, iri, target).recoverForSaving();
     const auto after = statusOfJournal(journalPath);
     if (!before || !after || !isSameJournal(*before, *after)) {
         return;
@@ -290,7 +290,7 @@ void settleMarkedSave(const EnvironmentPtr& environment, const StorageIRI& iri, 
                         "the file is being saved through another hard link, or a save of it was interrupted; "
                         "only who may read the file can tell which");
     }
-    static_cast<void>(Recoverer(environment, iri, target).recoverAll());
+    static_cast<void>(Recoverer(environment, iri, target).recoverForSaving());
 }
 
 } // namespace

@@ -50,8 +50,12 @@ ErrorCode toErrorCode(int error) noexcept {
     }
 }
 
+bool isMissing(int error) noexcept {
+    return error == ENOENT || error == ENOTDIR || error == ENAMETOOLONG;
+}
+
 bool isAbsence(int error) noexcept {
-    return error == ENOENT || error == ENOTDIR || error == ELOOP || error == ENAMETOOLONG || error == EACCES;
+    return isMissing(error) || error == ELOOP || error == EACCES;
 }
 
 std::string systemText(int error) {

@@ -14,6 +14,10 @@ foundation::storage::provider::ErrorCode toErrorCode(int error) noexcept;
 /// against a failure of looking.
 bool isAbsence(int error) noexcept;
 
+/// Whether it says that nothing can be there, whoever looks: that nothing stands at that path, or that no
+/// path can be so long.
+bool isMissing(int error) noexcept;
+
 /// The system's own words for an errno value, as a lower-case clause.
 std::string systemText(int error);
 

@@ -6,7 +6,7 @@
 #include <storage/fileprovider/src/Environment.h>
 #include <storage/fileprovider/src/Journal.h>
 #include <storage/fileprovider/src/TargetMark.h>
-#include <storage/fileprovider/src/WorkingNames.h>
+#include <storage/fileprovider/src/WorkingPlaces.h>
 
 #include <optional>
 #include <string>
@@ -22,11 +22,17 @@ public:
     Recoverer(const EnvironmentPtr& environment, const foundation::storage::provider::StorageIRI& iri,
               const std::string& target);
 
-    /// Everything that is left. Contract: recoverFile.
+    /// Everything that is left. Contract: recoverFile. A state folder in which nobody can look is an error.
     RecoveryReport recoverAll();
-    /// The same for a target that is about to be read: what does not keep the target from being whole is
-    /// looked for only where it costs next to nothing.
+    /// The same for a target that is about to be saved: the state folder matters only where nothing else
+    /// tells that the target is not half written.
+    RecoveryReport recoverForSaving();
+    /// The same for a target that is about to be read: the state folder does not matter then, and what does
+    /// not keep the target from being whole is looked for only where it costs next to nothing.
     RecoveryReport recoverForReading();
+
+    /// Whether all places could be looked into; to be asked after one of the above.
+    bool hasSeenAllPlaces() const { return m_places.stateError == 0; }
 
 private:
     enum class Next { Done, LookAgain };
@@ -40,10 +46,14 @@ private:
     struct OpenJournal;
 
     RecoveryReport run(unsigned emptySlots);
+    [[noreturn]] void failUnseen() const;
     /// Errors: the provider's, when it cannot be told whether there is one.
     std::optional<TargetMark> readMark();
     Next settleJournals();
     Next settleJournal(const std::string& path);
+    /// Whether nobody can tell if a journal stands there, which could not be opened, and nothing else says
+    /// so.
+    bool isOutOfSight(const std::string& path) const;
     Next settleValid(const OpenJournal& journal, Descriptor& staging);
     Next settleWithoutStaging(const OpenJournal& journal);
     Match compareWithTarget(const OpenJournal& journal) const;
@@ -69,7 +79,7 @@ private:
     const EnvironmentPtr& m_environment;
     const foundation::storage::provider::StorageIRI& m_iri;
     const std::string& m_target;
-    const std::vector<WorkingNames> m_places;
+    WorkingPlaces m_places;
     std::optional<TargetMark> m_mark;
     /// Whether the file may carry a mark that this user cannot see.
     bool m_markIsHidden = false;

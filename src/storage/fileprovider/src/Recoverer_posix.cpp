@@ -33,20 +33,6 @@ const foundation::log::basic_diagnostic_logger& logger() {
 // A slot becomes free when its saver is done, so dead ones may stand behind free ones.
 constexpr unsigned thoroughlyEmptySlots = 4;
 
-std::vector<WorkingNames> placesFor(const Environment& environment, const StorageIRI& iri,
-                                    const std::string& target) {
-    std::vector<WorkingNames> places{WorkingNames::beside(target)};
-    if (environment.stateFolder.empty()) {
-        return places;
-    }
-    if (::access(environment.stateFolder.c_str(), X_OK) == 0) {
-        places.push_back(WorkingNames::inStateFolder(environment.stateFolder, target));
-    } else if (!isAbsence(errno)) {
-        throwSystemError(iri, errno, "cannot look for interrupted saves in " + environment.stateFolder);
-    }
-    return places;
-}
-
 } // namespace
 
 struct Recoverer::OpenJournal {
@@ -64,10 +50,22 @@ struct Recoverer::OpenJournal {
 
 Recoverer::Recoverer(const EnvironmentPtr& environment, const StorageIRI& iri, const std::string& target)
     : m_environment(environment), m_iri(iri), m_target(target),
-      m_places(placesFor(*environment, iri, target)) {}
+      m_places(WorkingPlaces::of(*environment, target)) {}
 
 RecoveryReport Recoverer::recoverAll() {
-    return run(thoroughlyEmptySlots);
+    auto report = run(thoroughlyEmptySlots);
+    if (!hasSeenAllPlaces()) {
+        failUnseen();
+    }
+    return report;
+}
+
+RecoveryReport Recoverer::recoverForSaving() {
+    auto report = run(thoroughlyEmptySlots);
+    if (!hasSeenAllPlaces() && !TargetMark::isKnownMissing(m_target)) {
+        failUnseen();
+    }
+    return report;
 }
 
 RecoveryReport Recoverer::recoverForReading() {
@@ -77,8 +75,8 @@ RecoveryReport Recoverer::recoverForReading() {
 RecoveryReport Recoverer::run(unsigned emptySlots) {
     while (settleJournals() == Next::LookAgain) {
     }
-    for (const auto& names : m_places) {
-        for (const auto& path : removeStrays(m_environment, m_places, names, emptySlots)) {
+    for (const auto& names : m_places.names) {
+        for (const auto& path : removeStrays(m_environment, m_places.names, names, emptySlots)) {
             found(RecoveryOutcome::DiscardedUnfinishedSave,
                   fmt::format("a save was interrupted before it touched the file; removed {}", path));
         }
@@ -89,6 +87,11 @@ RecoveryReport Recoverer::run(unsigned emptySlots) {
         }
     }
     return std::move(m_report);
+}
+
+void Recoverer::failUnseen() const {
+    throwSystemError(m_iri, m_places.stateError,
+                     "cannot look for interrupted saves in " + m_environment->stateFolder);
 }
 
 std::optional<TargetMark> Recoverer::readMark() {
@@ -104,7 +107,7 @@ std::optional<TargetMark> Recoverer::readMark() {
 Recoverer::Next Recoverer::settleJournals() {
     m_mark = readMark();
     std::vector<std::string> paths;
-    for (const auto& names : m_places) {
+    for (const auto& names : m_places.names) {
         paths.push_back(names.journal());
     }
     if (m_mark && std::find(paths.begin(), paths.end(), m_mark->journalPath) == paths.end()) {
@@ -135,10 +138,15 @@ Recoverer::Next Recoverer::settleJournals() {
 Recoverer::Next Recoverer::settleJournal(const std::string& path) {
     const auto file = openWorkingFile(m_environment, path);
     if (!file.isOpen()) {
-        if (errno == ENOENT || errno == ENOTDIR) {
+        const int error = errno;
+        if (isMissing(error)) {
             return Next::Done;
         }
-        throwSystemError(m_iri, errno, "cannot read the journal " + path + " of an interrupted save");
+        if (isOutOfSight(path)) {
+            m_places.stateError = error;
+            return Next::Done;
+        }
+        throwSystemError(m_iri, error, "cannot read the journal " + path + " of an interrupted save");
     }
     struct stat status {};
     OpenJournal journal;
@@ -171,6 +179,12 @@ Recoverer::Next Recoverer::settleJournal(const std::string& path) {
          fmt::format("user {} is saving the file, or was interrupted while saving it, and only that user can "
                      "finish it: cannot read {}: {}",
                      journal.owner, journal.stagingPath(), systemText(errno)));
+}
+
+bool Recoverer::isOutOfSight(const std::string& path) const {
+    struct stat status {};
+    return path != m_places.names.front().journal() && !(m_mark && m_mark->journalPath == path) &&
+           ::lstat(path.c_str(), &status) != 0;
 }
 
 Recoverer::Next Recoverer::settleValid(const OpenJournal& journal, Descriptor& staging) {

@@ -62,7 +62,7 @@ SaveTransaction::SaveTransaction(EnvironmentPtr environment, const StorageIRI& i
     if (m_before) {
         requireWritable(*m_before);
     }
-    static_cast<void>(Recoverer(m_environment, m_iri, m_target).recoverAll());
+    static_cast<void>(Recoverer(m_environment, m_iri, m_target).recoverForSaving());
     m_before = readTarget();
     m_staging = Staging::create(m_environment, m_iri, m_target, m_before ? privateMode : m_request.mode,
                                 m_before.has_value());

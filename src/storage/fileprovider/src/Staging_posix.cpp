@@ -18,7 +18,7 @@ using foundation::storage::provider::StorageIRI;
 constexpr unsigned maximalSlots = 10000;
 
 bool cannotStandHere(int error) {
-    return error == EACCES || error == EPERM || error == EROFS;
+    return error == EACCES || error == EPERM || error == EROFS || error == ENAMETOOLONG;
 }
 
 /// Disengaged with `errno` set.

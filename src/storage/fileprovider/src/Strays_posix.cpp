@@ -1,5 +1,6 @@
 #include <storage/fileprovider/src/Strays.h>
 
+#include <storage/fileprovider/src/Failure.h>
 #include <storage/fileprovider/src/Staging.h>
 
 #include <algorithm>
@@ -14,8 +15,7 @@ namespace {
 
 /// Also where that cannot be told: what a journal may need must not be removed.
 bool exists(const std::string& path) {
-    return ::faccessat(AT_FDCWD, path.c_str(), F_OK, AT_SYMLINK_NOFOLLOW) == 0 ||
-           (errno != ENOENT && errno != ENOTDIR);
+    return ::faccessat(AT_FDCWD, path.c_str(), F_OK, AT_SYMLINK_NOFOLLOW) == 0 || !isMissing(errno);
 }
 
 bool anyJournal(const std::vector<WorkingNames>& places) {

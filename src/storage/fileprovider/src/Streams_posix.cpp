@@ -237,8 +237,9 @@ std::unique_ptr<ByteStream> openForReading(const EnvironmentPtr& environment, co
     if (!S_ISREG(before.st_mode)) {
         throw Exception(ErrorCode::NotSupported, iri, "not a regular file");
     }
-    const bool mayBeRemembered = SettledFiles::mayBeRemembered(before, now);
-    static_cast<void>(Recoverer(environment, iri, path).recoverForReading());
+    Recoverer recoverer(environment, iri, path);
+    static_cast<void>(recoverer.recoverForReading());
+    const bool mayBeRemembered = SettledFiles::mayBeRemembered(before, now) && recoverer.hasSeenAllPlaces();
     // Without O_NONBLOCK, a FIFO that took the file's place meanwhile would be waited for.
     auto file = Descriptor::open(environment->calls, path.c_str(), O_RDONLY | O_NONBLOCK | O_NOFOLLOW);
     struct stat status {};

@@ -43,6 +43,7 @@ public:
     /// open, with O_CLOEXEC added.
     virtual int open(const char* path, int flags, mode_t mode);
     virtual int close(int file);
+    virtual int access(const char* path, int mode);
     /// pread.
     virtual ssize_t read(int file, char* buffer, std::size_t count, off_t position);
     /// pwrite.

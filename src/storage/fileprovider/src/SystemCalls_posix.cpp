@@ -21,6 +21,10 @@ int SystemCalls::close(int file) {
     return ::close(file);
 }
 
+int SystemCalls::access(const char* path, int mode) {
+    return ::access(path, mode);
+}
+
 ssize_t SystemCalls::read(int file, char* buffer, std::size_t count, off_t position) {
     return ::pread(file, buffer, count, position);
 }

@@ -23,6 +23,8 @@ struct TargetMark {
     static int read(const std::string& target, std::optional<TargetMark>& mark);
     static int read(int target, std::optional<TargetMark>& mark);
     static bool isHidden(int error) noexcept;
+    /// Whether the file is not there, or its file system knows such marks and the file has none.
+    static bool isKnownMissing(const std::string& target) noexcept;
     /// Never replaces another mark. Returns 0 or an errno; EEXIST when there is one.
     int set(const Environment& environment, int target) const;
     /// Removes the mark of the save with this id; that of another one stays. Returns 0 or an errno; a missing

@@ -59,6 +59,11 @@ bool TargetMark::isHidden(int error) noexcept {
     return error == EACCES || error == EPERM;
 }
 
+bool TargetMark::isKnownMissing(const std::string& target) noexcept {
+    return ::getxattr(target.c_str(), attributeName, nullptr, 0) < 0 &&
+           (errno == ENODATA || errno == ENOENT || errno == ENOTDIR);
+}
+
 int TargetMark::set(const Environment& environment, int target) const {
     const auto value = id + ':' + journalPath;
     const auto setWith = [&](int flags) {
