@@ -36,6 +36,8 @@ public:
         m_failing = number;
         m_error = error;
     }
+    /// Goes on in the run of the system that `other` was in: a process was killed, and another one started.
+    void goOnIn(const SimulatedCrash& other) { m_run = other.m_run; }
     /// No file can be made in this folder.
     void denyCreationIn(const std::filesystem::path& folder) { m_denied = folder.string() + '/'; }
     /// The file system has no extended attributes, no reserving of space or no copying of ranges.
@@ -90,7 +92,7 @@ private:
     void restoreFolder(const std::string& folder, const Names& names);
 
     const TemporaryFolder m_aside;
-    const std::string m_run;
+    std::string m_run;
     std::map<std::string, Names> m_syncedNames;
     std::map<std::uint64_t, Contents> m_syncedFiles;
     std::uint64_t m_asideCount = 0;

@@ -85,6 +85,7 @@ TEST(WorkingFileNames, StandBesideTheTarget) {
     EXPECT_EQ(names.journal(), "/home/me/.plans.zip.kxvfs-journal");
     EXPECT_EQ(names.journalDraft(3), "/home/me/.plans.zip.kxvfs-journal3");
     EXPECT_EQ(journalDraftFor(names.staging(12)), names.journalDraft(12));
+    EXPECT_EQ(copyDraftFor(names.staging(12)), "/home/me/.plans.zip.kxvfs-copy12");
     EXPECT_EQ(WorkingNames::beside("/a").staging(0), "/.a.kxvfs-new0");
 }
 
@@ -107,11 +108,12 @@ TEST(WorkingFileNames, FitTheFileSystemAndDifferForLongNames) {
 
 TEST(WorkingFileNames, AreToldFromTheUsersNames) {
     for (const auto* name : {".a.kxvfs-new0", ".a.kxvfs-new123", ".a.kxvfs-journal", ".a.kxvfs-journal7",
-                             ".kxvfs-new.kxvfs-new0"}) {
+                             ".a.kxvfs-copy0", ".kxvfs-new.kxvfs-new0"}) {
         EXPECT_TRUE(isWorkingName(name)) << name;
     }
-    for (const auto* name : {"", ".", "a", "a.kxvfs-new0", ".kxvfs-new0", ".a.kxvfs-new", ".a.kxvfs-newx",
-                             ".a.kxvfs-new1x", ".a.kxvfs-journals", ".a.kxvfs-", ".a.kxvfs-lock"}) {
+    for (const auto* name :
+         {"", ".", "a", "a.kxvfs-new0", ".kxvfs-new0", ".a.kxvfs-new", ".a.kxvfs-newx", ".a.kxvfs-new1x",
+          ".a.kxvfs-journals", ".a.kxvfs-copy", ".a.kxvfs-", ".a.kxvfs-lock"}) {
         EXPECT_FALSE(isWorkingName(name)) << name;
     }
 }

@@ -58,10 +58,4 @@ bool mayHaveGrown(const Journal& journal, std::uint64_t size);
 /// was started again: then what was not synced may hold anything, and is nobody's.
 bool isAsTheSystemsStopLeftIt(const Environment& environment, const Journal& journal, int target);
 
-/// Has the journal take the target as it is for the old contents, so that finishing the save can be stopped
-/// and begun again like the save itself. Returns 0 or an errno; then the journal stands as it was, or
-/// renewed.
-int renewJournal(const EnvironmentPtr& environment, const Journal& journal, const std::string& journalPath,
-                 int target);
-
 } // namespace storage::fileprovider

@@ -4,6 +4,7 @@
 #include <storage/fileprovider/src/Failure.h>
 #include <storage/fileprovider/src/FileIdentity.h>
 #include <storage/fileprovider/src/FileIo.h>
+#include <storage/fileprovider/src/JournalFile.h>
 #include <storage/fileprovider/src/LocalPath.h>
 #include <storage/fileprovider/src/Recoverer.h>
 #include <storage/fileprovider/src/TargetMark.h>
@@ -25,44 +26,9 @@ using foundation::storage::provider::ErrorCode;
 using foundation::storage::provider::Exception;
 using foundation::storage::provider::StorageIRI;
 
-// The journal holds no secrets, and whoever may read the target must be able to see that it is half written.
-constexpr mode_t journalMode = 0644;
-
 std::string uniqueId() {
     std::random_device random;
     return fmt::format("{:08x}{:08x}", random(), random());
-}
-
-/// Writes the journal under its draft name and has it synced. Returns 0 or an errno.
-int writeDraft(const EnvironmentPtr& environment, const Journal& journal, const std::string& draft) {
-    environment->calls->unlink(draft.c_str());
-    auto file = Descriptor::open(environment->calls, draft.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW,
-                                 journalMode);
-    if (!file.isOpen()) {
-        return errno;
-    }
-    const auto bytes = encodeJournal(journal);
-    if (const int error =
-            writeAt(*environment, file.get(), bytes.data(), static_cast<std::int64_t>(bytes.size()), 0);
-        error != 0) {
-        return error;
-    }
-    if (const int error = syncFile(*environment, file.get()); error != 0) {
-        return error;
-    }
-    return file.close();
-}
-
-/// Puts a journal in the place of the one at `path`. Returns 0 or an errno.
-int replaceJournal(const EnvironmentPtr& environment, const Journal& journal, const std::string& draft,
-                   const std::string& path) {
-    if (const int error = writeDraft(environment, journal, draft); error != 0) {
-        return error;
-    }
-    if (environment->calls->rename(draft.c_str(), path.c_str()) != 0) {
-        return errno;
-    }
-    return syncFolder(*environment, std::string(parentOf(path)));
 }
 
 /// Tells one journal from another that stands in its place later; disengaged when there is none.
@@ -126,7 +92,7 @@ public:
     /// Step 1.
     Begin writeJournal() {
         const auto draft = m_staging.names.journalDraft(m_staging.slot);
-        int error = writeDraft(m_environment, m_journal, draft);
+        int error = writeJournalDraft(m_environment, m_journal, draft);
         bool occupied = false;
         if (error == 0 && m_environment->calls->renameToFree(draft.c_str(), m_journalPath.c_str()) != 0) {
             error = errno;
@@ -394,27 +360,6 @@ bool isAsTheSystemsStopLeftIt(const Environment& environment, const Journal& jou
     struct stat status {};
     return !journal.bootId.empty() && !run.id.empty() && journal.bootId != run.id &&
            ::fstat(target, &status) == 0 && toNanoseconds(status.st_mtim) < run.start;
-}
-
-int renewJournal(const EnvironmentPtr& environment, const Journal& journal, const std::string& journalPath,
-                 int target) {
-    struct stat status {};
-    if (::fstat(target, &status) != 0) {
-        return errno;
-    }
-    auto renewed = journal;
-    renewed.bootId = environment->calls->run().id;
-    // A device may have another number after a restart.
-    renewed.device = status.st_dev;
-    renewed.oldSize = static_cast<std::uint64_t>(status.st_size);
-    if (const int error =
-            sampleContents(*environment, target, renewed.oldSize, renewed.newSize, renewed.oldSamples);
-        error != 0) {
-        return error;
-    }
-    const auto folder = std::string(parentOf(journalPath));
-    return replaceJournal(environment, renewed, journalDraftFor(folder + '/' + journal.stagingName),
-                          journalPath);
 }
 
 } // namespace storage::fileprovider

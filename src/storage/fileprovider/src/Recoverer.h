@@ -65,6 +65,8 @@ private:
     void discardPrepared(const OpenJournal& journal);
     /// Returns false when the target is whole, but carries a mark that this user may not remove.
     bool restorePrepared(const OpenJournal& journal);
+    /// Only the journal leads to them.
+    void removeDrafts(const OpenJournal& journal) const;
     /// Removes the journal of a save that is finished or undone, and the staging file.
     void discard(const OpenJournal& journal, RecoveryOutcome outcome, const std::string& what);
     void finishOverwriting(const OpenJournal& journal, const Descriptor& staging);

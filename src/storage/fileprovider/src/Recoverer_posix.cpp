@@ -4,6 +4,7 @@
 #include <storage/fileprovider/src/CopyOver.h>
 #include <storage/fileprovider/src/Failure.h>
 #include <storage/fileprovider/src/FileIo.h>
+#include <storage/fileprovider/src/JournalFile.h>
 #include <storage/fileprovider/src/KeptCopy.h>
 #include <storage/fileprovider/src/LocalPath.h>
 #include <storage/fileprovider/src/Staging.h>
@@ -318,8 +319,7 @@ void Recoverer::discardPrepared(const OpenJournal& journal) {
                           journal.path, journal.stagingPath()));
         return;
     }
-    // First, since only the journal leads to it.
-    m_environment->calls->unlink(journalDraftFor(journal.stagingPath()).c_str());
+    removeDrafts(journal);
     discard(journal, RecoveryOutcome::DiscardedUnfinishedSave,
             "a save was interrupted before it touched the file");
 }
@@ -377,12 +377,18 @@ void Recoverer::finishOverwriting(const OpenJournal& journal, const Descriptor& 
     }
     const auto target = openTarget(journal);
     requireStoppedCopy(journal, target.get(), staging.get());
+    removeDrafts(journal);
     finishCopyOver(*m_environment, m_iri, journal.content, journal.path, target.get(), staging.get());
     m_mark.reset();
     found(RecoveryOutcome::FinishedSave,
           fmt::format(
               "a save was interrupted while it overwrote the file; the new contents, {} bytes, are in place",
               journal.content.newSize));
+}
+
+void Recoverer::removeDrafts(const OpenJournal& journal) const {
+    m_environment->calls->unlink(journalDraftFor(journal.stagingPath()).c_str());
+    m_environment->calls->unlink(copyDraftFor(journal.stagingPath()).c_str());
 }
 
 void Recoverer::discard(const OpenJournal& journal, RecoveryOutcome outcome, const std::string& what) {
@@ -411,11 +417,9 @@ void Recoverer::requireStoppedCopy(const OpenJournal& journal, int target, int s
         failChanged(journal);
     }
     keepWhatIsOverwritten(journal, target);
-    // The journal must stay its owner's, as the staging file is.
-    if (journal.owner != ::geteuid()) {
-        return;
-    }
-    if (const int renewError = renewJournal(m_environment, content, journal.path, target); renewError != 0) {
+    const int renewError = renewJournal(m_environment, content, journal.path, journal.owner, target);
+    const bool isAnothers = renewError == EPERM && journal.owner != ::geteuid();
+    if (renewError != 0 && !isAnothers) {
         throwSystemError(m_iri, renewError,
                          "cannot finish an interrupted save: cannot write " + journal.path);
     }
@@ -423,7 +427,8 @@ void Recoverer::requireStoppedCopy(const OpenJournal& journal, int target, int s
 
 void Recoverer::keepWhatIsOverwritten(const OpenJournal& journal, int target) {
     std::string copy;
-    if (const int error = keepCopy(m_environment, target, m_target, parentOf(journal.path), copy);
+    if (const int error = keepCopy(m_environment, target, m_target, parentOf(journal.path),
+                                   copyDraftFor(journal.stagingPath()), copy);
         error != 0) {
         // Not the code of the copy's failure: who replaces the file need not settle its save.
         fail(ErrorCode::LocalFileSystem,

@@ -13,7 +13,7 @@ namespace storage::fileprovider {
 /// when that fails.
 Descriptor openWorkingFile(const EnvironmentPtr& environment, const std::string& path);
 
-/// Removes those staging files of `names`, with the journal drafts of their slots, whose process is dead,
+/// Removes those staging files of `names`, with all drafts of their slots, whose process is dead,
 /// unless a journal stands in one of `places`. Ends at so many empty slots. Returns the removed staging
 /// files.
 std::vector<std::string> removeStrays(const EnvironmentPtr& environment,

@@ -48,7 +48,8 @@ std::vector<std::string> removeStrays(const EnvironmentPtr& environment,
             anyJournal(places)) {
             continue;
         }
-        environment->calls->unlink(names.journalDraft(slot).c_str());
+        environment->calls->unlink(journalDraftFor(path).c_str());
+        environment->calls->unlink(copyDraftFor(path).c_str());
         if (environment->calls->unlink(path.c_str()) == 0) {
             removed.push_back(path);
         }

@@ -37,6 +37,7 @@ std::string shortName(std::string_view name) {
 
 constexpr std::string_view stagingKind = "new";
 constexpr std::string_view journalKind = "journal";
+constexpr std::string_view copyKind = "copy";
 
 /// What stands behind the marker; empty without one, or with nothing in front of it.
 std::string_view kindOf(std::string_view name) {
@@ -46,6 +47,15 @@ std::string_view kindOf(std::string_view name) {
 
 bool isAllDigits(std::string_view text) {
     return std::all_of(text.begin(), text.end(), [](char c) { return c >= '0' && c <= '9'; });
+}
+
+/// The file of that kind and of the same slot.
+std::string besideStaging(std::string_view stagingPath, std::string_view kind) {
+    const auto kindAt = stagingPath.rfind(marker) + marker.size();
+    std::string path(stagingPath.substr(0, kindAt));
+    path += kind;
+    path += stagingPath.substr(kindAt + stagingKind.size());
+    return path;
 }
 
 } // namespace
@@ -66,11 +76,11 @@ std::string keptCopyName(std::string_view target) {
 }
 
 std::string journalDraftFor(std::string_view stagingPath) {
-    const auto kind = stagingPath.rfind(marker) + marker.size();
-    std::string path(stagingPath.substr(0, kind));
-    path += journalKind;
-    path += stagingPath.substr(kind + stagingKind.size());
-    return path;
+    return besideStaging(stagingPath, journalKind);
+}
+
+std::string copyDraftFor(std::string_view stagingPath) {
+    return besideStaging(stagingPath, copyKind);
 }
 
 bool isStagingName(std::string_view name) {
@@ -85,7 +95,9 @@ bool isWorkingName(std::string_view name) {
     const auto kind = kindOf(name);
     const bool isJournal =
         kind.substr(0, journalKind.size()) == journalKind && isAllDigits(kind.substr(journalKind.size()));
-    return !name.empty() && name.front() == '.' && (isJournal || isStagingName(name));
+    const bool isCopy = kind.size() > copyKind.size() && kind.substr(0, copyKind.size()) == copyKind &&
+                        isAllDigits(kind.substr(copyKind.size()));
+    return !name.empty() && name.front() == '.' && (isJournal || isCopy || isStagingName(name));
 }
 
 } // namespace storage::fileprovider

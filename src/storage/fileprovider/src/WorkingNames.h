@@ -10,6 +10,7 @@ namespace storage::fileprovider {
 ///     <prefix>new<slot>       a staging file: the contents that are being written
 ///     <prefix>journal         the journal of the one copy-over that may be under way for the target
 ///     <prefix>journal<slot>   a journal before it is complete
+///     <prefix>copy<slot>      a copy that a recovery keeps (see KeptCopy.h), before it is complete
 ///
 /// Slots are numbered from 0 and the first free one is taken, so what dead processes left is found without
 /// reading the folder.
@@ -41,9 +42,10 @@ bool isStagingName(std::string_view name);
 /// The name of what keepCopy() makes of a target.
 std::string keptCopyName(std::string_view target);
 
-/// The draft of the journal that belongs to a staging file, from the path of that. Precondition:
-/// isStagingName.
+/// The drafts of the journal and of the kept copy that belong to a staging file, from the path of that.
+/// Precondition: isStagingName.
 std::string journalDraftFor(std::string_view stagingPath);
+std::string copyDraftFor(std::string_view stagingPath);
 
 /// Whether a name, without its folder, is that of a working file beside a target.
 bool isWorkingName(std::string_view name);
