@@ -7,7 +7,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdlib>
 #include <fstream>
 #include <iterator>
 #include <map>
@@ -102,19 +101,6 @@ std::vector<fs::path> filesIn(const fs::path& folder) {
 
 } // namespace
 
-bool areLongLoops() {
-    static const bool asked = std::getenv("KX_LONG_FAULT_LOOPS") != nullptr;
-    return asked;
-}
-
-Contents contentsBefore() {
-    return {{"a", randomBytes(areLongLoops() ? 20'000 : 3'000, 1)},
-            {"b", "bytes of b"},
-            {"docs/", ""},
-            {"docs/x", "4"},
-            {"e/", ""}};
-}
-
 FaultBench::FaultBench(const Scenario& scenario)
     : m_scenario(scenario), m_files(makeFiles(m_state, scenario.attributes)) {}
 
@@ -181,25 +167,54 @@ std::string FaultBench::run(const InjectedFaults::Plan& plan) {
         if (m_scenario.read) {
             zip.list();
         }
+        const auto streams = m_scenario.beginning.open ? m_scenario.beginning.open(zip) : Streams();
         problems << act(zip, plan);
-        m_unremovable.clear();
-        const bool nothingCouldBeRemoved =
-            m_failures > 0 && plan.manner == InjectedFaults::Manner::FromThenOn;
-        for (const auto& file : filesIn(m_temporary.path())) {
-            if (nothingCouldBeRemoved || InjectedFaults::failedToRemove(file)) {
-                m_unremovable.insert(file);
-            }
-        }
-        const bool mayBeOld = m_reported && m_scenario.interruptedBy == nullptr;
-        problems << archiveFileProblems(mayBeOld ? std::vector{contentsBefore(), m_scenario.after}
-                                                 : std::vector{m_scenario.after});
-        problems << repeat(zip);
+        noteUnremovable(plan);
+        problems << archiveProblemsAfterActing() << close(streams) << repeat(zip);
     }
     problems << leftoverProblems();
     if (openFiles() != filesBefore) {
         problems << "files are left open\n";
     }
     return problems.str();
+}
+
+/// Files that the faults themselves have left over.
+void FaultBench::noteUnremovable(const InjectedFaults::Plan& plan) {
+    m_unremovable.clear();
+    const bool nothingCouldBeRemoved = m_failures > 0 && plan.subject == InjectedFaults::Subject::Files &&
+                                       plan.manner == InjectedFaults::Manner::FromThenOn;
+    for (const auto& file : filesIn(m_temporary.path())) {
+        if (nothingCouldBeRemoved || InjectedFaults::failedToRemove(file)) {
+            m_unremovable.insert(file);
+        }
+    }
+}
+
+std::string FaultBench::archiveProblemsAfterActing() const {
+    if (m_scenario.beginning.open) {
+        return archiveFileProblems({contentsBefore()});
+    }
+    const bool mayBeOld = m_reported && m_scenario.interruptedBy == nullptr;
+    return archiveFileProblems(mayBeOld ? std::vector{contentsBefore(), m_scenario.after}
+                                        : std::vector{m_scenario.after});
+}
+
+std::string FaultBench::close(const Streams& streams) {
+    try {
+        for (const auto& stream : streams) {
+            stream->close();
+        }
+        return {};
+    } catch (const std::exception& failure) {
+        return std::string("cannot close what was open: ") + failure.what() + "\n";
+    }
+}
+
+/// What the provider shows when the faults begin.
+const Contents& FaultBench::treeBefore() const {
+    static const auto unchanged = contentsBefore();
+    return m_scenario.beginning.open ? m_scenario.beginning.shows : unchanged;
 }
 
 std::string FaultBench::act(MountedZip& zip, const InjectedFaults::Plan& plan) {
@@ -245,11 +260,17 @@ std::string FaultBench::repeat(MountedZip& zip) {
     std::string doing = "list";
     try {
         auto tree = zip.tree();
+        if (m_scenario.beginning.open) {
+            // What was open is closed, so the archive holds what is shown.
+            if (const auto problems = archiveFileProblems({tree}); !problems.empty()) {
+                return problems;
+            }
+        }
         if (tree != m_scenario.after) {
             if (!m_reported) {
                 return "the provider does not show what it said was done\n";
             }
-            if (tree != contentsBefore()) {
+            if (tree != treeBefore()) {
                 return "the provider shows neither the old tree nor the new\n";
             }
             doing = "do it again";

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "InjectedFaults.h"
+#include "Scenario.h"
 
 #include <storage/fileprovider/LocalFileProvider.h>
 #include <support/TemporaryFolder.h>
@@ -15,39 +16,6 @@
 #include <vector>
 
 namespace kx::test {
-
-/// Where the archive of a scenario lives.
-enum class Home {
-    /// A file that a save replaces by renaming.
-    Renamed,
-    /// A file with a second hard link, which a save overwrites under a journal.
-    Overwritten,
-    /// An entry of another archive, which is a local file.
-    Nested,
-};
-
-/// One thing that is done to an archive, and what it then holds.
-struct Scenario {
-    const char* name;
-    void (*act)(MountedZip& zip);
-    Contents after;
-    Home home = Home::Renamed;
-    /// Whether the archive was read before the faults begin.
-    bool read = true;
-    /// The function at whose first call, once its journal stood, a save of `interruptedSave` was interrupted,
-    /// so that whoever opens the archive has to undo or finish it; null for none.
-    const char* interruptedBy = nullptr;
-    Contents interruptedSave = {};
-    /// Whether the file system has extended attributes.
-    bool attributes = true;
-};
-
-/// Whether the environment variable KX_LONG_FAULT_LOOPS asks for files that take several transfers each, and
-/// for more than one cause of failure.
-bool areLongLoops();
-
-/// The archive that every scenario begins with.
-Contents contentsBefore();
 
 /// The folders and providers of one run of a scenario, and what must hold after it.
 class FaultBench {
@@ -72,6 +40,10 @@ private:
     bool savesUntil(std::uint64_t call);
     StorageItem container() const;
     std::string act(MountedZip& zip, const InjectedFaults::Plan& plan);
+    const Contents& treeBefore() const;
+    void noteUnremovable(const InjectedFaults::Plan& plan);
+    std::string archiveProblemsAfterActing() const;
+    static std::string close(const Streams& streams);
     /// What the failure of an operation has to tell.
     std::string messageProblems(const std::string& message, const InjectedFaults::Plan& plan) const;
     std::string repeat(MountedZip& zip);

@@ -5,15 +5,9 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
-#include <iosfwd>
 #include <vector>
 
 namespace kx::test {
-
-/// Opening, reading, every kind of change, and every way in which a save is brought into its container.
-std::vector<Scenario> scenarios();
-
-void PrintTo(const Scenario& scenario, std::ostream* out);
 
 /// Runs a scenario for each of its calls in turn. Every loop prints how many points it tried.
 class FaultLoop : public testing::TestWithParam<Scenario> {

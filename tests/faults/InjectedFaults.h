@@ -9,14 +9,14 @@ namespace kx::test {
 
 /// Faults put under everything that the process is made of, by standing in for functions of the C library:
 /// for the system's file functions as the components, minizip, Boost and the C++ library call them, and for
-/// those that allocate memory. What is counted, and fails, are the calls of the thread that started the
+/// what allocates memory for C++. What is counted, and fails, are the calls of the thread that started the
 /// faults, between start() and stop().
 class InjectedFaults {
 public:
     enum class Subject {
         /// Everything that is asked of the system for files and folders.
         Files,
-        /// Everything that allocates memory.
+        /// Every `operator new`.
         Memory,
     };
 

@@ -1,34 +1,57 @@
 #include "StandIn.h"
 
-// The allocator itself, under the names that the C library exports beside the public ones.
-extern "C" {
-void* __libc_malloc(std::size_t size);
-void* __libc_calloc(std::size_t count, std::size_t size);
-void* __libc_realloc(void* block, std::size_t size);
-}
+#include <cstdlib>
+#include <new>
 
+// What C++ allocates. minizip writes through some of its own allocations before it looks whether they
+// succeeded.
 namespace {
 
-/// Whether an allocation is made. Also what stands behind `operator new`, which calls malloc.
-bool goes(const char* function) noexcept {
+void* allocated(std::size_t size) noexcept {
     using namespace kx::test;
-    return detail::enter(InjectedFaults::Subject::Memory, function, detail::CallKind::Other) ==
-           detail::Verdict::Goes;
+    const auto verdict =
+        detail::enter(InjectedFaults::Subject::Memory, "operator new", detail::CallKind::Other);
+    return verdict == detail::Verdict::Goes ? std::malloc(size == 0 ? 1 : size) : nullptr;
+}
+
+void* allocatedOrThrown(std::size_t size) {
+    auto* const block = allocated(size);
+    if (block == nullptr) {
+        throw std::bad_alloc();
+    }
+    return block;
 }
 
 } // namespace
 
-extern "C" {
-
-KX_STAND_IN(void*, malloc, (std::size_t size)) {
-    return goes("malloc") ? __libc_malloc(size) : nullptr;
+[[gnu::visibility("default")]] void* operator new(std::size_t size) {
+    return allocatedOrThrown(size);
 }
 
-KX_STAND_IN(void*, calloc, (std::size_t count, std::size_t size)) {
-    return goes("calloc") ? __libc_calloc(count, size) : nullptr;
+[[gnu::visibility("default")]] void* operator new[](std::size_t size) {
+    return allocatedOrThrown(size);
 }
 
-KX_STAND_IN(void*, realloc, (void* block, std::size_t size)) {
-    return goes("realloc") ? __libc_realloc(block, size) : nullptr;
+[[gnu::visibility("default")]] void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+    return allocated(size);
 }
+
+[[gnu::visibility("default")]] void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
+    return allocated(size);
+}
+
+[[gnu::visibility("default")]] void operator delete(void* block) noexcept {
+    std::free(block);
+}
+
+[[gnu::visibility("default")]] void operator delete[](void* block) noexcept {
+    std::free(block);
+}
+
+[[gnu::visibility("default")]] void operator delete(void* block, std::size_t) noexcept {
+    std::free(block);
+}
+
+[[gnu::visibility("default")]] void operator delete[](void* block, std::size_t) noexcept {
+    std::free(block);
 }

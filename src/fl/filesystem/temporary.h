@@ -1,6 +1,7 @@
 #pragma once
 
 #include <fl/filesystem/Export.h>
+#include <fl/filesystem/path.h>
 #include <fl/i18n/ustring.h>
 
 #include <cstdio>
@@ -22,6 +23,9 @@ struct TemporaryFile {
     /// The path of the file: the folder's name and the name within it. Nobody removes the file but who asked
     /// for it.
     i18n::ustring name;
+    /// The same in the form that the operations of this library take. Known before the file is made, so that
+    /// a caller whose memory runs out has it.
+    path item;
 };
 
 /// The absolute name of the folder for temporary files: what TMPDIR names if that is a folder (and its name

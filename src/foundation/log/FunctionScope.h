@@ -5,6 +5,7 @@
 #include <foundation/log/basic_diagnostic_logger.h>
 
 #include <memory>
+#include <new>
 #include <sstream>
 #include <string>
 #include <string_view>
@@ -37,10 +38,14 @@ public:
     template <typename T>
     T result(std::string_view marker, T value) {
         if (m_open) {
-            std::ostringstream text;
-            text << marker << ' ';
-            detail::write<T>(text, value);
-            setResult(std::move(text).str());
+            try {
+                std::ostringstream text;
+                text << marker << ' ';
+                detail::write<T>(text, value);
+                setResult(std::move(text).str());
+            } catch (const std::bad_alloc&) {
+                // What the function has done stands, with its result or without in the log.
+            }
         }
         return value;
     }
@@ -63,11 +68,12 @@ private:
         KXFOUNDATION_LOG_API void operator()(Open* open) const noexcept;
     };
 
-    void open(const basic_diagnostic_logger& logger, const char* signature, const char* file, int line);
+    void open(const basic_diagnostic_logger& logger, const char* signature, const char* file,
+              int line) noexcept;
     void close() noexcept;
-    void setResult(std::string text);
+    void setResult(std::string text) noexcept;
 
-    // Null in a scope that is not logged.
+    // Null in a scope that is not logged, also for want of memory.
     std::unique_ptr<Open, OpenDeleter> m_open;
 };
 

@@ -6,6 +6,7 @@
 
 #include <concepts>
 #include <filesystem>
+#include <new>
 #include <sstream>
 #include <string>
 #include <string_view>
@@ -42,7 +43,8 @@ void write(std::ostream& out, const T& value) {
 
 /// One record while it is put together; it is handed to the sinks when it goes. Made by the macros of
 /// <foundation/log/log.h>, which do so only when the logger is enabled.
-/// Logging never fails: what a sink throws is swallowed. What streaming a value throws passes on.
+/// Logging never fails: what a sink throws is swallowed, and what there is no memory for is left out. What
+/// streaming a value throws besides passes on.
 class KXFOUNDATION_LOG_API Record {
 public:
     Record(const basic_diagnostic_logger& logger, severity level);
@@ -53,7 +55,11 @@ public:
 
     template <typename T>
     Record& operator<<(const T& value) {
-        detail::write<std::decay_t<const T&>>(m_text, value);
+        try {
+            detail::write<std::decay_t<const T&>>(m_text, value);
+        } catch (const std::bad_alloc&) {
+            // A record may lack something; what logs it goes on, also where it is a destructor.
+        }
         return *this;
     }
 

@@ -123,8 +123,10 @@ ustring temp_directory_name() {
 TemporaryFile tmpfile(ustring_view directory, ustring_view prefix, ustring_view suffix) {
     TemporaryFile created;
     created.name =
-        firstFreeName("create a temporary file in", directory, prefix, suffix,
-                      [&created](const path& item) { return createExclusively(item, created.file); });
+        firstFreeName("create a temporary file in", directory, prefix, suffix, [&created](const path& item) {
+            created.item = item;
+            return createExclusively(item, created.file);
+        });
     return created;
 }
 

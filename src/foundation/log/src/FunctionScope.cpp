@@ -3,6 +3,7 @@
 #include <foundation/log/indent_attribute.h>
 
 #include <exception>
+#include <new>
 #include <optional>
 #include <utility>
 
@@ -40,10 +41,12 @@ void FunctionScope::OpenDeleter::operator()(Open* open) const noexcept {
 }
 
 void FunctionScope::open(const basic_diagnostic_logger& logger, const char* signature, const char* file,
-                         int line) {
-    m_open.reset(new Open{logger, std::uncaught_exceptions(), std::nullopt});
-    Record(logger, severity::info) << signature << ' ' << sourceName(file) << ':' << line;
-    indent_attribute::increase();
+                         int line) noexcept {
+    m_open.reset(new (std::nothrow) Open{logger, std::uncaught_exceptions(), std::nullopt});
+    if (m_open) {
+        Record(logger, severity::info) << signature << ' ' << sourceName(file) << ':' << line;
+        indent_attribute::increase();
+    }
 }
 
 void FunctionScope::close() noexcept {
@@ -58,7 +61,7 @@ void FunctionScope::close() noexcept {
     }
 }
 
-void FunctionScope::setResult(std::string text) {
+void FunctionScope::setResult(std::string text) noexcept {
     m_open->result = std::move(text);
 }
 

@@ -161,6 +161,8 @@ bool SaveTransaction::commitNewFile() {
     if (error != 0) {
         throwSystemError(m_iri, error, "cannot save");
     }
+    // From the renaming on nothing may fail before the lock is passed on.
+    const auto folder = m_staging->names.folder();
     if (m_environment->calls->renameToFree(m_staging->path().c_str(), m_target.c_str()) != 0) {
         if (errno == EEXIST) {
             return false;
@@ -168,7 +170,6 @@ bool SaveTransaction::commitNewFile() {
         throwSystemError(m_iri, errno, "cannot save");
     }
     KX_LOG(logger()) << " target=" << m_target << " way=new";
-    const auto folder = m_staging->names.folder();
     HeldLocks::instance().passOn(m_target, std::move(m_staging->file));
     m_staging.reset();
     if (const int syncError = syncFolder(*m_environment, folder); syncError != 0) {
@@ -217,6 +218,7 @@ bool SaveTransaction::commitReplacement(const struct stat& target) {
 }
 
 bool SaveTransaction::replaceByRenaming() {
+    const auto folder = m_staging->names.folder();
     if (m_environment->calls->rename(m_staging->path().c_str(), m_target.c_str()) != 0) {
         if (needsOverwriting(errno)) {
             return false;
@@ -224,7 +226,6 @@ bool SaveTransaction::replaceByRenaming() {
         throwSystemError(m_iri, errno, "cannot save");
     }
     KX_LOG(logger()) << " target=" << m_target << " way=rename";
-    const auto folder = m_staging->names.folder();
     HeldLocks::instance().passOn(m_target, std::move(m_staging->file));
     m_staging.reset();
     if (const int error = syncFolder(*m_environment, folder); error != 0) {

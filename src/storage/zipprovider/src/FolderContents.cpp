@@ -1,5 +1,7 @@
 #include "FolderContents.h"
 
+#include "PreparedNode.h"
+
 #include <utility>
 
 namespace storage::zipprovider {
@@ -25,9 +27,17 @@ std::shared_ptr<FolderEntry> FolderContents::findFolder(const ustring& name) con
 }
 
 void FolderContents::replace(std::shared_ptr<FolderEntry> entry) {
-    const MutexLock lock(m_impl->mutex);
+    put(prepare(std::move(entry)));
+}
+
+FolderContents::Child FolderContents::prepare(std::shared_ptr<FolderEntry> entry) {
     auto name = entry->path.fileName();
-    m_impl->children.insert_or_assign(std::move(name), std::move(entry));
+    return preparedNode<FolderChildren>(std::move(name), std::move(entry));
+}
+
+void FolderContents::put(Child child) noexcept {
+    const MutexLock lock(m_impl->mutex);
+    putNode(m_impl->children, std::move(child));
 }
 
 std::shared_ptr<FolderEntry> FolderContents::remove(const ustring& name) {

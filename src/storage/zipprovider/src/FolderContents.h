@@ -18,6 +18,8 @@ using FolderChildren = std::map<fl::i18n::ustring, std::shared_ptr<FolderEntry>>
 /// mutex, and no two folders' mutexes are ever held at once.
 class FolderContents {
 public:
+    using Child = FolderChildren::node_type;
+
     /// Precondition: `ownEntry` is not null and a folder.
     explicit FolderContents(std::shared_ptr<FolderEntry> ownEntry);
 
@@ -30,6 +32,10 @@ public:
 
     /// Puts `entry` in the place of the child of its name, or adds it.
     void replace(std::shared_ptr<FolderEntry> entry);
+    /// A child made ready for put(): what needs memory is done.
+    static Child prepare(std::shared_ptr<FolderEntry> entry);
+    /// The same as replace(), without a way to fail. Precondition: `child` is one that prepare() made.
+    void put(Child child) noexcept;
     /// Takes the child of that name away and returns it, null when there is none.
     std::shared_ptr<FolderEntry> remove(const fl::i18n::ustring& name);
     bool empty() const;

@@ -5,13 +5,16 @@
 #include <fl/filesystem/temporary.h>
 
 #include <filesystem>
+#include <system_error>
+#include <utility>
 
 namespace storage::zipprovider {
 
 TemporaryArchive::TemporaryArchive()
     : m_path(fl::filesystem::detail::make_native_form(
           fl::filesystem::tmpnam(fl::filesystem::temp_directory_name(), u"zipProvider-", u"sanitized.zip"),
-          true)) {}
+          true)),
+      m_keptPath(m_path.parent_path() / ("kept-" + m_path.filename().string())) {}
 
 TemporaryArchive::~TemporaryArchive() {
     if (m_kept) {
@@ -24,15 +27,12 @@ TemporaryArchive::~TemporaryArchive() {
     }
 }
 
-void TemporaryArchive::keep() noexcept {
+fl::filesystem::path TemporaryArchive::keep() noexcept {
     m_kept = true;
-    try {
-        const auto kept = m_path.parent_path() / ("kept-" + m_path.filename().string());
-        std::filesystem::rename(m_path, kept);
-        m_path = kept;
-    } catch (...) {
-        // Under its own name it is kept as well.
-    }
+    std::error_code error;
+    std::filesystem::rename(m_path, m_keptPath, error);
+    // Under its own name it is kept as well.
+    return std::move(error ? m_path : m_keptPath);
 }
 
 void TemporaryArchive::remove() {

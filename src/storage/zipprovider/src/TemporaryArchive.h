@@ -16,15 +16,17 @@ public:
     TemporaryArchive& operator=(const TemporaryArchive&) = delete;
 
     const fl::filesystem::path& path() const { return m_path; }
-    /// Leaves the file for good, under a name that begins with "kept-" from here on: whoever cleans the
-    /// temporary directory up can tell it from those that are under way.
-    void keep() noexcept;
+    /// Leaves the file for good, under a name that begins with "kept-" where it can be renamed: whoever
+    /// cleans the temporary directory up can tell it from those that are under way. Returns its path; path()
+    /// is not to be asked for afterwards.
+    fl::filesystem::path keep() noexcept;
 
 private:
     /// Deletes the file. Errors: FsysExceptionBase.
     void remove();
 
     fl::filesystem::path m_path;
+    fl::filesystem::path m_keptPath;
     bool m_kept = false;
 };
 

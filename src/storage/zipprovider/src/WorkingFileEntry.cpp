@@ -15,6 +15,7 @@
 #include <cerrno>
 #include <cstddef>
 #include <cstdio>
+#include <filesystem>
 #include <ios>
 #include <ostream>
 #include <streambuf>
@@ -73,20 +74,24 @@ WorkingFileEntry::WorkingFileEntry(ZipEntryPath path, IEntrySource& source)
     try {
         fill(source);
     } catch (...) {
-        try {
-            doRemove();
-        } catch (...) {
-            // What kept the entry from being filled matters more.
-        }
+        // What kept the entry from being filled matters more than a failure of this.
+        removeQuietly();
         throw;
     }
 }
 
 WorkingFileEntry::~WorkingFileEntry() {
+    removeQuietly();
+}
+
+/// A file left in the temporary directory harms nobody, but want of memory is no reason to leave one.
+void WorkingFileEntry::removeQuietly() noexcept {
     try {
         doRemove();
     } catch (...) {
-        // A file left in the temporary directory harms nobody.
+        const MutexLock lock(m_mutex);
+        std::error_code failure;
+        std::filesystem::remove(m_checkoutPath, failure);
     }
 }
 
@@ -159,9 +164,7 @@ void WorkingFileEntry::ensureWorkingFile() {
 
 fl::filesystem::FileOwner WorkingFileEntry::makeWorkingFile() {
     auto created = fl::filesystem::tmpfile(fl::filesystem::temp_directory_name(), u"zipProvider-", u".cache");
-    if (!created.name.empty()) {
-        m_checkoutPath = fl::filesystem::detail::make_native_form(created.name, true);
-    }
+    m_checkoutPath = std::move(created.item);
     return std::move(created.file);
 }
 

@@ -56,6 +56,7 @@ private:
     /// Makes the working file and gives it open; its path stays empty when it could not be told.
     fl::filesystem::FileOwner makeWorkingFile() KX_REQUIRES(m_mutex);
     void fill(IEntrySource& source) KX_EXCLUDES(m_mutex);
+    void removeQuietly() noexcept KX_EXCLUDES(m_mutex);
 
     const ZipEntryPath m_path;
     /// Empty until the working file is made.

@@ -81,8 +81,16 @@ private:
         typename State::Registration registration;
         /// Whether the entry was removed or replaced: what the stream writes goes nowhere.
         bool detached = false;
+        /// Whether the stream is gone, and what it changed is still to be taken back.
+        bool givenUp = false;
     };
     using OpenWriters = std::list<OpenWriter>;
+    using WorkingFiles = std::map<ZipEntryPath, std::weak_ptr<WorkingFileEntry>>;
+    /// A move of working files and writable streams to another path, made ready, and the new paths of those.
+    struct StreamMove {
+        PreparedMove<WorkingFiles> workingFiles;
+        std::vector<std::pair<OpenWriter*, ZipEntryPath>> writers;
+    };
 
     template <typename FileSystem, typename Writer>
     friend std::unique_ptr<WorkingFileByteStream>
@@ -104,6 +112,7 @@ private:
 
     void modifiedFileWasClosed(typename OpenWriters::iterator writer) const KX_EXCLUDES(m_mutex);
     void modifiedFileWasAbandoned(typename OpenWriters::iterator writer) const KX_EXCLUDES(m_mutex);
+    void takeBackGivenUp() const KX_REQUIRES(m_mutex);
     bool revoke(const OpenWriter& writer) const KX_REQUIRES(m_mutex);
 
     std::shared_ptr<FolderContents> requireFolder(const ZipEntryPath& folder) const KX_REQUIRES(m_mutex);
@@ -113,9 +122,10 @@ private:
         KX_REQUIRES(m_mutex);
     void checkDestination(const ZipEntryPath& destination, MoveOption option, ZipEntryType type) const
         KX_REQUIRES(m_mutex);
-    void detachStreams(const ZipEntryPath& path) const KX_REQUIRES(m_mutex);
-    void moveStreams(const ZipEntryPath& from, const ZipEntryPath& to, ZipEntryType type) const
+    void detachStreams(const ZipEntryPath& path) const noexcept KX_REQUIRES(m_mutex);
+    StreamMove prepareStreamMove(const ZipEntryPath& from, const ZipEntryPath& to, ZipEntryType type) const
         KX_REQUIRES(m_mutex);
+    static void moveStreams(StreamMove move) noexcept;
     void forgetExpiredWorkingFiles() const KX_REQUIRES(m_mutex);
 
     const bool m_writable;
@@ -124,7 +134,7 @@ private:
     State m_state KX_GUARDED_BY(m_mutex);
     mutable FlushingPolicy<State> m_flushingPolicy KX_GUARDED_BY(m_mutex);
     /// Working files that a stream or the state keeps alive, by the entry's path.
-    mutable std::map<ZipEntryPath, std::weak_ptr<WorkingFileEntry>> m_workingFiles KX_GUARDED_BY(m_mutex);
+    mutable WorkingFiles m_workingFiles KX_GUARDED_BY(m_mutex);
     mutable std::size_t m_workingFilesLimit KX_GUARDED_BY(m_mutex) = 64;
     mutable OpenWriters m_openWriters KX_GUARDED_BY(m_mutex);
 };

@@ -62,6 +62,7 @@ auto ZipFileSystem<StorageItem, ByteStreamDevice>::checkOutEntry(const ZipEntryP
     KX_LOG_FUNCTION(m_logger);
     const foundation::core::MutexLock lock(m_mutex);
     KX_LOG(m_logger) << " path=" << path;
+    takeBackGivenUp();
     return std::make_unique<WorkingFileByteStream>(
         setAndGetReadOnlyWFE(path), static_cast<int>(std::ios_base::in | std::ios_base::binary));
 }
@@ -73,20 +74,24 @@ auto ZipFileSystem<StorageItem, ByteStreamDevice>::checkOutEntry(const ZipEntryP
     KX_LOG_FUNCTION(m_logger);
     const foundation::core::MutexLock lock(m_mutex);
     KX_LOG(m_logger) << " path=" << path;
+    takeBackGivenUp();
     const auto [entry, entryDidNotExist] = setAndGetWritableWFE(path, options);
     const auto mode = detail::toOpenMode(options);
     if ((mode & std::ios_base::trunc) != 0 && (mode & std::ios_base::app) != 0) {
         // No device opens that way; refused before anything is recorded.
         foundation::core::except::throwInternal(WorkingEntryOpenException(path.toString()));
     }
-    m_openWriters.push_front({m_state.registerModifiedEntry(path, entry, entryDidNotExist)});
+    OpenWriters opened;
+    opened.push_front({{path, nullptr, 0}});
+    opened.front().registration = m_state.registerModifiedEntry(path, entry, entryDidNotExist);
+    m_openWriters.splice(m_openWriters.begin(), opened);
     const auto writer = m_openWriters.begin();
     std::unique_ptr<ByteStream> stream;
     try {
         stream = makeByteStream(entry, options, this->shared_from_this(), writer);
     } catch (...) {
-        revoke(*writer);
-        m_openWriters.erase(writer);
+        writer->givenUp = true;
+        takeBackGivenUp();
         throw;
     }
     m_flushingPolicy.incrementModifiedInUse();
@@ -182,6 +187,7 @@ void ZipFileSystem<StorageItem, ByteStreamDevice>::modifiedFileWasClosed(
     if (!writer->detached) {
         m_state.settle(writer->registration);
     }
+    takeBackGivenUp();
     m_flushingPolicy.setStateChanged();
 }
 
@@ -190,24 +196,44 @@ void ZipFileSystem<StorageItem, ByteStreamDevice>::modifiedFileWasAbandoned(
     typename OpenWriters::iterator writer) const {
     KX_LOG_FUNCTION(m_logger);
     const foundation::core::MutexLock lock(m_mutex);
-    OpenWriters abandoned;
-    abandoned.splice(abandoned.begin(), m_openWriters, writer);
+    writer->givenUp = true;
     m_flushingPolicy.decrementModifiedInUse();
-    const bool revoked = revoke(*writer);
-    KX_LOG_DEBUG(m_logger) << "Is the entry as it was before the stream? " << revoked;
+    takeBackGivenUp();
     m_flushingPolicy.setStateChanged();
+}
+
+/// What a stream has changed that was given up is taken back at once; where that fails, before anything else
+/// is looked at or changed.
+template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
+void ZipFileSystem<StorageItem, ByteStreamDevice>::takeBackGivenUp() const {
+    for (auto writer = m_openWriters.begin(); writer != m_openWriters.end();) {
+        if (!writer->givenUp) {
+            ++writer;
+            continue;
+        }
+        const bool revoked = revoke(*writer);
+        KX_LOG_DEBUG(m_logger) << "Is the entry as it was before the stream? " << revoked;
+        writer = m_openWriters.erase(writer);
+    }
 }
 
 /// Streams that are open on the entry for reading go on with the working file; others get a new one.
 template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
 bool ZipFileSystem<StorageItem, ByteStreamDevice>::revoke(const OpenWriter& writer) const {
     const auto& path = writer.registration.path;
-    if (writer.detached || !m_state.revoke(writer.registration)) {
+    if (writer.detached) {
         return false;
     }
-    m_workingFiles.erase(path);
+    auto slot = preparedNode<WorkingFiles>(path, {});
+    if (!m_state.revoke(writer.registration)) {
+        return false;
+    }
+    // Nothing fails from here on: what is taken back is not taken back again.
     if (const auto entry = m_state.modifiedEntry(path)) {
-        m_workingFiles.emplace(path, entry);
+        slot.mapped() = entry;
+        putNode(m_workingFiles, std::move(slot));
+    } else {
+        m_workingFiles.erase(path);
     }
     return true;
 }
@@ -216,6 +242,7 @@ template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
 void ZipFileSystem<StorageItem, ByteStreamDevice>::flushContents() const {
     const foundation::core::MutexLock lock(m_mutex);
     KX_LOG_FUNCTION(m_logger);
+    takeBackGivenUp();
     m_state.doFlush();
 }
 

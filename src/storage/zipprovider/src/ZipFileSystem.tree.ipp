@@ -18,6 +18,7 @@ using foundation::core::MutexLock;
 template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
 std::uint64_t ZipFileSystem<StorageItem, ByteStreamDevice>::getFileSize(const ZipEntryPath& path) const {
     const MutexLock lock(m_mutex);
+    takeBackGivenUp();
     const auto entry = requireEntry(path, ZipEntryType::File);
     const auto modified = m_state.modifiedEntry(path);
     return modified ? modified->getCachedFileSize() : entry->size;
@@ -27,6 +28,7 @@ template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
 boost::posix_time::ptime
 ZipFileSystem<StorageItem, ByteStreamDevice>::getFileLastModified(const ZipEntryPath& path) const {
     const MutexLock lock(m_mutex);
+    takeBackGivenUp();
     const auto entry = requireEntry(path, ZipEntryType::File);
     const auto modified = m_state.modifiedEntry(path);
     return modified ? modified->getCachedFileLastModified() : entry->lastModified;
@@ -36,6 +38,7 @@ template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
 boost::posix_time::ptime
 ZipFileSystem<StorageItem, ByteStreamDevice>::getFolderLastModified(const ZipEntryPath& path) const {
     const MutexLock lock(m_mutex);
+    takeBackGivenUp();
     return requireEntry(path, ZipEntryType::Folder)->lastModified;
 }
 
@@ -44,6 +47,7 @@ void ZipFileSystem<StorageItem, ByteStreamDevice>::createFolder(const ZipEntryPa
     KX_LOG_FUNCTION(m_logger);
     const MutexLock lock(m_mutex);
     KX_LOG(m_logger) << " path=" << path;
+    takeBackGivenUp();
     const auto parent = requireParentForNewEntry(path, ZipEntryType::Folder);
     if (path.isRoot() || parent->findFolder(path.fileName()) || parent->findFile(path.fileName())) {
         foundation::core::except::throwInternal(EntryExistsException(path));
@@ -57,12 +61,13 @@ void ZipFileSystem<StorageItem, ByteStreamDevice>::removeFile(const ZipEntryPath
     KX_LOG_FUNCTION(m_logger);
     const MutexLock lock(m_mutex);
     KX_LOG(m_logger) << " path=" << path;
+    takeBackGivenUp();
     if (!requireFolder(ZipEntryPath(path.parentPath()))->findFile(path.fileName())) {
         foundation::core::except::throwInternal(EntryNotFoundException(path));
     }
     const auto time = TimeSource::current()->now();
-    detachStreams(path);
     m_state.removeFile(path, time);
+    detachStreams(path);
     m_flushingPolicy.setStateChanged();
 }
 
@@ -71,6 +76,7 @@ void ZipFileSystem<StorageItem, ByteStreamDevice>::removeFolder(const ZipEntryPa
     KX_LOG_FUNCTION(m_logger);
     const MutexLock lock(m_mutex);
     KX_LOG(m_logger) << " path=" << path;
+    takeBackGivenUp();
     if (!requireFolder(ZipEntryPath(path.parentPath()))->findFolder(path.fileName())) {
         foundation::core::except::throwInternal(EntryNotFoundException(path));
     }
@@ -88,6 +94,7 @@ void ZipFileSystem<StorageItem, ByteStreamDevice>::moveFile(const ZipEntryPath& 
     KX_LOG_FUNCTION(m_logger);
     const MutexLock lock(m_mutex);
     KX_LOG(m_logger) << " source=" << source << " destination=" << destination;
+    takeBackGivenUp();
     if (!requireFolder(ZipEntryPath(source.parentPath()))->findFile(source.fileName())) {
         foundation::core::except::throwInternal(EntryNotFoundException(source));
     }
@@ -101,9 +108,10 @@ void ZipFileSystem<StorageItem, ByteStreamDevice>::moveFile(const ZipEntryPath& 
         m_state.originalEntry(source);
     }
     const auto time = TimeSource::current()->now();
-    detachStreams(destination);
+    auto moving = prepareStreamMove(source, destination, ZipEntryType::File);
     m_state.moveFile(source, destination, time);
-    moveStreams(source, destination, ZipEntryType::File);
+    detachStreams(destination);
+    moveStreams(std::move(moving));
     m_flushingPolicy.setStateChanged();
 }
 
@@ -114,6 +122,7 @@ void ZipFileSystem<StorageItem, ByteStreamDevice>::moveFolder(const ZipEntryPath
     KX_LOG_FUNCTION(m_logger);
     const MutexLock lock(m_mutex);
     KX_LOG(m_logger) << " source=" << source << " destination=" << destination;
+    takeBackGivenUp();
     if (!requireFolder(ZipEntryPath(source.parentPath()))->findFolder(source.fileName())) {
         foundation::core::except::throwInternal(EntryNotFoundException(source));
     }
@@ -133,9 +142,10 @@ void ZipFileSystem<StorageItem, ByteStreamDevice>::moveFolder(const ZipEntryPath
     }
     m_state.requireStorableNamesBelow(source, destination);
     const auto time = TimeSource::current()->now();
-    detachStreams(destination);
+    auto moving = prepareStreamMove(source, destination, ZipEntryType::Folder);
     m_state.moveFolder(source, destination, time);
-    moveStreams(source, destination, ZipEntryType::Folder);
+    detachStreams(destination);
+    moveStreams(std::move(moving));
     m_flushingPolicy.setStateChanged();
 }
 
@@ -143,6 +153,7 @@ template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
 std::shared_ptr<FolderContents>
 ZipFileSystem<StorageItem, ByteStreamDevice>::findFolder(const ZipEntryPath& folder) const {
     const MutexLock lock(m_mutex);
+    takeBackGivenUp();
     return m_state.findFolder(folder);
 }
 
@@ -206,7 +217,7 @@ void ZipFileSystem<StorageItem, ByteStreamDevice>::checkDestination(const ZipEnt
 /// Streams open on a removed or replaced entry go on working on their working file, which goes nowhere; a new
 /// entry of that path gets a working file of its own.
 template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
-void ZipFileSystem<StorageItem, ByteStreamDevice>::detachStreams(const ZipEntryPath& path) const {
+void ZipFileSystem<StorageItem, ByteStreamDevice>::detachStreams(const ZipEntryPath& path) const noexcept {
     m_workingFiles.erase(path);
     for (auto& writer : m_openWriters) {
         if (writer.registration.path == path) {
@@ -215,25 +226,32 @@ void ZipFileSystem<StorageItem, ByteStreamDevice>::detachStreams(const ZipEntryP
     }
 }
 
+/// An archive may hold a file x and a file x/y: what is below a file stays when that is moved.
 template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
-void ZipFileSystem<StorageItem, ByteStreamDevice>::moveStreams(const ZipEntryPath& from,
-                                                               const ZipEntryPath& to,
-                                                               ZipEntryType type) const {
-    // What is gone may have left its slot behind.
+auto ZipFileSystem<StorageItem, ByteStreamDevice>::prepareStreamMove(const ZipEntryPath& from,
+                                                                     const ZipEntryPath& to,
+                                                                     ZipEntryType type) const -> StreamMove {
+    // What is gone may have left its slot behind, also where the others go to.
     std::erase_if(m_workingFiles, [](const auto& slot) { return slot.second.expired(); });
-    // An archive may hold a file x and a file x/y: what is below a file stays when that is moved.
     const bool withAllBelow = type == ZipEntryType::Folder;
-    if (withAllBelow) {
-        detail::rekeySubtree(m_workingFiles, from, to, [](auto&) {});
-    } else if (auto slot = m_workingFiles.extract(from)) {
-        slot.key() = to;
-        m_workingFiles.insert(std::move(slot));
-    }
+    StreamMove move{{m_workingFiles, from, to,
+                     withAllBelow ? MovedKeys::WithAllBelow : MovedKeys::ThePathAlone,
+                     [](const std::weak_ptr<WorkingFileEntry>& file) { return file; }},
+                    {}};
     for (auto& writer : m_openWriters) {
-        auto& path = writer.registration.path;
+        const auto& path = writer.registration.path;
         if (!writer.detached && (path == from || (withAllBelow && from.isAbove(path)))) {
-            path = path.rebased(from, to);
+            move.writers.emplace_back(&writer, path.rebased(from, to));
         }
+    }
+    return move;
+}
+
+template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
+void ZipFileSystem<StorageItem, ByteStreamDevice>::moveStreams(StreamMove move) noexcept {
+    move.workingFiles.commit();
+    for (auto& [writer, path] : move.writers) {
+        writer->registration.path = std::move(path);
     }
 }
 

@@ -1,37 +1,11 @@
 #pragma once
 
+#include "PreparedMove.h"
+#include "PreparedNode.h"
+
 #include <utility>
-#include <vector>
 
 namespace storage::zipprovider {
-
-namespace detail {
-
-/// The first place in a map by path that can hold something below `folder`. Paths below a folder are
-/// contiguous: their texts begin with the folder's and a slash.
-template <typename Map>
-auto firstBelow(Map& map, const ZipEntryPath& folder) {
-    return map.lower_bound(folder.child(fl::i18n::ustring(1, u'\0')));
-}
-
-/// Gives every key of `map` that is `from` or below it its place under `to`; `onMove` may change the value.
-template <typename Map, typename OnMove>
-void rekeySubtree(Map& map, const ZipEntryPath& from, const ZipEntryPath& to, OnMove onMove) {
-    std::vector<typename Map::node_type> moving;
-    if (auto node = map.extract(from)) {
-        moving.push_back(std::move(node));
-    }
-    for (auto place = firstBelow(map, from); place != map.end() && from.isAbove(place->first);) {
-        moving.push_back(map.extract(place++));
-    }
-    for (auto& node : moving) {
-        node.key() = node.key().rebased(from, to);
-        onMove(node.mapped());
-        map.insert(std::move(node));
-    }
-}
-
-} // namespace detail
 
 template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
 auto ZipState<StorageItem, ByteStreamDevice>::registerModifiedEntry(
@@ -46,12 +20,19 @@ auto ZipState<StorageItem, ByteStreamDevice>::registerModifiedEntry(
     auto closed = reopened ? known->second.entry->copy() : nullptr;
     const auto parent = parentOf(path);
     const auto shown = parent->findFile(path.fileName());
-    if (entryDidNotExist) {
-        parent->add(std::make_shared<FolderEntry>(FolderEntry{ZipEntryType::File, path, size, time}));
-    }
+    const bool isNew = entryDidNotExist && !shown && !parent->findFolder(path.fileName());
+    auto child = isNew ? FolderContents::prepare(
+                             std::make_shared<FolderEntry>(FolderEntry{ZipEntryType::File, path, size, time}))
+                       : FolderContents::Child();
+    auto made = preparedNode<ModifiedEntries>(path, {});
+    Registration registration{path, entry, 0};
     markEntryChanged(path, size);
 
-    auto& record = m_modified.try_emplace(path).first->second;
+    // Nothing fails from here on.
+    if (child) {
+        parent->put(std::move(child));
+    }
+    auto& record = m_modified.insert(std::move(made)).position->second;
     if (!record.entry) {
         record.entry = entry;
         record.id = ++m_records;
@@ -64,7 +45,8 @@ auto ZipState<StorageItem, ByteStreamDevice>::registerModifiedEntry(
         record.closed = std::move(closed);
     }
     ++record.unsettled;
-    return {path, entry, record.id};
+    registration.record = record.id;
+    return registration;
 }
 
 template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
@@ -96,125 +78,162 @@ bool ZipState<StorageItem, ByteStreamDevice>::revoke(const Registration& registr
         return false;
     }
     auto& record = place->second;
-    --record.unsettled;
-    if (record.unsettled > 0 || (record.settled && !record.closed)) {
+    if (record.unsettled > 1 || (record.settled && !record.closed)) {
+        --record.unsettled;
         return false;
     }
+    const auto parent = parentOf(registration.path);
+    const auto name = registration.path.fileName();
+    auto back = record.shown;
     if (record.settled) {
+        const auto entry = parent->findFile(name);
+        back = entry ? std::make_shared<FolderEntry>(FolderEntry{
+                           entry->type, entry->path, record.closed->getCachedFileSize(), entry->lastModified})
+                     : nullptr;
+    }
+    auto child = back ? FolderContents::prepare(std::move(back)) : FolderContents::Child();
+    auto original = record.original && !record.settled
+                        ? preparedNode<CarriedOverEntries>(registration.path, *record.original)
+                        : typename CarriedOverEntries::node_type();
+
+    // Nothing fails from here on.
+    if (child) {
+        parent->put(std::move(child));
+    } else if (!record.settled) {
+        parent->remove(name);
+    }
+    if (record.settled) {
+        --record.unsettled;
         record.entry = std::move(record.closed);
-        markEntryChanged(registration.path, record.entry->getCachedFileSize());
         return true;
     }
-    const auto undone = std::move(record);
     m_modified.erase(place);
-    const auto parent = parentOf(registration.path);
-    if (undone.shown) {
-        parent->replace(undone.shown);
-    } else {
-        parent->remove(registration.path.fileName());
-    }
-    if (undone.original) {
-        m_carriedOver.insert_or_assign(registration.path, *undone.original);
+    if (original) {
+        putNode(m_carriedOver, std::move(original));
     }
     m_stateChanged = m_treeChanged || !m_modified.empty();
     return true;
 }
 
 template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
-void ZipState<StorageItem, ByteStreamDevice>::ModifiedEntry::follow(const Path& from, const Path& to) {
-    if (original) {
-        original->moved = true;
+auto ZipState<StorageItem, ByteStreamDevice>::ModifiedEntry::moved(const Path& from, const Path& to) const
+    -> ModifiedEntry {
+    auto copy = *this;
+    if (copy.original) {
+        copy.original->moved = true;
     }
-    if (shown) {
-        shown = std::make_shared<FolderEntry>(
+    if (copy.shown) {
+        copy.shown = std::make_shared<FolderEntry>(
             FolderEntry{shown->type, shown->path.rebased(from, to), shown->size, shown->lastModified});
     }
+    return copy;
 }
 
 template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
 void ZipState<StorageItem, ByteStreamDevice>::markEntryChanged(const Path& path, std::uint64_t size) const {
-    m_stateChanged = true;
     auto& parent = ensureFolder(Path(path.parentPath()), m_archiveLastModified);
     if (const auto entry = parent.findFile(path.fileName())) {
         replaceEntry(parent, *entry, size, entry->lastModified);
     }
-}
-
-template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
-void ZipState<StorageItem, ByteStreamDevice>::markEntryChanged(const Path& path, const Time& time) const {
-    m_stateChanged = m_treeChanged = true;
-    touchFolder(Path(path.parentPath()), time);
+    m_stateChanged = true;
 }
 
 template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
 void ZipState<StorageItem, ByteStreamDevice>::createFolder(const Path& path, const Time& time) const {
+    const auto parent = parentOf(path);
     const auto entry = std::make_shared<FolderEntry>(FolderEntry{ZipEntryType::Folder, path, 0, time});
-    parentOf(path)->add(entry);
-    m_basalState.insert_or_assign(path, std::make_shared<FolderContents>(entry));
-    m_createdFolders.insert_or_assign(path, time);
-    markEntryChanged(path, time);
+    auto child = FolderContents::prepare(entry);
+    auto contents = preparedNode<BasalState>(path, std::make_shared<FolderContents>(entry));
+    auto made = preparedNode<std::map<Path, Time>>(path, time);
+    auto mark = prepareMark(path, time);
+
+    // Nothing fails from here on, here and in the other changes.
+    parent->put(std::move(child));
+    putNode(m_basalState, std::move(contents));
+    putNode(m_createdFolders, std::move(made));
+    markEntryChanged(std::move(mark));
 }
 
 template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
 void ZipState<StorageItem, ByteStreamDevice>::removeFile(const Path& path, const Time& time) const {
-    parentOf(path)->remove(path.fileName());
+    auto vacated = prepareVacating(path);
+    auto mark = prepareMark(path, time);
+
     forgetFile(path);
-    markEntryChanged(path, time);
+    vacate(std::move(vacated));
+    markEntryChanged(std::move(mark));
 }
 
 template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
 void ZipState<StorageItem, ByteStreamDevice>::removeFolder(const Path& path, const Time& time) const {
+    const auto parent = parentOf(path);
+    const auto name = path.fileName();
+    auto mark = prepareMark(path, time);
+
     m_carriedOver.erase(path);
-    parentOf(path)->remove(path.fileName());
+    parent->remove(name);
     m_basalState.erase(path);
     m_createdFolders.erase(path);
-    markEntryChanged(path, time);
+    markEntryChanged(std::move(mark));
 }
 
 template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
 void ZipState<StorageItem, ByteStreamDevice>::moveFile(const Path& from, const Path& to,
                                                        const Time& time) const {
-    forgetFile(to);
-    if (auto node = m_carriedOver.extract(from)) {
-        node.key() = to;
-        node.mapped().moved = true;
-        m_carriedOver.insert(std::move(node));
-    }
-    if (auto node = m_modified.extract(from)) {
-        node.key() = to;
-        node.mapped().follow(from, to);
-        m_modified.insert(std::move(node));
-    }
-    const auto entry = parentOf(from)->remove(from.fileName());
-    forgetFile(from);
-    parentOf(to)->replace(
+    const auto toParent = parentOf(to);
+    const auto entry = parentOf(from)->findFile(from.fileName());
+    auto shown = FolderContents::prepare(
         std::make_shared<FolderEntry>(FolderEntry{ZipEntryType::File, to, entry->size, entry->lastModified}));
-    markEntryChanged(from, time);
-    markEntryChanged(to, time);
+    auto carriedOver = prepareCarriedOverMove(from, to, MovedKeys::ThePathAlone);
+    auto modified = prepareModifiedMove(from, to, MovedKeys::ThePathAlone);
+    auto vacated = prepareVacating(from);
+    auto markFrom = prepareMark(from, time);
+    auto markTo = prepareMark(to, time);
+
+    forgetFile(to);
+    carriedOver.commit();
+    modified.commit();
+    forgetFile(from);
+    vacate(std::move(vacated));
+    toParent->put(std::move(shown));
+    markEntryChanged(std::move(markFrom));
+    markEntryChanged(std::move(markTo));
 }
 
 template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
 void ZipState<StorageItem, ByteStreamDevice>::moveFolder(const Path& from, const Path& to,
                                                          const Time& time) const {
-    forgetFile(to);
-    parentOf(to)->remove(to.fileName());
-    const auto entry = parentOf(from)->remove(from.fileName());
-    parentOf(to)->add(
+    const auto fromParent = parentOf(from);
+    const auto toParent = parentOf(to);
+    const auto name = from.fileName();
+    const auto entry = fromParent->findFolder(name);
+    auto shown = FolderContents::prepare(
         std::make_shared<FolderEntry>(FolderEntry{ZipEntryType::Folder, to, 0, entry->lastModified}));
-    moveIndexBelow(from, to);
-    detail::rekeySubtree(m_carriedOver, from, to, [](CarriedOverEntry& moved) { moved.moved = true; });
-    detail::rekeySubtree(m_modified, from, to, [&](ModifiedEntry& moved) { moved.follow(from, to); });
-    detail::rekeySubtree(m_createdFolders, from, to, [](auto&) {});
-    markEntryChanged(from, time);
-    markEntryChanged(to, time);
+    auto index = prepareIndexMove(from, to);
+    auto carriedOver = prepareCarriedOverMove(from, to, MovedKeys::WithAllBelow);
+    auto modified = prepareModifiedMove(from, to, MovedKeys::WithAllBelow);
+    PreparedMove created(m_createdFolders, from, to, MovedKeys::WithAllBelow,
+                         [](const Time& made) { return made; });
+    auto markFrom = prepareMark(from, time);
+    auto markTo = prepareMark(to, time);
+
+    forgetFile(to);
+    index.commit();
+    carriedOver.commit();
+    modified.commit();
+    created.commit();
+    fromParent->remove(name);
+    toParent->put(std::move(shown));
+    markEntryChanged(std::move(markFrom));
+    markEntryChanged(std::move(markTo));
 }
 
 template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
 void ZipState<StorageItem, ByteStreamDevice>::requireStorableNamesBelow(const Path& from,
                                                                         const Path& to) const {
     const auto require = [&](const auto& entries, auto typeOf) {
-        for (auto place = detail::firstBelow(entries, from);
-             place != entries.end() && from.isAbove(place->first); ++place) {
+        for (auto place = firstBelow(entries, from); place != entries.end() && from.isAbove(place->first);
+             ++place) {
             requireStorableName(place->first.rebased(from, to), typeOf(place->second));
         }
     };
@@ -225,21 +244,41 @@ void ZipState<StorageItem, ByteStreamDevice>::requireStorableNamesBelow(const Pa
 
 /// Listings that are under way keep the old contents; the new places get contents of their own.
 template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
-void ZipState<StorageItem, ByteStreamDevice>::moveIndexBelow(const Path& from, const Path& to) const {
-    detail::rekeySubtree(m_basalState, from, to, [&](std::shared_ptr<FolderContents>& contents) {
-        if (!contents) {
-            return;
-        }
-        const auto rebased = [&](const FolderEntry& entry) {
-            return std::make_shared<FolderEntry>(
-                FolderEntry{entry.type, entry.path.rebased(from, to), entry.size, entry.lastModified});
-        };
-        auto moved = std::make_shared<FolderContents>(rebased(*contents->ownEntry()));
-        for (const auto& [name, child] : contents->snapshot([](const FolderEntry&) { return true; })) {
-            moved->add(rebased(*child));
-        }
-        contents = std::move(moved);
-    });
+auto ZipState<StorageItem, ByteStreamDevice>::prepareIndexMove(const Path& from, const Path& to) const
+    -> PreparedMove<BasalState> {
+    const auto rebased = [&](const FolderEntry& entry) {
+        return std::make_shared<FolderEntry>(
+            FolderEntry{entry.type, entry.path.rebased(from, to), entry.size, entry.lastModified});
+    };
+    return {m_basalState, from, to, MovedKeys::WithAllBelow,
+            [&](const std::shared_ptr<FolderContents>& contents) {
+                if (!contents) {
+                    return contents;
+                }
+                auto moved = std::make_shared<FolderContents>(rebased(*contents->ownEntry()));
+                for (const auto& [name, child] :
+                     contents->snapshot([](const FolderEntry&) { return true; })) {
+                    moved->add(rebased(*child));
+                }
+                return moved;
+            }};
+}
+
+template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
+auto ZipState<StorageItem, ByteStreamDevice>::prepareCarriedOverMove(const Path& from, const Path& to,
+                                                                     MovedKeys keys) const
+    -> PreparedMove<CarriedOverEntries> {
+    return {m_carriedOver, from, to, keys, [](CarriedOverEntry entry) {
+                entry.moved = true;
+                return entry;
+            }};
+}
+
+template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
+auto ZipState<StorageItem, ByteStreamDevice>::prepareModifiedMove(const Path& from, const Path& to,
+                                                                  MovedKeys keys) const
+    -> PreparedMove<ModifiedEntries> {
+    return {m_modified, from, to, keys, [&](const ModifiedEntry& entry) { return entry.moved(from, to); }};
 }
 
 template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
@@ -254,8 +293,9 @@ FolderContents& ZipState<StorageItem, ByteStreamDevice>::ensureFolder(const Path
         return *contents;
     }
     const auto entry = std::make_shared<FolderEntry>(FolderEntry{ZipEntryType::Folder, folder, 0, time});
+    auto contents = preparedNode<BasalState>(folder, std::make_shared<FolderContents>(entry));
     ensureFolder(Path(folder.parentPath()), time).add(entry);
-    return *m_basalState.emplace(folder, std::make_shared<FolderContents>(entry)).first->second;
+    return *m_basalState.insert(std::move(contents)).position->second;
 }
 
 template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
@@ -265,31 +305,61 @@ void ZipState<StorageItem, ByteStreamDevice>::replaceEntry(FolderContents& paren
 }
 
 template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
-void ZipState<StorageItem, ByteStreamDevice>::touchFolder(const Path& folder, const Time& time) const {
-    const auto contents = findFolder(folder);
-    if (!contents) {
-        return;
+auto ZipState<StorageItem, ByteStreamDevice>::prepareMark(const Path& changed, const Time& time) const
+    -> EntryMark {
+    const Path folder(changed.parentPath());
+    EntryMark mark{findFolder(folder), nullptr, nullptr, {}};
+    if (!mark.folder) {
+        return mark;
     }
-    const auto entry = std::make_shared<FolderEntry>(FolderEntry{ZipEntryType::Folder, folder, 0, time});
-    contents->setOwnEntry(entry);
+    mark.entry = std::make_shared<FolderEntry>(FolderEntry{ZipEntryType::Folder, folder, 0, time});
     if (!folder.isRoot()) {
-        if (const auto parent = parentOf(folder); parent && parent->findFolder(folder.fileName())) {
-            parent->replace(entry);
+        if (auto parent = parentOf(folder); parent && parent->findFolder(folder.fileName())) {
+            mark.parent = std::move(parent);
+            mark.child = FolderContents::prepare(mark.entry);
         }
+    }
+    return mark;
+}
+
+template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
+void ZipState<StorageItem, ByteStreamDevice>::markEntryChanged(EntryMark mark) const noexcept {
+    m_stateChanged = m_treeChanged = true;
+    if (mark.folder) {
+        mark.folder->setOwnEntry(std::move(mark.entry));
+    }
+    if (mark.parent) {
+        mark.parent->put(std::move(mark.child));
     }
 }
 
-/// Drops what the next archive would take from the file at `path`, and the index's key that every file has. A
-/// file with entries below it, which the index shows as a file, leaves their folder behind.
+/// A file with entries below it, which the index shows as a file, leaves their folder behind.
 template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
-void ZipState<StorageItem, ByteStreamDevice>::forgetFile(const Path& path) const {
+auto ZipState<StorageItem, ByteStreamDevice>::prepareVacating(const Path& path) const -> VacatedPlace {
+    VacatedPlace vacated{parentOf(path), path.fileName(), {}};
+    if (const auto contents = findFolder(path); contents && !contents->empty()) {
+        vacated.folder = FolderContents::prepare(contents->ownEntry());
+    }
+    return vacated;
+}
+
+template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
+void ZipState<StorageItem, ByteStreamDevice>::vacate(VacatedPlace place) noexcept {
+    if (place.folder) {
+        place.parent->put(std::move(place.folder));
+    } else {
+        place.parent->remove(place.name);
+    }
+}
+
+/// Drops what the next archive would take from the file at `path`, and the index's key that every file has.
+template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
+void ZipState<StorageItem, ByteStreamDevice>::forgetFile(const Path& path) const noexcept {
     m_carriedOver.erase(path);
     m_modified.erase(path);
-    const auto contents = findFolder(path);
-    if (contents && contents->empty()) {
-        m_basalState.erase(path);
-    } else if (contents) {
-        parentOf(path)->add(contents->ownEntry());
+    const auto place = m_basalState.find(path);
+    if (place != m_basalState.end() && (!place->second || place->second->empty())) {
+        m_basalState.erase(place);
     }
 }
 

@@ -61,13 +61,14 @@ void ZipState<StorageItem, ByteStreamDevice>::doFlush() const {
     refuseEncryptedEntries();
     TemporaryArchive target;
     buildArchive(openArchive(), target);
-    bringIntoContainer(target);
+    auto stored = prepareToContinue();
+    bringIntoContainer(target, stored);
     auto superseded = std::exchange(m_keptArchive, std::nullopt);
     try {
         rebuildBasalState(Incomplete::IsRefused);
     } catch (...) {
         m_keptArchive = std::move(superseded);
-        continueFrom(target);
+        continueFrom(target, stored);
         throw;
     }
     removeQuietly(target.path());
@@ -267,7 +268,8 @@ void ZipState<StorageItem, ByteStreamDevice>::writeFolders(ZipEntryAppender& tar
 /// Building the archive may have taken long, and so may copying it, so both are followed by another look at
 /// the container. Between the last look and the close nothing but a lock helps.
 template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
-void ZipState<StorageItem, ByteStreamDevice>::bringIntoContainer(TemporaryArchive& archive) const {
+void ZipState<StorageItem, ByteStreamDevice>::bringIntoContainer(TemporaryArchive& archive,
+                                                                 std::vector<StoredEntryName>& stored) const {
     refuseForeignChange();
     bool opened = false;
     try {
@@ -282,7 +284,7 @@ void ZipState<StorageItem, ByteStreamDevice>::bringIntoContainer(TemporaryArchiv
         // The stream is gone: a container that takes back what was not closed has done so. One that could not
         // be opened is as it was, and the new archive need not be kept.
         if (opened) {
-            continueFrom(archive);
+            continueFrom(archive, stored);
         }
         throw;
     }

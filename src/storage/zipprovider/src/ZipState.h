@@ -5,6 +5,7 @@
 #include "HostTypes.h"
 #include "MiniZipReadHandle.h"
 #include "MiniZipWriteHandle.h"
+#include "PreparedMove.h"
 #include "TemporaryArchive.h"
 #include "WorkingFileEntry.h"
 #include "ZipEntryAppender.h"
@@ -115,8 +116,10 @@ public:
     /// is again as it was: what a stream closed before has left, what the archive has, or gone. Returns
     /// whether. What was written before a flush or a failed copy-back came while the stream was open stays.
     bool revoke(const Registration& registration) const;
+    /// Records the size of the entry at `path`. Nothing is recorded on a failure.
     void markEntryChanged(const ZipEntryPath& path, std::uint64_t size) const;
-    void markEntryChanged(const ZipEntryPath& path, const boost::posix_time::ptime& time) const;
+
+    // A change that fails, for want of memory, has changed nothing.
 
     void createFolder(const ZipEntryPath& path, const boost::posix_time::ptime& time) const;
     void removeFile(const ZipEntryPath& path, const boost::posix_time::ptime& time) const;
@@ -164,8 +167,25 @@ private:
         std::optional<CarriedOverEntry> original;
         std::shared_ptr<FolderEntry> shown;
 
-        /// Has the way back lead to where the entry was moved.
-        void follow(const Path& from, const Path& to);
+        /// The record of the entry moved, whose way back leads to where it was moved.
+        ModifiedEntry moved(const Path& from, const Path& to) const;
+    };
+
+    using ModifiedEntries = std::map<Path, ModifiedEntry>;
+
+    /// The mark that a change leaves, made ready: the new time of the folder in which it happens. Without
+    /// that folder, nothing.
+    struct EntryMark {
+        std::shared_ptr<FolderContents> folder;
+        std::shared_ptr<FolderEntry> entry;
+        std::shared_ptr<FolderContents> parent;
+        FolderContents::Child child;
+    };
+    /// A file's place in its folder, about to be free or to show the folder of the file's name.
+    struct VacatedPlace {
+        std::shared_ptr<FolderContents> parent;
+        fl::i18n::ustring name;
+        FolderContents::Child folder;
     };
 
     /// What an archive that cannot be read to its end is.
@@ -197,9 +217,15 @@ private:
 
     // changes (ZipState.changes.ipp)
     std::shared_ptr<FolderContents> parentOf(const Path& path) const;
-    void touchFolder(const Path& folder, const Time& time) const;
-    void forgetFile(const Path& path) const;
-    void moveIndexBelow(const Path& from, const Path& to) const;
+    EntryMark prepareMark(const Path& changed, const Time& time) const;
+    void markEntryChanged(EntryMark mark) const noexcept;
+    VacatedPlace prepareVacating(const Path& path) const;
+    static void vacate(VacatedPlace place) noexcept;
+    void forgetFile(const Path& path) const noexcept;
+    PreparedMove<BasalState> prepareIndexMove(const Path& from, const Path& to) const;
+    PreparedMove<CarriedOverEntries> prepareCarriedOverMove(const Path& from, const Path& to,
+                                                            MovedKeys keys) const;
+    PreparedMove<ModifiedEntries> prepareModifiedMove(const Path& from, const Path& to, MovedKeys keys) const;
 
     // the flush (ZipState.flush.ipp)
     void refuseUnreadArchive() const;
@@ -220,13 +246,14 @@ private:
     void writeModifiedEntries(ZipEntryAppender& target) const;
     void writeFolders(ZipEntryAppender& target) const;
     static Path nameInNextArchive(const Path& path, const CarriedOverEntry& entry);
-    void bringIntoContainer(TemporaryArchive& archive) const;
+    void bringIntoContainer(TemporaryArchive& archive, std::vector<StoredEntryName>& stored) const;
     bool showsPartOf(const fl::filesystem::path& archive) const;
     void copyIntoContainer(ByteStreamDevice& container, const TemporaryArchive& archive) const;
     std::u16string containerText() const;
 
     // going on from an archive that was kept (ZipState.kept.ipp)
-    void continueFrom(TemporaryArchive& archive) const;
+    std::vector<StoredEntryName> prepareToContinue() const;
+    void continueFrom(TemporaryArchive& archive, std::vector<StoredEntryName>& stored) const;
     void readKeptArchive() const;
     void carryOverFrom(const EntryInfos& infos) const;
     void goBackFromKeptArchive() const;
@@ -245,7 +272,7 @@ private:
     /// The key of a file may have no contents yet; contentsAt() makes them.
     mutable BasalState m_basalState;
     mutable CarriedOverEntries m_carriedOver;
-    mutable std::map<Path, ModifiedEntry> m_modified;
+    mutable ModifiedEntries m_modified;
     /// Folders made since the last flush, written as empty entries.
     mutable std::map<Path, Time> m_createdFolders;
     mutable bool m_stateChanged = false;

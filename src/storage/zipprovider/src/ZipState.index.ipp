@@ -198,14 +198,14 @@ auto ZipState<StorageItem, ByteStreamDevice>::readEntries(const std::shared_ptr<
 template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
 void ZipState<StorageItem, ByteStreamDevice>::install(EntryInfos infos, const Time& rootTime) const {
     KX_LOG_DEBUG(m_logger) << "Number of entries read: " << infos.size();
-    const auto fingerprint = directoryFingerprint(infos);
+    std::set<std::size_t> ownDirectories{directoryFingerprint(infos)};
     auto basalState = buildRepresentation(infos, rootTime);
     auto carriedOver = carriedOverEntries(infos.release());
     const auto directoryPlace = infos.directoryPlace();
 
     m_basalState = std::move(basalState);
     m_carriedOver = std::move(carriedOver);
-    m_ownDirectories = {fingerprint};
+    m_ownDirectories = std::move(ownDirectories);
     m_directoryPlace = directoryPlace;
     m_createdFolders.clear();
     m_stateChanged = m_treeChanged = false;

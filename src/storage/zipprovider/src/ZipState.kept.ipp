@@ -19,19 +19,12 @@ namespace storage::zipprovider {
 /// meanwhile; the stamp stays that of what was read, so that the next flush looks which. The new archive has
 /// everything, so what is carried over is taken from there. The changes stay recorded.
 template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
-void ZipState<StorageItem, ByteStreamDevice>::continueFrom(TemporaryArchive& archive) const {
-    archive.keep();
-    KX_LOG(m_logger) << "Could not bring the new archive into the container; it is kept as "
-                     << archive.path().string();
-    // The entries that are carried over were the first to be written, in their order.
-    std::vector<StoredEntryName> stored;
-    for (const auto& [path, entry] : m_carriedOver) {
-        stored.push_back({zipEntryName(nameInNextArchive(path, entry), entry.type), {0, stored.size()}});
-    }
+void ZipState<StorageItem, ByteStreamDevice>::continueFrom(TemporaryArchive& archive,
+                                                           std::vector<StoredEntryName>& stored) const {
     if (m_keptArchive) {
-        m_superseded.push_back(*m_keptArchive);
+        m_superseded.push_back(std::move(*m_keptArchive));
     }
-    m_keptArchive = archive.path();
+    m_keptArchive = archive.keep();
     m_keptEntries = stored.size() + m_modified.size() + m_createdFolders.size();
     auto place = stored.begin();
     for (auto& [path, entry] : m_carriedOver) {
@@ -47,10 +40,25 @@ void ZipState<StorageItem, ByteStreamDevice>::continueFrom(TemporaryArchive& arc
         modified.original.reset();
     }
     try {
+        KX_LOG(m_logger) << "Could not bring the new archive into the container; it is kept as "
+                         << *m_keptArchive;
         readKeptArchive();
     } catch (const std::exception& error) {
         KX_LOG(m_logger) << "Could not read the kept archive: " << error.what();
     }
+}
+
+/// What continueFrom() needs memory for: how the entries that are carried over are stored in the new archive.
+/// They are the first to be written, in their order.
+template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
+std::vector<StoredEntryName> ZipState<StorageItem, ByteStreamDevice>::prepareToContinue() const {
+    m_superseded.reserve(m_superseded.size() + 1);
+    std::vector<StoredEntryName> stored;
+    stored.reserve(m_carriedOver.size());
+    for (const auto& [path, entry] : m_carriedOver) {
+        stored.push_back({zipEntryName(nameInNextArchive(path, entry), entry.type), {0, stored.size()}});
+    }
+    return stored;
 }
 
 /// To be called before anything is read through the positions of entries that are carried over.
@@ -61,13 +69,13 @@ void ZipState<StorageItem, ByteStreamDevice>::readKeptArchive() const {
     }
     try {
         const auto infos = readEntries(openArchive());
-        carryOverFrom(infos);
         m_ownDirectories.insert(directoryFingerprint(infos));
+        carryOverFrom(infos);
     } catch (const std::exception& error) {
         if (ContainerStamp::of(m_container.getFileAttributes()) != m_stamp) {
             throw;
         }
-        KX_LOG(m_logger) << "Could not read the kept archive " << m_keptArchive->string()
+        KX_LOG(m_logger) << "Could not read the kept archive " << *m_keptArchive
                          << " and go on from the one before: " << error.what();
         goBackFromKeptArchive();
         return;
@@ -95,15 +103,14 @@ void ZipState<StorageItem, ByteStreamDevice>::carryOverFrom(const EntryInfos& in
 /// archive stays until the changes are in the container.
 template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
 void ZipState<StorageItem, ByteStreamDevice>::goBackFromKeptArchive() const {
-    std::optional<fl::filesystem::path> before;
-    if (!m_superseded.empty()) {
-        before = m_superseded.back();
-        m_superseded.pop_back();
+    if (m_superseded.empty()) {
+        m_superseded.push_back(std::move(*m_keptArchive));
+        m_keptArchive.reset();
+    } else {
+        std::swap(m_superseded.back(), *m_keptArchive);
     }
-    m_superseded.push_back(*m_keptArchive);
-    m_keptArchive = std::move(before);
     forEachOfTheArchive([&](CarriedOverEntry& entry) {
-        entry.stored = m_storedBefore.at(static_cast<std::size_t>(entry.stored.position.num_of_file));
+        std::swap(entry.stored, m_storedBefore[static_cast<std::size_t>(entry.stored.position.num_of_file)]);
     });
     m_keptArchiveIsUnread = false;
     m_storedBefore.clear();
@@ -135,7 +142,7 @@ void ZipState<StorageItem, ByteStreamDevice>::removeQuietly(const fl::filesystem
         fl::filesystem::remove_all(archive);
     } catch (const std::exception& error) {
         // The changes are in another place; a file too many is no failure of that.
-        KX_LOG(m_logger) << "Could not remove " << archive.string() << ": " << error.what();
+        KX_LOG(m_logger) << "Could not remove " << archive << ": " << error.what();
     }
 }
 
