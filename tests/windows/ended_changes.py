@@ -26,7 +26,7 @@ MEGABYTES = 6
 INTERRUPTED = 0xC000013A & 0xFF
 CLEANING_SECONDS = 120
 LOOK_SECONDS = 0.002
-ATTEMPTS = 6
+ATTEMPTS = 10
 
 
 def windows_path(path):
@@ -92,14 +92,17 @@ class Situation:
 class Moments:
     """When the changes are ended. How long they take, and their saves, is learnt from those that came to their end."""
 
-    def __init__(self, situation, generator):
-        self.situation, self.generator = situation, generator
+    def __init__(self, situation, generator, earliest):
+        self.situation, self.generator, self.earliest = situation, generator, earliest
         self.duration, self.saving = 0.0, 0.0
 
     def choose(self, kind):
         self.kind, self.begun, self.save_begun = kind, time.monotonic(), None
         self.stamp = self.situation.stamp()
-        self.delay = self.generator.uniform(0, self.saving if kind == "saving" else self.duration)
+        if kind == "saving":
+            self.delay = self.generator.uniform(0, self.saving)
+        else:
+            self.delay = self.generator.uniform(self.earliest, 1) * self.duration
 
     def is_due(self):
         elapsed = time.monotonic() - self.begun
@@ -114,7 +117,8 @@ class Moments:
     def came_to_its_end(self):
         self.duration = time.monotonic() - self.begun
         if self.save_begun is not None:
-            self.saving = self.duration - self.save_begun
+            # The second half is spent on the end of the program.
+            self.saving = (self.duration - self.save_begun) / 2
 
     def wait(self, process):
         """Whether the moment came before the end of the process."""
@@ -138,8 +142,8 @@ def kill(situation, arguments, moments):
 
 
 def interrupt(situation, arguments, moments):
-    """Runs a change and sends it Ctrl-C. Whether it was under way; everything is to be clean then. Wine ends a program
-    that is just starting with status 0, or does not tell it."""
+    """Runs a change and sends it Ctrl-C. Whether it was under way; everything is to be clean then. A program that is just
+    starting is ended with status 0 by Wine, or not told."""
     situation.ending.unlink(missing_ok=True)
     process = situation.start(arguments, [situation.ctrl_c, windows_path(situation.ending)])
     if moments.wait(process):
@@ -186,7 +190,8 @@ def is_enough(counts, endings):
 
 def run(situation, end, endings, generator):
     kill_anytime.make_archive(situation.file, generator, MEGABYTES)
-    moments = Moments(situation, generator)
+    # Wine does not tell Ctrl-C to a program that is just starting.
+    moments = Moments(situation, generator, 0.4 if end is interrupt else 0)
     for name in ("first", "second"):
         moments.choose("never")
         end(situation, ["mkdir", f"{situation.typed}/{name}"], moments)
