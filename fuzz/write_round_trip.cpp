@@ -10,6 +10,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include <fl/i18n/utf8.h>
@@ -77,6 +78,14 @@ private:
         return StorageIRI::inContainer("zip", m_container.getLocation(), fl::i18n::fromUtf8("/" + path));
     }
 
+    /// Whether the tree would hold a file named like a folder above it: the index shows that folder as a file
+    /// where the file stands first in the archive, which the model's tree cannot say.
+    static bool isNamedLikeAFolderAbove(const std::string& file) {
+        const auto name = file.substr(file.rfind('/') + 1);
+        const auto above = '/' + file.substr(0, file.size() - name.size());
+        return above.find('/' + name + '/') != std::string::npos;
+    }
+
     void step(unsigned kind) {
         const auto one = path();
         try {
@@ -110,6 +119,8 @@ private:
     }
 
     void write(const std::string& path, const ByteStreamOpenOptions& options, std::string before) {
+        if (isNamedLikeAFolderAbove(path))
+            return;
         const auto stream = m_provider->openStream(at(path), options);
         const auto more = bytes();
         kx::test::writeAll(*stream, more);
@@ -118,22 +129,24 @@ private:
     }
 
     void move(const std::string& from, const std::string& to, bool folder, bool replaces) {
+        Tree moved;
+        Tree left;
+        for (const auto& [name, bytes] : m_tree) {
+            if (folder ? name.starts_with(from + '/') : name == from)
+                moved[to + name.substr(from.size())] = bytes;
+            else if (name != to)
+                left[name] = bytes;
+        }
+        for (const auto& [name, bytes] : moved) {
+            if (!name.ends_with('/') && isNamedLikeAFolderAbove(name))
+                return;
+        }
         const auto option = replaces ? MoveOption::ReplaceExisting : MoveOption::FailIfExists;
         folder ? m_provider->moveFolder(at(from), at(to), option)
                : m_provider->moveFile(at(from), at(to), option);
         if (from == to)
             return;
-        Tree moved;
-        for (auto node = m_tree.begin(); node != m_tree.end();) {
-            const auto& name = node->first;
-            if (folder ? name.starts_with(from + '/') : name == from) {
-                moved[to + name.substr(from.size())] = node->second;
-                node = m_tree.erase(node);
-            } else {
-                ++node;
-            }
-        }
-        m_tree.erase(to);
+        m_tree = std::move(left);
         m_tree.merge(moved);
     }
 
