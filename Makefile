@@ -116,9 +116,7 @@ coverage: ## run the suite with coverage; report in build/coverage/report
 	@cmake --build --preset coverage --parallel $(JOBS)
 	@find build/coverage -name '*.gcda' -delete
 	@ctest --preset coverage --parallel $(JOBS)
-	@mkdir -p build/coverage/report
-	@gcovr --root . --filter src/ --exclude-throw-branches --print-summary \
-		--html-details build/coverage/report/index.html build/coverage
+	@tools/coverage.py build/coverage
 
 .PHONY: lint
 lint: ## check formatting and run clang-tidy over changed files (LINT=all: over all)
