@@ -58,6 +58,14 @@ TEST_F(BatchTest, AMissingListIsAFailure) {
     EXPECT_EQ(failure({"batch", "plans.zip", "none"}), "kxvfs: batch: none: No such file or directory\n");
 }
 
+TEST_F(BatchTest, AListThatCannotBeReadIsAFailure) {
+    const auto before = load("plans.zip");
+    std::filesystem::create_directory(folder.file("folder"));
+    EXPECT_EQ(failure({"batch", "plans.zip", "folder"}),
+              "kxvfs: batch: folder: cannot read the list of changes\n");
+    EXPECT_EQ(load("plans.zip"), before);
+}
+
 TEST_F(BatchTest, AMissingArchiveIsAFailure) {
     EXPECT_EQ(failure({"batch", "none.zip"}, "mkdir x\n"),
               "kxvfs: batch: none.zip: there is no such archive\n");

@@ -139,6 +139,12 @@ TEST_F(ChangingTest, TouchMakesFilesAndRenewsTimes) {
     output({"touch", "-c", "plans.zip/none"});
     EXPECT_EQ(names("plans.zip"), plansWith({"t"}));
     EXPECT_NE(failure({"touch", "plans.zip/docs"}).find("cannot be set"), std::string::npos);
+    const auto local = save("local.txt", "text");
+    const auto now = std::filesystem::file_time_type::clock::now();
+    std::filesystem::last_write_time(local, now - std::chrono::hours(1000));
+    output({"touch", "local.txt"});
+    EXPECT_GT(std::filesystem::last_write_time(local), now - std::chrono::minutes(1));
+    EXPECT_EQ(load("local.txt"), "text");
 }
 
 TEST_F(ChangingTest, MvRenamesWithinAnArchive) {
@@ -181,6 +187,12 @@ TEST_F(ChangingTest, MvRefusesWhatWouldLoseThings) {
     EXPECT_EQ(failure({"mv", "plans.zip/b.txt", "plans.zip/b.txt"}),
               "kxvfs: mv: plans.zip/b.txt: source and destination are the same\n");
     EXPECT_EQ(failure({"mv", "plans.zip/", "x"}), "kxvfs: mv: plans.zip/: cannot be moved\n");
+    EXPECT_EQ(failure({"mv", "-T", "plans.zip/docs", "plans.zip/b.txt"}),
+              "kxvfs: mv: plans.zip/docs: the destination exists: plans.zip/b.txt\n");
+    save("docs/mine.txt", "mine");
+    EXPECT_EQ(failure({"mv", "docs", "plans.zip"}),
+              "kxvfs: mv: docs: the destination exists: plans.zip/docs\n");
+    EXPECT_EQ(load("docs/mine.txt"), "mine");
     EXPECT_NE(failure({"mv", "plans.zip/b.txt", "plans.zip/docs", "plans.zip/none"}), "");
     EXPECT_EQ(load("plans.zip"), before);
 }

@@ -32,6 +32,7 @@ TEST_F(CommandLineTest, WrongUsageHasStatusTwoAndChangesNothing) {
                                                       {"cp", "b.txt"},
                                                       {"find", "plans.zip", "--type", "x"},
                                                       {"--json", "cat", "plans.zip/b.txt"},
+                                                      {"--json", "cp", "plans.zip/b.txt", "-"},
                                                       {"tree", "-L", "none"}};
     for (const auto& line : lines) {
         const auto result = run(line);

@@ -179,6 +179,20 @@ TEST_F(CopyingTest, InsideAnArchiveThatIsNamedADashIsAName) {
     EXPECT_EQ(load("out"), "b");
 }
 
+TEST_F(CopyingTest, AStandardInputThatCannotBeReadIsToldAndChangesNothing) {
+    auto with = options();
+    with.environment.emplace_back("KXVFS", binary());
+    for (const std::string destination : {"plans.zip/new.txt", "plans.zip/b.txt", "local.txt"}) {
+        const auto result = runProcess({"bash", "-c", "\"$KXVFS\" write " + destination + " < ."}, with);
+        EXPECT_EQ(result.exitCode, 1);
+        EXPECT_EQ(result.errors,
+                  "kxvfs: write: " + destination + ": cannot read standard input: Is a directory\n");
+        EXPECT_EQ(output({"ls", "plans.zip"}), "b.txt\ndocs\nempty\n");
+        EXPECT_EQ(output({"cat", "plans.zip/b.txt"}), "b");
+    }
+    EXPECT_FALSE(std::filesystem::exists(folder.file("local.txt")));
+}
+
 TEST_F(CopyingTest, AnEmptyStandardInputMakesAnEmptyFile) {
     output({"cp", "-", "plans.zip/nothing"});
     EXPECT_EQ(output({"cat", "plans.zip/nothing"}), "");

@@ -64,6 +64,16 @@ TEST_F(ProgressTest, SavingShowsTheArchiveAndHowFarItIs) {
     EXPECT_EQ(names("big.zip").size(), 7U);
 }
 
+TEST_F(ProgressTest, OfANameThatIsTooLongForTheTerminalTheEndIsShown) {
+    const auto name = std::string(120, 'n') + "end.zip";
+    saveBig();
+    std::filesystem::rename(folder.file("big.zip"), folder.file(name));
+    const auto text = shown("cp new.txt " + name + "/");
+    EXPECT_TRUE(contains(text, "\r\x1b[K…")) << text;
+    EXPECT_TRUE(contains(text, "nnnend.zip: reading ")) << text;
+    EXPECT_FALSE(contains(text, std::string(80, 'n'))) << text;
+}
+
 TEST_F(ProgressTest, SavingAnArchiveInAnArchiveShowsBoth) {
     save("outer.zip", simpleArchive({{"in/big.zip", saveBig()}}));
     const auto text = shown("cp new.txt outer.zip/in/big.zip/");

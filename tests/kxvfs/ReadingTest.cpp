@@ -156,6 +156,36 @@ TEST_F(ReadingTest, DuAddsUp) {
     EXPECT_EQ(output({"du", "-sh", "big.zip"}), "2.9M\tbig.zip\n");
 }
 
+TEST_F(ReadingTest, FindAndDuOfAFileTellOfItAlone) {
+    EXPECT_EQ(output({"find", "plans.zip/b.txt"}), "plans.zip/b.txt\n");
+    EXPECT_EQ(output({"find", "plans.zip/b.txt", "--name", "b.txt"}), "");
+    EXPECT_EQ(output({"du", "plans.zip/docs/a.txt"}), "5\tplans.zip/docs/a.txt\n");
+    EXPECT_EQ(output({"du", "-s", "plans.zip/docs/a.txt", "plans.zip/docs"}),
+              "5\tplans.zip/docs/a.txt\n9\tplans.zip/docs\n");
+}
+
+TEST_F(ReadingTest, FindGivesJson) {
+    const auto document = json({"find", "plans.zip", "--name", "?.txt"});
+    ASSERT_EQ(document.size(), 3U);
+    EXPECT_EQ(document[0], (nlohmann::json{{"path", iri("plans.zip", "b.txt")},
+                                           {"type", "file"},
+                                           {"size", 1},
+                                           {"modified", "2021-12-31T23:59:58Z"}}));
+    EXPECT_EQ(document[1]["path"], iri("plans.zip", "docs/a.txt"));
+    EXPECT_EQ(document[2]["path"], iri("plans.zip", "docs/sub/c.txt"));
+    EXPECT_EQ(json({"find", "plans.zip", "--type", "d"}).size(), 4U);
+}
+
+TEST_F(ReadingTest, DuGivesTheSumsInJson) {
+    const auto document = json({"du", "plans.zip/docs"});
+    ASSERT_EQ(document.size(), 2U);
+    EXPECT_EQ(document[0]["path"], iri("plans.zip", "docs/sub"));
+    EXPECT_EQ(document[0]["type"], "folder");
+    EXPECT_EQ(document[0]["size"], 4);
+    EXPECT_EQ(document[1]["path"], iri("plans.zip", "docs"));
+    EXPECT_EQ(document[1]["size"], 9);
+}
+
 TEST_F(ReadingTest, StatTellsTheCanonicalLocation) {
     const auto text = output({"stat", "plans.zip//docs/a.txt"});
     EXPECT_NE(text.find("Type: file\n"), std::string::npos) << text;
@@ -202,6 +232,15 @@ TEST_F(ReadingTest, OddNamesAreHandledAsTheyStand) {
 TEST_F(ReadingTest, MessagesQuoteWhatATerminalWouldActOn) {
     EXPECT_EQ(failure({"cat", "plans.zip/\x1b[31mred\n"}),
               "kxvfs: cat: plans.zip/\\x1b[31mred\\n: not found\n");
+    EXPECT_EQ(failure({"cat", "plans.zip/a\tb\rc"}), "kxvfs: cat: plans.zip/a\\tb\\rc: not found\n");
+    // Text that runs from right to left for the rest of the line.
+    EXPECT_EQ(failure({"cat", "plans.zip/\xe2\x80\xaetxt.exe"}),
+              "kxvfs: cat: plans.zip/\\u202etxt.exe: not found\n");
+}
+
+TEST_F(ReadingTest, MessagesWithQuotedSignsQuoteBackslashesToo) {
+    EXPECT_EQ(failure({"cat", "plans.zip/a\\b"}), "kxvfs: cat: plans.zip/a\\b: not found\n");
+    EXPECT_EQ(failure({"cat", "plans.zip/a\\b\n"}), "kxvfs: cat: plans.zip/a\\\\b\\n: not found\n");
 }
 
 TEST_F(ReadingTest, NamesAreQuotedOnATerminal) {
@@ -236,6 +275,23 @@ TEST_F(ReadingTest, CheckReachesArchivesInArchives) {
     save("outer.zip", simpleArchive({{"inner.zip", simpleArchive({{"x", "1"}})}}));
     EXPECT_EQ(output({"check", "outer.zip", "outer.zip/inner.zip"}),
               "outer.zip: 1 entry, no problems\nouter.zip/inner.zip: 1 entry, no problems\n");
+}
+
+TEST_F(ReadingTest, CheckTakesFullLocations) {
+    save("outer.zip", simpleArchive({{"inner.zip", simpleArchive({{"x", "1"}})}}));
+    for (const auto& location :
+         Names{iri("outer.zip", ""), iri("outer.zip", "inner.zip"),
+               "zip:" + iri("outer.zip", "inner.zip") + "!/", folder.iri("outer.zip").toUtf8()})
+        EXPECT_EQ(output({"check", location}), location + ": 1 entry, no problems\n");
+}
+
+TEST_F(ReadingTest, CheckOfAFolderSaysThatItIsNoArchive) {
+    std::filesystem::create_directory(folder.file("local"));
+    for (const auto& location :
+         Names{"local", "plans.zip/docs", iri("plans.zip", "docs"), folder.iri("local").toUtf8()})
+        EXPECT_EQ(failure({"check", location}),
+                  "kxvfs: check: " + location + ": is a folder, not an archive\n");
+    EXPECT_EQ(failure({"check", "plans.zip/none"}), "kxvfs: check: plans.zip/none: not found\n");
 }
 
 TEST_F(ReadingTest, ProvidersTellsSchemesAndBundles) {
@@ -282,6 +338,38 @@ TEST_F(ReadingTest, StatOfALocalFolderTellsTheSpaceOfItsFileSystem) {
         EXPECT_NE(json({"stat", "/proc"})[0]["spaceTotal"], object["spaceTotal"]);
     }
     EXPECT_FALSE(json({"stat", "plans.zip"})[0].contains("spaceTotal"));
+}
+
+TEST_F(ReadingTest, StatShowsWhatTheSystemKnowsOfALocalFile) {
+    save("local.txt", "12345");
+    const auto text = output({"stat", "local.txt"});
+    EXPECT_NE(text.find(" Size: 5\n"), std::string::npos) << text;
+    const auto document = json({"stat", "local.txt"});
+    for (const auto& [name, value] : document[0].items()) {
+        if (value.is_string() && name != "path" && name != "type" && name != "modified") {
+            EXPECT_NE(text.find(" " + name + ": " + value.get<std::string>() + "\n"), std::string::npos)
+                << text;
+        }
+    }
+}
+
+TEST_F(ReadingTest, ATimeOutsideOfTheCalendarIsShownAsNone) {
+    // Few file systems keep such times; that in memory does.
+    const std::filesystem::path memory = "/dev/shm";
+    const auto place =
+        std::filesystem::is_directory(memory) ? memory / folder.path().filename() : folder.file("place");
+    std::filesystem::create_directory(place);
+    const auto file = (place / "far.txt").string();
+    std::ofstream(file).close();
+    runProcess({"touch", "-d", "@300000000000", file});
+    const auto kept = json({"stat", file})[0]["modified"].is_null();
+    const auto listed = output({"ls", "-l", place.string()});
+    const auto entry = json({"ls", place.string()})[0];
+    std::filesystem::remove_all(place);
+    if (!kept)
+        GTEST_SKIP() << "the file system keeps no such times";
+    EXPECT_EQ(listed, "- 0 ---------- ----- far.txt\n");
+    EXPECT_TRUE(entry["modified"].is_null());
 }
 
 TEST_F(ReadingTest, CountsOfOneAreInTheSingular) {

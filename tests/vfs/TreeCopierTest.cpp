@@ -304,8 +304,12 @@ TEST_F(TreeCopierTest, ASourceThatBreaksOffLeavesTheArchiveAsItWas) {
         for (const auto& options : {foundation::storage::provider::ByteStreamOpenOptions::overwrite(),
                                     foundation::storage::provider::ByteStreamOpenOptions::append()}) {
             BreakingStream stream;
-            EXPECT_THROW(TreeCopier({}).copyStream(stream, vfs.mount(root), inZip("to.zip", name), options),
-                         std::runtime_error);
+            try {
+                TreeCopier({}).copyStream(stream, vfs.mount(root), inZip("to.zip", name), options);
+                ADD_FAILURE() << "it was copied";
+            } catch (const std::runtime_error& failure) {
+                EXPECT_STREQ(failure.what(), "the line broke");
+            }
         }
     EXPECT_TRUE(session.commit().empty());
     EXPECT_EQ(read(vfs, inZip("to.zip", u"/b")), "old");

@@ -41,6 +41,15 @@ void requireStorable(const StorageIRI& destination, bool folder) {
         throw Exception(ErrorCode::InvalidArgument, destination, *objection);
 }
 
+void removeIfLeft(IProvider& provider, const StorageIRI& file) noexcept {
+    try {
+        if (provider.isFile(file))
+            provider.removeFile(file);
+    } catch (...) {
+        // The failure that is reported is the one that led here.
+    }
+}
+
 } // namespace
 
 StopCopying::~StopCopying() = default;
@@ -106,7 +115,7 @@ void TreeCopier::copyBytes(const MountedContainer& from, const StorageIRI& sourc
 void TreeCopier::write(ByteStream& in, const MountedContainer& to, const StorageIRI& destination,
                        const ByteStreamOpenOptions& options, const StorageIRI& source, std::uint64_t size) {
     requireStorable(destination, false);
-    // A container's provider writes what a stream got so far, also when it is not closed; so bytes that
+    // A container's provider may write what a stream got so far, also when it is not closed; so bytes that
     // change others are collected first, and a new file that is not complete is removed.
     const bool keepsUnclosed = !to.container.empty();
     const bool exists = keepsUnclosed && to.provider->isFile(destination);
@@ -117,7 +126,7 @@ void TreeCopier::write(ByteStream& in, const MountedContainer& to, const Storage
     } catch (...) {
         out.reset();
         if (keepsUnclosed && !exists)
-            to.provider->removeFile(destination);
+            removeIfLeft(*to.provider, destination);
         throw;
     }
     out->close();
