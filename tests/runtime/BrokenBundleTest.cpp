@@ -129,6 +129,29 @@ TEST_F(BrokenBundle, AManifestThatIsNotJsonIsRefusedWithThePlace) {
         AllOf(HasSubstr(path), HasSubstr("its broken/manifest.json is not valid JSON"), HasSubstr("line 2")));
 }
 
+TEST_F(BrokenBundle, ADamagedArchiveIsRefused) {
+    std::string archive = m_folder.archive(
+        {{"broken/manifest.json", R"({"bundle.symbolic_name": "broken"})"}, {"broken/data", "x"}});
+    archive[archive.rfind("PK\x01\x02")] = 'X';
+    const std::string path = m_folder.file("libdamaged.so", archive);
+    EXPECT_EQ(failureOfInstalling(path), "cannot install " + path + ": its ZIP archive is damaged");
+}
+
+TEST_F(BrokenBundle, AManifestWithoutItsLocalHeaderIsRefused) {
+    std::string archive = m_folder.archive({{"broken/manifest.json", "{}"}});
+    archive[0] = 'X';
+    const std::string path = m_folder.file("libheadless.so", archive);
+    EXPECT_EQ(failureOfInstalling(path),
+              "cannot install " + path + ": its broken/manifest.json cannot be read");
+}
+
+TEST_F(BrokenBundle, ANumberBeyondEveryIntegerIsRead) {
+    Bundle bundle =
+        context().InstallBundles(withManifest(R"("huge": 18446744073709551615, "low": -5000000000)")).at(0);
+    EXPECT_EQ(cppmicroservices::any_cast<double>(bundle.GetHeaders().at("huge")), 18446744073709551615.0);
+    EXPECT_EQ(cppmicroservices::any_cast<long long>(bundle.GetHeaders().at("low")), -5000000000LL);
+}
+
 TEST_F(BrokenBundle, AManifestThatIsNoObjectIsRefused) {
     const std::string path = m_folder.bundle("liblist.so", "", {{"broken/manifest.json", "[1, 2]"}});
     EXPECT_THAT(failureOfInstalling(path), HasSubstr("its broken/manifest.json is not a JSON object"));

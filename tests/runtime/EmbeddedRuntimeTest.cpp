@@ -3,6 +3,7 @@
 
 #include <cppmicroservices/Any.h>
 #include <cppmicroservices/Constants.h>
+#include <cppmicroservices/LDAPFilter.h>
 
 #include <gmock/gmock.h>
 
@@ -295,6 +296,50 @@ TEST_F(EmbeddedRuntime, AnyTellsBothTypesOfACastThatFails) {
     } catch (const cppmicroservices::BadAnyCastException& error) {
         EXPECT_THAT(error.what(), AllOf(HasSubstr("int"), HasSubstr("string")));
     }
+}
+
+TEST_F(EmbeddedRuntime, AFilterThatIsNestedWithoutEndIsRefused) {
+    std::string filter;
+    for (int i = 0; i < 100'000; ++i)
+        filter += "(!";
+    EXPECT_THROW(cppmicroservices::LDAPFilter{filter}, std::invalid_argument);
+}
+
+TEST_F(EmbeddedRuntime, AServiceWhoseRankingIsNoNumberIsRefused) {
+    EXPECT_THROW(
+        context().RegisterService<bundle::Witness>(
+            std::make_shared<Diary>(), {{cppmicroservices::Constants::SERVICE_RANKING, std::string("best")}}),
+        std::invalid_argument);
+}
+
+TEST_F(EmbeddedRuntime, AServiceThatOutlivesItsFrameworkCanBeUnregistered) {
+    Framework dropped = FrameworkFactory().NewFramework();
+    dropped.Start();
+    auto registration =
+        dropped.GetBundleContext().RegisterService<bundle::Witness>(std::make_shared<Diary>());
+    EXPECT_TRUE(registration.GetReference());
+    dropped = m_framework;
+    EXPECT_THROW(registration.Unregister(), std::logic_error);
+}
+
+TEST_F(EmbeddedRuntime, AReferenceToNothingHasNoProperties) {
+    const cppmicroservices::ServiceReference<Farewell> none;
+    EXPECT_TRUE(none.GetProperty("language").Empty());
+    EXPECT_TRUE(none.GetPropertyKeys().empty());
+    EXPECT_FALSE(none.GetBundle());
+}
+
+TEST_F(EmbeddedRuntime, AListOfTextsHasAText) {
+    EXPECT_EQ(cppmicroservices::Any(std::vector<std::string>{"zip", "jar"}).ToString(), "[zip, jar]");
+}
+
+TEST_F(EmbeddedRuntime, ABundleThatIsNoneHasAText) {
+    std::ostringstream stream;
+    stream << Bundle() << " " << FrameworkEvent::FRAMEWORK_STARTED << " " << FrameworkEvent::FRAMEWORK_ERROR
+           << " " << FrameworkEvent::FRAMEWORK_WARNING << " " << FrameworkEvent::FRAMEWORK_INFO << " "
+           << FrameworkEvent::FRAMEWORK_STOPPED << " " << FrameworkEvent::FRAMEWORK_STOPPED_UPDATE << " "
+           << FrameworkEvent::FRAMEWORK_WAIT_TIMEDOUT;
+    EXPECT_EQ(stream.str(), "Bundle[] STARTED ERROR WARNING INFO STOPPED STOPPED_UPDATE WAIT_TIMEDOUT");
 }
 
 TEST_F(EmbeddedRuntime, AnEmptyAnyHasNoText) {

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <list>
 #include <sstream>
 #include <stdexcept>
 #include <string>
@@ -126,6 +127,24 @@ TEST(Filter, AListMatchesIfOneOfItsElementsDoes) {
     EXPECT_FALSE(matches("(mixed=3)"));
 }
 
+TEST(Filter, AListOfTextsOfEitherKindIsSearched) {
+    AnyMap map(AnyMap::UNORDERED_MAP_CASEINSENSITIVE_KEYS);
+    map.emplace("colours", std::list<std::string>{"red", "green"});
+    map.emplace("letter", 'x');
+    map.emplace("nothing", Any());
+    EXPECT_TRUE(LDAPFilter("(colours=gr*)").Match(map));
+    EXPECT_FALSE(LDAPFilter("(colours=blue)").Match(map));
+    EXPECT_TRUE(LDAPFilter("(letter=x)").Match(map));
+    EXPECT_FALSE(LDAPFilter("(letter=y)").Match(map));
+    EXPECT_FALSE(LDAPFilter("(nothing=*)").Match(map));
+}
+
+TEST(Filter, BlanksAroundANumberDoNotCount) {
+    EXPECT_TRUE(matches("(size= 12 )"));
+    EXPECT_TRUE(matches("(size>=\t9 )"));
+    EXPECT_FALSE(matches("(size=1 2)"));
+}
+
 TEST(Filter, ABackslashTakesTheMeaningFromASign) {
     EXPECT_TRUE(matches("(odd=a\\*\\(b\\)\\\\c)"));
     EXPECT_FALSE(matches("(odd=a\\*c)"));
@@ -160,7 +179,7 @@ TEST_P(MalformedFilter, IsRefused) {
 INSTANTIATE_TEST_SUITE_P(Filter, MalformedFilter,
                          testing::Values("", "scheme=zip", "(scheme=zip", "(scheme=zip))", "(scheme)",
                                          "(=zip)", "()", "(&)", "(!)", "(!(a=1)(b=2))", "(&(a=1)",
-                                         "(a=1)(b=2)", "(a>1)", "(a=b\\", "((a=1))", "   "));
+                                         "(a=1)(b=2)", "(a>1)", "(a=b\\", "((a=1))", "(a", "   "));
 
 } // namespace
 } // namespace runtime
