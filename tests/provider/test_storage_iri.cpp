@@ -30,6 +30,7 @@ TEST(StorageIRI, TheEmptyIriAddressesNothing) {
     EXPECT_EQ(empty, StorageIRI());
     EXPECT_NE(empty, StorageIRI::parse("file:///"));
     EXPECT_THROW(empty.withPath(u"/a"), std::invalid_argument);
+    EXPECT_THROW(empty.child(u"a"), std::invalid_argument);
     EXPECT_THROW(empty.getContainer(), std::logic_error);
 }
 

@@ -87,6 +87,37 @@ TEST_F(WatchedStorageTest, GoesTheWaysOfTheStorageThatItStandsFor) {
     EXPECT_EQ(own->taken, "getProviderStorageInfo");
 }
 
+TEST_F(WatchedStorageTest, FoldersAreThoseOfTheStorageThatItStandsFor) {
+    const auto folder = memory->at(u"/folder");
+    const auto moved = memory->at(u"/moved");
+    watched.createFolder(folder);
+    watched.createFile(folder.child(u"x"));
+    watched.createFolder(folder.child(u"sub"));
+    EXPECT_TRUE(watched.isFolder(folder));
+    EXPECT_FALSE(watched.isFolder(file));
+    EXPECT_TRUE(memory->isFile(folder.child(u"x")));
+    EXPECT_EQ(watched.getFolderAttributes(folder).isWritable(),
+              memory->getFolderAttributes(folder).isWritable());
+    const auto only = [](const auto& listing) {
+        EXPECT_TRUE(listing->hasNext());
+        listing->next();
+        const auto name = listing->current().getName();
+        EXPECT_FALSE(listing->hasNext());
+        return name;
+    };
+    EXPECT_EQ(only(watched.listFiles(folder)), u"x");
+    EXPECT_EQ(only(watched.listFolders(folder)), u"sub");
+    watched.moveFolder(folder, moved, MoveOption::FailIfExists);
+    EXPECT_FALSE(memory->exists(folder));
+    EXPECT_TRUE(memory->isFile(moved.child(u"x")));
+    watched.removeFolder(moved.child(u"sub"));
+    EXPECT_FALSE(memory->exists(moved.child(u"sub")));
+    watched.cutOff();
+    EXPECT_THROW(watched.removeFolder(moved), Exception);
+    EXPECT_THROW(watched.moveFolder(moved, folder, MoveOption::FailIfExists), Exception);
+    EXPECT_TRUE(memory->isFile(moved.child(u"x")));
+}
+
 TEST_F(WatchedStorageTest, ReadingAsksForTheSizeOnlyWhileSomebodyWatches) {
     const auto watch = std::make_shared<ContainerWatch>();
     WatchedStorage storage{own, watch};
