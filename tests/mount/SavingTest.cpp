@@ -541,6 +541,24 @@ TEST_F(MountSavingTest, ArchivesInsideAreShownAsFoldersWhereAskedFor) {
     EXPECT_EQ(names("outer.zip"), (Names{"inner.zip.d", "renamed.zip", "text.zip"}));
 }
 
+TEST_F(MountSavingTest, MountAndUmountTellWhatTheyDidInJson) {
+    const auto archive = folder.file("plans.zip").string();
+    const auto mounted = runMountTool({"--json", "mount", archive, mountPoint()});
+    ASSERT_EQ(mounted.exitCode, 0) << mounted.errors;
+    const auto first = nlohmann::json::parse(mounted.output).at(0);
+    EXPECT_EQ(first["path"], archive);
+    EXPECT_EQ(first["mountPoint"], mountPoint());
+    EXPECT_EQ(first["process"], listing()[0]["process"]);
+    put(in("new.txt"), "new");
+    const auto ended = runMountTool({"--json", "umount", mountPoint() + "/"});
+    ASSERT_EQ(ended.exitCode, 0) << ended.errors;
+    const auto last = nlohmann::json::parse(ended.output).at(0);
+    EXPECT_EQ(last["path"], mountPoint() + "/");
+    EXPECT_EQ(last["archive"], archive);
+    EXPECT_EQ(last["saves"], 1);
+    EXPECT_EQ(stored("new.txt"), "new");
+}
+
 TEST_F(MountSavingTest, WhatCannotBeMountedIsSaid) {
     save("text", "no archive");
     fs::create_directories(folder.file("place"));
@@ -549,6 +567,8 @@ TEST_F(MountSavingTest, WhatCannotBeMountedIsSaid) {
     EXPECT_NE(failure({"mount", "none.zip", place}), "");
     EXPECT_NE(failure({"mount", "plans.zip", "nowhere"}).find("no folder to mount over"), std::string::npos);
     EXPECT_NE(failure({"umount", place}).find("no archive of this user is mounted there"), std::string::npos);
+    EXPECT_NE(failure({"umount", "none/below"}).find("no archive of this user is mounted there"),
+              std::string::npos);
     EXPECT_EQ(run({"mount", "-o", "nonsense", "plans.zip", place}).exitCode, 2);
     EXPECT_EQ(run({"mount", "-o", "save_after=soon", "plans.zip", place}).exitCode, 2);
     EXPECT_EQ(run({"mount", "plans.zip"}).exitCode, 2);
