@@ -18,8 +18,14 @@ namespace {
 constexpr const char* markName = "user.kxvfs.save";
 constexpr uid_t stranger = 65123;
 
+constexpr std::size_t phaseInJournal = 12;
 constexpr std::size_t markedInJournal = 16;
 constexpr std::size_t deviceInJournal = 20;
+constexpr std::size_t inodeInJournal = 28;
+constexpr std::size_t stagingInodeInJournal = 52;
+constexpr std::size_t birthTimeInJournal = 60;
+constexpr char growingPhase = 2;
+constexpr char overwritingPhase = 3;
 
 std::uint64_t deviceIn(const std::string& journal) {
     std::uint64_t device = 0;
@@ -27,6 +33,12 @@ std::uint64_t deviceIn(const std::string& journal) {
         device |= std::uint64_t{static_cast<unsigned char>(journal.at(deviceInJournal + i))} << (8 * i);
     }
     return device;
+}
+
+void putNumber(std::string& journal, std::size_t at, std::uint64_t number) {
+    for (std::size_t i = 0; i < sizeof number; ++i) {
+        journal.at(at + i) = static_cast<char>(number >> (8 * i) & 0xFFU);
+    }
 }
 
 /// The plain calls of the system, which another user can make too.
@@ -39,11 +51,12 @@ private:
     const storage::fileprovider::SystemRun m_run;
 };
 
-/// Puts a link to another folder in the place of a folder, before something is opened in it or it itself.
+/// Puts a link to another folder in the place of a folder, before a path that ends so is opened.
 class RedirectedFolder final : public InOneRun {
 public:
-    RedirectedFolder(storage::fileprovider::SystemRun run, fs::path from, fs::path to, bool early)
-        : InOneRun(std::move(run)), m_from(std::move(from)), m_to(std::move(to)), m_early(early) {}
+    RedirectedFolder(storage::fileprovider::SystemRun run, fs::path from, fs::path to, std::string opened)
+        : InOneRun(std::move(run)), m_from(std::move(from)), m_to(std::move(to)),
+          m_opened(std::move(opened)) {}
     ~RedirectedFolder() override {
         if (m_redirected) {
             fs::remove(m_from);
@@ -52,9 +65,7 @@ public:
     }
 
     int open(const char* path, int flags, mode_t mode) override {
-        const bool isFolder = (flags & O_PATH) != 0 && (flags & O_DIRECTORY) != 0;
-        const bool isDraft = (flags & O_CREAT) != 0 && std::string_view(path).ends_with("journal0");
-        if (!m_redirected && (m_early ? isFolder : isDraft)) {
+        if (!m_redirected && std::string_view(path).ends_with(m_opened)) {
             m_redirected = true;
             fs::rename(m_from, aside());
             fs::create_symlink(m_to, m_from);
@@ -74,7 +85,7 @@ private:
 
     const fs::path m_from;
     const fs::path m_to;
-    const bool m_early;
+    const std::string m_opened;
     bool m_redirected = false;
     std::vector<fs::path> m_given;
 };
@@ -297,21 +308,103 @@ TEST_F(InterruptedRecovery, MakesNothingOfTheUsersInAFolderThatHePutsInThePlaceO
     if (!isSuperuser()) {
         GTEST_SKIP() << "only the superuser recovers for others";
     }
-    for (const bool early : {true, false}) {
+    const auto folderName = '/' + folder().filename().string();
+    for (const std::string& opened : {folderName, std::string("-copy0"), std::string("-journal0")}) {
+        SCOPED_TRACE(opened);
         const TemporaryFolder other;
         ASSERT_NO_FATAL_FAILURE(stopSystem());
         ASSERT_NO_FATAL_FAILURE(giveToStranger());
-        const auto calls = std::make_shared<RedirectedFolder>(m_run->run(), folder(), other.path(), early);
+        const auto calls = std::make_shared<RedirectedFolder>(m_run->run(), folder(), other.path(), opened);
         try {
             recoverFile(iri("a"), options(calls));
         } catch (const Exception&) {
             EXPECT_TRUE(calls->redirected());
         }
         ASSERT_TRUE(calls->redirected());
-        EXPECT_EQ(calls->given().size(), early ? 0U : 1U);
+        EXPECT_EQ(calls->given().size(), opened == "-journal0" ? 1U : 0U);
         EXPECT_EQ(std::count(calls->given().begin(), calls->given().end(), other.path()), 0);
-        EXPECT_EQ(namesIn(other.path()), std::vector<std::string>()) << early;
+        EXPECT_EQ(namesIn(other.path()), std::vector<std::string>());
     }
+}
+
+TEST_F(InterruptedRecovery, WritesNoFileThatAUserPutsInThePlaceOfHis) {
+    if (!isSuperuser()) {
+        GTEST_SKIP() << "only the superuser recovers for others";
+    }
+    ASSERT_NO_FATAL_FAILURE(stopSystem());
+    ASSERT_NO_FATAL_FAILURE(giveToStranger());
+    const auto mark = attributeOf(file("a"), markName);
+    if (mark.empty()) {
+        GTEST_SKIP() << "the file system has no extended attributes";
+    }
+    const TemporaryFolder other;
+    spit(other.path() / "a", m_old);
+    auto record = slurp(journal());
+    putNumber(record, inodeInJournal, statusOf(other.path() / "a").st_ino);
+    putNumber(record, birthTimeInJournal, 0);
+    for (const char phase : {growingPhase, overwritingPhase}) {
+        SCOPED_TRACE(int{phase});
+        const TemporaryFolder elsewhere;
+        const auto place = elsewhere.path() / journal().filename();
+        const auto contents = elsewhere.path() / staging().filename();
+        fs::copy_file(staging(), contents);
+        putNumber(record, stagingInodeInJournal, statusOf(contents).st_ino);
+        record.at(phaseInJournal) = phase;
+        spit(place, sealed(record));
+        for (const auto& path : {place, contents}) {
+            ASSERT_EQ(::chown(path.c_str(), stranger, stranger), 0);
+        }
+        const auto changed = mark.substr(0, mark.find(':') + 1) + place.string();
+        ASSERT_TRUE(setAttributeOf(file("a"), markName, changed));
+        fs::remove(journal());
+        const auto victim = phase == growingPhase ? m_old + std::string(50, '\0') : m_old;
+        spit(other.path() / "a", victim);
+        const auto calls =
+            std::make_shared<RedirectedFolder>(m_run->run(), folder(), other.path(), contents.string());
+        expectError(ErrorCode::Busy, [&] { recoverFile(iri("a"), options(calls)); });
+        EXPECT_TRUE(calls->redirected());
+        EXPECT_TRUE(slurp(other.path() / "a") == victim);
+        EXPECT_EQ(namesIn(other.path()), std::vector<std::string>{"a"});
+    }
+}
+
+TEST_F(InterruptedRecovery, OverwritesNothingWhenAnotherOneHasPutItsDraftInThePlaceOfTheCopys) {
+    class OtherRecovery final : public InOneRun {
+    public:
+        using InOneRun::InOneRun;
+        int renameToFree(const char* from, const char* to) override {
+            if (std::string_view(from).ends_with("-copy0")) {
+                fs::remove(from);
+                spit(from, "begun");
+            }
+            return InOneRun::renameToFree(from, to);
+        }
+    };
+    ASSERT_NO_FATAL_FAILURE(stopSystem());
+    const auto text = expectError(ErrorCode::LocalFileSystem, [&] {
+        recoverFile(iri("a"), options(std::make_shared<OtherRecovery>(m_run->run())));
+    });
+    EXPECT_NE(text.find("a.before-recovery before that save is finished"), std::string::npos) << text;
+    EXPECT_TRUE(slurp(file("a")) == m_garbled);
+    EXPECT_EQ(recoverFile(iri("a"), options(callsInThisRun())).outcome, RecoveryOutcome::FinishedSave);
+    EXPECT_TRUE(slurp(file("a.before-recovery1")) == m_garbled);
+    EXPECT_TRUE(slurp(file("a")) == m_new);
+}
+
+TEST_F(InterruptedRecovery, RemovesNoFileThatIsNamedLikeNoJournal) {
+    ASSERT_NO_FATAL_FAILURE(stopSystem());
+    const auto mark = attributeOf(file("a"), markName);
+    if (mark.empty()) {
+        GTEST_SKIP() << "the file system has no extended attributes";
+    }
+    fs::rename(journal(), file(".a"));
+    ASSERT_TRUE(
+        setAttributeOf(file("a"), markName, mark.substr(0, mark.find(':') + 1) + file(".a").string()));
+    const auto text =
+        expectError(ErrorCode::LocalFileSystem, [&] { recoverFile(iri("a"), options(callsInThisRun())); });
+    EXPECT_NE(text.find("is damaged"), std::string::npos) << text;
+    EXPECT_TRUE(fs::exists(file(".a")));
+    EXPECT_TRUE(slurp(file("a")) == m_garbled);
 }
 
 TEST_F(InterruptedRecovery, MakesNobodysJournalOneThatIsTrusted) {

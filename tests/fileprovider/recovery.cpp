@@ -49,6 +49,39 @@ protected:
     const std::string m_new = randomBytes(20'000, 2);
 };
 
+TEST_F(LocalFileRecovery, FinishesAlsoInTheOutermostFolder) {
+    class EndingInTheCopy final : public storage::fileprovider::SystemCalls {
+    public:
+        ssize_t copyRange(int from, off_t fromPosition, int to, off_t toPosition, std::size_t) override {
+            static_cast<void>(SystemCalls::copyRange(from, fromPosition, to, toPosition, 1000));
+            ::_exit(0);
+        }
+    };
+    if (!isSuperuser()) {
+        GTEST_SKIP() << "only the superuser may make a folder the outermost one";
+    }
+    const auto outermost = StorageIRI::fromLocalPath(u"/a");
+    OtherProcess saver([&]() -> std::string {
+        if (::chroot(folder().c_str()) != 0 || ::chdir("/") != 0) {
+            return "no folder can be made the outermost one";
+        }
+        writeFile(*LocalFileProvider::create(options(std::make_shared<EndingInTheCopy>())), outermost, m_new);
+        return "saved";
+    });
+    EXPECT_EQ(saver.result(), "");
+    EXPECT_EQ(slurp(file("a")), m_new.substr(0, 1000) + m_old.substr(1000));
+    OtherProcess recoverer([&]() -> std::string {
+        if (::chroot(folder().c_str()) != 0 || ::chdir("/") != 0) {
+            return "no folder can be made the outermost one";
+        }
+        return recoverFile(outermost, options()).outcome == RecoveryOutcome::FinishedSave ? "finished"
+                                                                                          : "not";
+    });
+    EXPECT_EQ(recoverer.result(), "finished");
+    EXPECT_EQ(slurp(file("link")), m_new);
+    expectNothingLeft();
+}
+
 TEST_F(LocalFileRecovery, SaysThatNothingWasLeft) {
     const auto report = recoverFile(iri("a"), options());
     EXPECT_EQ(report.outcome, RecoveryOutcome::Nothing);

@@ -1,7 +1,6 @@
 #include <storage/fileprovider/src/JournalFile.h>
 
 #include <storage/fileprovider/src/ContentSamples.h>
-#include <storage/fileprovider/src/Descriptor.h>
 #include <storage/fileprovider/src/FileIo.h>
 #include <storage/fileprovider/src/LocalPath.h>
 #include <storage/fileprovider/src/WorkingNames.h>
@@ -57,22 +56,15 @@ int replaceJournalFor(const EnvironmentPtr& environment, const Journal& journal,
     return syncFolder(*environment, std::string(parentOf(path)));
 }
 
-/// For a journal of `owner`, who may change what stands at any part of its path meanwhile: nothing of his is
-/// to be made in a folder where he may not make it himself.
 int replaceJournalOfAnother(const EnvironmentPtr& environment, const Journal& journal,
                             const std::string& draft, const std::string& path, uid_t owner) {
-    const auto folder =
-        Descriptor::open(environment->calls, std::string(parentOf(path)).c_str(), O_PATH | O_DIRECTORY);
-    const std::string name(nameOf(path));
-    struct stat present {};
-    if (!folder.isOpen() || ::fstatat(folder.get(), name.c_str(), &present, AT_SYMLINK_NOFOLLOW) != 0) {
+    const auto folder = openJournalFolder(environment, path, owner);
+    if (!folder.isOpen()) {
         return errno;
     }
-    if (present.st_uid != owner) {
-        return EPERM;
-    }
     const auto inside = fmt::format("/proc/self/fd/{}/", folder.get());
-    return replaceJournalFor(environment, journal, inside + std::string(nameOf(draft)), inside + name, owner);
+    return replaceJournalFor(environment, journal, inside + std::string(nameOf(draft)),
+                             inside + std::string(nameOf(path)), owner);
 }
 
 } // namespace
@@ -84,6 +76,24 @@ int writeJournalDraft(const EnvironmentPtr& environment, const Journal& journal,
 int replaceJournal(const EnvironmentPtr& environment, const Journal& journal, const std::string& draft,
                    const std::string& path) {
     return replaceJournalFor(environment, journal, draft, path, ownJournal);
+}
+
+Descriptor openJournalFolder(const EnvironmentPtr& environment, const std::string& path, uid_t owner) {
+    auto folder =
+        Descriptor::open(environment->calls, std::string(parentOf(path)).c_str(), O_PATH | O_DIRECTORY);
+    const std::string name(nameOf(path));
+    struct stat present {};
+    int error = 0;
+    if (!folder.isOpen() || ::fstatat(folder.get(), name.c_str(), &present, AT_SYMLINK_NOFOLLOW) != 0) {
+        error = errno;
+    } else if (present.st_uid != owner) {
+        error = EPERM;
+    }
+    if (error != 0) {
+        folder.close();
+        errno = error;
+    }
+    return folder;
 }
 
 int renewJournal(const EnvironmentPtr& environment, const Journal& journal, const std::string& journalPath,

@@ -53,18 +53,20 @@ int keepCopy(const EnvironmentPtr& environment, int file, std::string_view targe
         return errno;
     }
     int error = fillDraft(*environment, file, kept);
+    // Without a staging file to lock, two recoveries may be at work.
     if (!isSameFile(kept.get(), draft)) {
-        // Without a staging file to lock, two recoveries may be at work.
         return EBUSY;
     }
-    const int closeError = kept.close();
-    error = error != 0 ? error : closeError;
     error = error != 0 ? error : giveFreeName(*environment, draft, copy);
     if (error != 0) {
         environment->calls->unlink(draft.c_str());
         return error;
     }
-    error = syncFolder(*environment, std::string(folder));
+    if (!isSameFile(kept.get(), copy)) {
+        return EBUSY;
+    }
+    const int closeError = kept.close();
+    error = closeError != 0 ? closeError : syncFolder(*environment, std::string(folder));
     if (error != 0) {
         environment->calls->unlink(copy.c_str());
     }

@@ -8,6 +8,8 @@
 #include <storage/fileprovider/src/TargetMark.h>
 #include <storage/fileprovider/src/WorkingPlaces.h>
 
+#include <sys/types.h>
+
 #include <optional>
 #include <string>
 #include <string_view>
@@ -60,6 +62,8 @@ private:
     /// Settles what needs no staging file. Returns false for a copy-over that is to be finished.
     bool settleMatched(const OpenJournal& journal);
     bool isFinished(const Journal& journal) const;
+    /// Whether a journal counts for a file of that owner, with a mark or without.
+    static bool isTrustedFor(const OpenJournal& journal, uid_t fileOwner);
     void requireTrust(const OpenJournal& journal) const;
     bool isUnchanged(const OpenJournal& journal) const;
     void discardPrepared(const OpenJournal& journal);
@@ -73,7 +77,10 @@ private:
     void requireStoppedCopy(const OpenJournal& journal, int target, int staging);
     /// Where bytes are about to be overwritten of which nobody can tell whose they are.
     void keepWhatIsOverwritten(const OpenJournal& journal, int target);
+    /// Contract: keepCopy.
+    int keepCopyBeside(const OpenJournal& journal, int target, std::string& copy) const;
     [[noreturn]] void failChanged(const OpenJournal& journal) const;
+    /// The very file that the journal counts for, whatever has become of its path meanwhile.
     Descriptor openTarget(const OpenJournal& journal) const;
     void found(RecoveryOutcome outcome, std::string detail);
     [[noreturn]] void fail(foundation::storage::provider::ErrorCode code, const std::string& cause) const;

@@ -34,6 +34,11 @@ const foundation::log::basic_diagnostic_logger& logger() {
 // A slot becomes free when its saver is done, so dead ones may stand behind free ones.
 constexpr unsigned thoroughlyEmptySlots = 4;
 
+/// The path of another item in the folder of the one at `path`.
+std::string besideOf(const std::string& path, std::string_view name) {
+    return path.substr(0, path.size() - nameOf(path).size()) + std::string(name);
+}
+
 } // namespace
 
 struct Recoverer::OpenJournal {
@@ -42,10 +47,12 @@ struct Recoverer::OpenJournal {
     uid_t owner = 0;
     Journal content;
 
-    std::string stagingPath() const { return std::string(parentOf(path)) + '/' + content.stagingName; }
+    std::string stagingPath() const { return besideOf(path, content.stagingName); }
     /// The staging file of another save must not be touched, whatever the journal says.
     bool namesItsOwnStaging() const {
-        return journalDraftFor(stagingPath()).compare(0, path.size(), path) == 0;
+        const auto draft = journalDraftFor(stagingPath());
+        return draft.compare(0, path.size(), path) == 0 &&
+               draft.find_first_not_of("0123456789", path.size()) == std::string::npos;
     }
 };
 
@@ -285,13 +292,17 @@ bool Recoverer::isFinished(const Journal& journal) const {
            !(m_mark && m_mark->id == journal.id);
 }
 
+bool Recoverer::isTrustedFor(const OpenJournal& journal, uid_t fileOwner) {
+    return journal.owner == ::geteuid() || journal.owner == 0 || journal.owner == fileOwner;
+}
+
 void Recoverer::requireTrust(const OpenJournal& journal) const {
     struct stat status {};
     const bool marked = m_mark && m_mark->id == journal.content.id;
     // In a folder where everyone may create files, a journal of a stranger could name any bytes as the
     // contents.
-    if (marked || journal.owner == ::geteuid() || journal.owner == 0 ||
-        (::stat(m_target.c_str(), &status) == 0 && journal.owner == status.st_uid)) {
+    if (marked || isTrustedFor(journal, ::geteuid()) ||
+        (::stat(m_target.c_str(), &status) == 0 && isTrustedFor(journal, status.st_uid))) {
         return;
     }
     fail(ErrorCode::AccessDenied,
@@ -427,9 +438,7 @@ void Recoverer::requireStoppedCopy(const OpenJournal& journal, int target, int s
 
 void Recoverer::keepWhatIsOverwritten(const OpenJournal& journal, int target) {
     std::string copy;
-    if (const int error = keepCopy(m_environment, target, m_target, parentOf(journal.path),
-                                   copyDraftFor(journal.stagingPath()), copy);
-        error != 0) {
+    if (const int error = keepCopyBeside(journal, target, copy); error != 0) {
         // Not the code of the copy's failure: who replaces the file need not settle its save.
         fail(ErrorCode::LocalFileSystem,
              fmt::format("the system has stopped while a save of the file was interrupted, and what the file "
@@ -442,6 +451,23 @@ void Recoverer::keepWhatIsOverwritten(const OpenJournal& journal, int target) {
           fmt::format("the system has stopped while a save was interrupted, and the file held bytes that are "
                       "neither from before nor from that save; {} is a copy of it",
                       copy));
+}
+
+int Recoverer::keepCopyBeside(const OpenJournal& journal, int target, std::string& copy) const {
+    const auto draft = copyDraftFor(journal.stagingPath());
+    if (journal.owner == ::geteuid()) {
+        return keepCopy(m_environment, target, m_target, parentOf(journal.path), draft, copy);
+    }
+    copy = besideOf(journal.path, keptCopyName(m_target));
+    const auto opened = openJournalFolder(m_environment, journal.path, journal.owner);
+    if (!opened.isOpen()) {
+        return errno;
+    }
+    const auto inside = fmt::format("/proc/self/fd/{}", opened.get());
+    const int error =
+        keepCopy(m_environment, target, m_target, inside, inside + '/' + std::string(nameOf(draft)), copy);
+    copy = besideOf(journal.path, nameOf(copy));
+    return error;
 }
 
 void Recoverer::failChanged(const OpenJournal& journal) const {
@@ -463,7 +489,19 @@ Descriptor Recoverer::openTarget(const OpenJournal& journal) const {
     if (::fstat(target.get(), &status) != 0) {
         throwSystemError(m_iri, errno, "cannot finish or undo an interrupted save");
     }
-    if (status.st_ino != journal.content.inode) {
+    const auto& content = journal.content;
+    const bool isTouched = content.phase == CopyOverPhase::Overwriting ||
+                           mayHaveGrown(content, static_cast<std::uint64_t>(status.st_size));
+    std::optional<TargetMark> mark;
+    if (isTouched && !isTrustedFor(journal, status.st_uid)) {
+        // The mark, and with it the trust, was another file's if its path leads elsewhere by now.
+        if (const int error = TargetMark::read(target.get(), mark); error != 0) {
+            throwSystemError(m_iri, error, "cannot finish or undo an interrupted save");
+        }
+    }
+    const bool isTrusted =
+        !isTouched || isTrustedFor(journal, status.st_uid) || (mark && mark->id == content.id);
+    if (status.st_ino != content.inode || !isTrusted) {
         fail(ErrorCode::Busy, "the file is being replaced");
     }
     return target;
