@@ -200,6 +200,10 @@ TEST_F(BrokenStateFolder, AllowsNoSaveWhereNothingElseTellsOfAHalfWrittenFile) {
     EXPECT_EQ(readFile(*provider, inside), m_old);
     const auto text = expectError(ErrorCode::LocalFileSystem, [&] { writeFile(*provider, inside, m_new); });
     EXPECT_NE(text.find(stateFolder().string()), std::string::npos) << text;
+    expectError(ErrorCode::LocalFileSystem, [&] {
+        provider->moveFile(inside, iri("f").child(u"b"),
+                           foundation::storage::provider::MoveOption::FailIfExists);
+    });
     EXPECT_EQ(slurp(file("f") / "a"), m_old);
     EXPECT_NO_THROW(writeFile(*provider, iri("f").child(u"new"), m_new));
     EXPECT_EQ(slurp(file("f") / "new"), m_new);

@@ -78,14 +78,15 @@ void requireFolderAbove(const StorageIRI& iri, const std::string& path) {
 /// A file that moves, goes or is replaced must not leave the journal of an interrupted save behind, which
 /// finds it by name. `status` is that of the item itself.
 void settleInterruptedSave(const EnvironmentPtr& environment, const StorageIRI& iri, const std::string& path,
-                           const Status& status) {
+                           const Status& status, bool moves = false) {
     if (!status || !S_ISREG(status->st_mode)) {
         return;
     }
     std::string target;
     const int error = resolveLinks(path, target);
     if (error == 0) {
-        static_cast<void>(Recoverer(environment, iri, target).recoverForReading());
+        Recoverer recoverer(environment, iri, target);
+        static_cast<void>(moves ? recoverer.recoverForMoving() : recoverer.recoverForReading());
     } else if (!isAbsence(error)) {
         throwSystemError(iri, error);
     }
@@ -197,7 +198,7 @@ void LocalFileProvider::doMoveFile(const StorageIRI& source, const StorageIRI& d
     if (toStatus && (!replacesExisting(option) || isFolderStatus(statusOf(destination, to)))) {
         throwSystemError(destination, EEXIST);
     }
-    settleInterruptedSave(m_environment, source, from, fromStatus);
+    settleInterruptedSave(m_environment, source, from, fromStatus, true);
     settleReplaced(m_environment, destination, to, toStatus);
     if (isSameItem(fromStatus, toStatus)) {
         // The system leaves both names of one file as they are.

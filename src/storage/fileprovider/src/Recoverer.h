@@ -29,6 +29,9 @@ public:
     /// The same for a target that is about to be saved: the state folder matters only where nothing else
     /// tells that the target is not half written.
     RecoveryReport recoverForSaving();
+    /// The same for a target that is about to get another path, at which a journal in the state folder would
+    /// not be looked for.
+    RecoveryReport recoverForMoving();
     /// The same for a target that is about to be read: the state folder does not matter then, and what does
     /// not keep the target from being whole is looked for only where it costs next to nothing.
     RecoveryReport recoverForReading();
@@ -48,6 +51,8 @@ private:
     struct OpenJournal;
 
     RecoveryReport run(unsigned emptySlots);
+    /// Errors: the provider's, when the target may be half written and the state folder would tell.
+    void requireKnownWhole() const;
     [[noreturn]] void failUnseen() const;
     /// Errors: the provider's, when it cannot be told whether there is one.
     std::optional<TargetMark> readMark();

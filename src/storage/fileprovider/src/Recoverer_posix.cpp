@@ -70,9 +70,13 @@ RecoveryReport Recoverer::recoverAll() {
 
 RecoveryReport Recoverer::recoverForSaving() {
     auto report = run(thoroughlyEmptySlots);
-    if (!hasSeenAllPlaces() && !TargetMark::isKnownMissing(m_target)) {
-        failUnseen();
-    }
+    requireKnownWhole();
+    return report;
+}
+
+RecoveryReport Recoverer::recoverForMoving() {
+    auto report = run(1);
+    requireKnownWhole();
     return report;
 }
 
@@ -95,6 +99,12 @@ RecoveryReport Recoverer::run(unsigned emptySlots) {
         }
     }
     return std::move(m_report);
+}
+
+void Recoverer::requireKnownWhole() const {
+    if (!hasSeenAllPlaces() && !TargetMark::isKnownMissing(m_target)) {
+        failUnseen();
+    }
 }
 
 void Recoverer::failUnseen() const {
