@@ -58,25 +58,11 @@ std::string problemsOf(const std::string& archive, const Contents& tree) {
     return archiveProblems(archive, expected);
 }
 
-/// A file system without extended attributes.
-class WithoutAttributes final : public storage::fileprovider::SystemCalls {
-public:
-    int setAttribute(int, const char*, const void*, std::size_t, int) override {
-        errno = ENOTSUP;
-        return -1;
-    }
-    int removeAttribute(int, const char*) override {
-        errno = ENOTSUP;
-        return -1;
-    }
-};
-
-std::shared_ptr<LocalFileProvider> makeFiles(const TemporaryFolder& state, bool attributes) {
+std::shared_ptr<LocalFileProvider> makeFiles(const TemporaryFolder& state,
+                                             std::shared_ptr<storage::fileprovider::SystemCalls> calls) {
     storage::fileprovider::LocalFileOptions options;
     options.stateFolder = state.path().string();
-    if (!attributes) {
-        options.systemCalls = std::make_shared<WithoutAttributes>();
-    }
+    options.systemCalls = std::move(calls);
     return LocalFileProvider::create(options);
 }
 
@@ -101,8 +87,36 @@ std::vector<fs::path> filesIn(const fs::path& folder) {
 
 } // namespace
 
+/// A file system that may lack extended attributes, or refuse for a while to put a file in another's place.
+class FaultBench::FileSystem final : public storage::fileprovider::SystemCalls {
+public:
+    explicit FileSystem(bool attributes) : m_attributes(attributes) {}
+
+    void refuseRenames(bool refuse) { m_refusesRenames = refuse; }
+
+    int setAttribute(int file, const char* name, const void* value, std::size_t size, int flags) override {
+        return m_attributes ? SystemCalls::setAttribute(file, name, value, size, flags) : failing(ENOTSUP);
+    }
+    int removeAttribute(int file, const char* name) override {
+        return m_attributes ? SystemCalls::removeAttribute(file, name) : failing(ENOTSUP);
+    }
+    int rename(const char* from, const char* to) override {
+        return m_refusesRenames ? failing(EIO) : SystemCalls::rename(from, to);
+    }
+
+private:
+    static int failing(int error) {
+        errno = error;
+        return -1;
+    }
+
+    const bool m_attributes;
+    bool m_refusesRenames = false;
+};
+
 FaultBench::FaultBench(const Scenario& scenario)
-    : m_scenario(scenario), m_files(makeFiles(m_state, scenario.attributes)) {}
+    : m_scenario(scenario), m_fileSystem(std::make_shared<FileSystem>(scenario.attributes)),
+      m_files(makeFiles(m_state, m_fileSystem)) {}
 
 void FaultBench::reset() {
     putArchive();
@@ -167,7 +181,7 @@ std::string FaultBench::run(const InjectedFaults::Plan& plan) {
         if (m_scenario.read) {
             zip.list();
         }
-        const auto streams = m_scenario.beginning.open ? m_scenario.beginning.open(zip) : Streams();
+        const auto streams = begin(zip);
         problems << act(zip, plan);
         noteUnremovable(plan);
         problems << archiveProblemsAfterActing() << close(streams) << repeat(zip);
@@ -177,6 +191,21 @@ std::string FaultBench::run(const InjectedFaults::Plan& plan) {
         problems << "files are left open\n";
     }
     return problems.str();
+}
+
+Streams FaultBench::begin(MountedZip& zip) {
+    if (m_scenario.beginning.act == nullptr) {
+        return {};
+    }
+    m_fileSystem->refuseRenames(m_scenario.beginning.saveFails);
+    auto streams = m_scenario.beginning.act(zip);
+    m_fileSystem->refuseRenames(false);
+    return streams;
+}
+
+/// Whether nothing is saved before the streams of the beginning are closed.
+bool FaultBench::isHeld() const {
+    return m_scenario.beginning.act != nullptr && !m_scenario.beginning.saveFails;
 }
 
 /// Files that the faults themselves have left over.
@@ -192,12 +221,18 @@ void FaultBench::noteUnremovable(const InjectedFaults::Plan& plan) {
 }
 
 std::string FaultBench::archiveProblemsAfterActing() const {
-    if (m_scenario.beginning.open) {
+    if (isHeld()) {
         return archiveFileProblems({contentsBefore()});
     }
-    const bool mayBeOld = m_reported && m_scenario.interruptedBy == nullptr;
-    return archiveFileProblems(mayBeOld ? std::vector{contentsBefore(), m_scenario.after}
-                                        : std::vector{m_scenario.after});
+    auto allowed = std::vector{m_scenario.after};
+    if (m_reported && m_scenario.interruptedBy == nullptr) {
+        allowed.push_back(contentsBefore());
+    }
+    if (m_scenario.beginning.saveFails) {
+        // What waited may have been saved by the end of a stream, or wait still.
+        allowed.insert(allowed.end(), {contentsBefore(), treeBefore()});
+    }
+    return archiveFileProblems(allowed);
 }
 
 std::string FaultBench::close(const Streams& streams) {
@@ -214,7 +249,7 @@ std::string FaultBench::close(const Streams& streams) {
 /// What the provider shows when the faults begin.
 const Contents& FaultBench::treeBefore() const {
     static const auto unchanged = contentsBefore();
-    return m_scenario.beginning.open ? m_scenario.beginning.shows : unchanged;
+    return m_scenario.beginning.act ? m_scenario.beginning.shows : unchanged;
 }
 
 std::string FaultBench::act(MountedZip& zip, const InjectedFaults::Plan& plan) {
@@ -260,7 +295,7 @@ std::string FaultBench::repeat(MountedZip& zip) {
     std::string doing = "list";
     try {
         auto tree = zip.tree();
-        if (m_scenario.beginning.open) {
+        if (isHeld()) {
             // What was open is closed, so the archive holds what is shown.
             if (const auto problems = archiveFileProblems({tree}); !problems.empty()) {
                 return problems;

@@ -33,12 +33,15 @@ public:
 
 private:
     using StorageItem = foundation::storage::provider::StorageItem;
+    class FileSystem;
 
     void reset();
     void putArchive();
     void interruptSave();
     bool savesUntil(std::uint64_t call);
     StorageItem container() const;
+    Streams begin(MountedZip& zip);
+    bool isHeld() const;
     std::string act(MountedZip& zip, const InjectedFaults::Plan& plan);
     const Contents& treeBefore() const;
     void noteUnremovable(const InjectedFaults::Plan& plan);
@@ -58,6 +61,7 @@ private:
     const TemporaryFolder m_temporary;
     const ScopedVariable m_variable{"TMPDIR", m_temporary.path().string()};
     const ScopedTime m_time;
+    const std::shared_ptr<FileSystem> m_fileSystem;
     const std::shared_ptr<storage::fileprovider::LocalFileProvider> m_files;
     std::set<std::filesystem::path> m_unremovable;
     /// The call from which on all fail to interrupt the save.

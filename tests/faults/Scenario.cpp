@@ -4,6 +4,7 @@
 #include <support/contents.h>
 
 #include <cstdlib>
+#include <exception>
 #include <ostream>
 #include <string>
 #include <string_view>
@@ -236,11 +237,37 @@ std::vector<Scenario> furtherChanges() {
     };
 }
 
+/// A save that fails when the new archive is complete, which is kept then.
+Streams saveInVain(MountedZip& zip) {
+    try {
+        zip.moveFile("/b", "/e/kept");
+    } catch (const std::exception&) {
+        // It is meant to fail.
+    }
+    return {};
+}
+
+/// What goes on from an archive that was kept.
+std::vector<Scenario> afterAFailedSave() {
+    const Entries moved{{"e/kept", "bytes of b"}};
+    const auto kept = [&](const char* name, void (*act)(MountedZip&), Contents after) {
+        return beginningWith({saveInVain, with(moved, {"b"}), true}, {name, act, std::move(after)});
+    };
+    return {
+        kept(
+            "ReadAfterAFailedSave", [](MountedZip& zip) { zip.read("/e/kept"); }, with(moved, {"b"})),
+        kept(
+            "AppendAfterAFailedSave", [](MountedZip& zip) { zip.append("/e/kept", " and more"); },
+            with({{"e/kept", "bytes of b and more"}}, {"b"})),
+        kept("CreateFolderAfterAFailedSave", createFolder, changed(with(moved, {"b"}), {{"docs/new/", ""}})),
+    };
+}
+
 } // namespace
 
 std::vector<Scenario> scenarios() {
     auto all = openings();
-    for (const auto& more : {savedChanges(), recordedChanges(), furtherChanges()}) {
+    for (const auto& more : {savedChanges(), recordedChanges(), furtherChanges(), afterAFailedSave()}) {
         all.insert(all.end(), more.begin(), more.end());
     }
     return all;

@@ -23,11 +23,13 @@ using Streams = std::vector<std::unique_ptr<MountedZip::ByteStream>>;
 
 /// What is done to an archive before the faults begin.
 struct Beginning {
-    /// The streams that it leaves open are closed after the faults. As long as a writable one is among them,
-    /// nothing is saved.
-    Streams (*open)(MountedZip& zip) = nullptr;
+    /// The streams that it leaves open are closed after the faults. One of them is writable, so nothing is
+    /// saved before.
+    Streams (*act)(MountedZip& zip) = nullptr;
     /// What the provider then shows.
     Contents shows;
+    /// Whether instead it leaves none open, and no new archive can be put in place meanwhile.
+    bool saveFails = false;
 };
 
 /// One thing that is done to an archive, and what it then holds.

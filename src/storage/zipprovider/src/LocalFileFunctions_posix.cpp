@@ -8,6 +8,8 @@
 
 #include <filesystem>
 #include <memory>
+#include <new>
+#include <utility>
 
 namespace storage::zipprovider::detail {
 
@@ -16,15 +18,25 @@ namespace {
 // minizip's own table goes through the C library, which writes out what it holds at every step back and lets
 // everybody read the files that it makes; the archive's contents may be private.
 
+/// minizip's file. As long as minizip opens the archive, `opening` is who knows of it: where reading the
+/// directory fails, minizip gives up without closing the file.
+struct OpenedFile {
+    std::unique_ptr<LocalArchiveFile> file;
+    OpenedFile** opening;
+};
+
 LocalArchiveFile& self(voidpf file) {
-    return *static_cast<LocalArchiveFile*>(file);
+    return *static_cast<OpenedFile*>(file)->file;
 }
 
-voidpf ZCALLBACK open(voidpf, const void* filename, int mode) {
+voidpf ZCALLBACK open(voidpf opening, const void* filename, int mode) {
     const bool create = (mode & ZLIB_FILEFUNC_MODE_CREATE) != 0;
-    return LocalArchiveFile::open(*static_cast<const std::filesystem::path*>(filename),
-                                  create ? LocalArchiveFile::Mode::Create : LocalArchiveFile::Mode::Open)
-        .release();
+    auto file =
+        LocalArchiveFile::open(*static_cast<const std::filesystem::path*>(filename),
+                               create ? LocalArchiveFile::Mode::Create : LocalArchiveFile::Mode::Open);
+    auto** const place = static_cast<OpenedFile**>(opening);
+    *place = file ? new (std::nothrow) OpenedFile{std::move(file), place} : nullptr;
+    return *place;
 }
 
 uLong ZCALLBACK read(voidpf, voidpf file, void* buffer, uLong size) {
@@ -57,8 +69,11 @@ long ZCALLBACK seek(voidpf, voidpf file, ZPOS64_T offset, int origin) {
 }
 
 int ZCALLBACK close(voidpf, voidpf file) {
-    const std::unique_ptr<LocalArchiveFile> owned(static_cast<LocalArchiveFile*>(file));
-    return owned->close() ? 0 : -1;
+    const std::unique_ptr<OpenedFile> owned(static_cast<OpenedFile*>(file));
+    if (owned->opening != nullptr) {
+        *owned->opening = nullptr;
+    }
+    return owned->file->close() ? 0 : -1;
 }
 
 int ZCALLBACK error(voidpf, voidpf file) {
@@ -78,7 +93,15 @@ zipFile tryOpenLocalZip(const fl::filesystem::path& path, int mode) {
     functions.zerror_file = &error;
     const auto accessForm =
         fl::filesystem::detail::make_access_form(fl::filesystem::detail::to_filesystem(path));
-    return zipOpen2_64(&accessForm, mode, nullptr, &functions);
+    OpenedFile* opened = nullptr;
+    functions.opaque = static_cast<void*>(&opened);
+    const auto zip = zipOpen2_64(&accessForm, mode, nullptr, &functions);
+    std::unique_ptr<OpenedFile> owned(opened);
+    if (zip != nullptr && owned) {
+        owned->opening = nullptr;
+        static_cast<void>(owned.release());
+    }
+    return zip;
 }
 
 } // namespace storage::zipprovider::detail

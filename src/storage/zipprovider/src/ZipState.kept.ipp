@@ -8,8 +8,10 @@
 
 #include <cstddef>
 #include <exception>
+#include <filesystem>
 #include <iterator>
 #include <optional>
+#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -141,8 +143,12 @@ void ZipState<StorageItem, ByteStreamDevice>::removeQuietly(const fl::filesystem
     try {
         fl::filesystem::remove_all(archive);
     } catch (const std::exception& error) {
-        // The changes are in another place; a file too many is no failure of that.
-        KX_LOG(m_logger) << "Could not remove " << archive << ": " << error.what();
+        // Removing all begins by looking for a folder, which can fail by itself.
+        std::error_code failure;
+        if (!std::filesystem::remove(archive, failure)) {
+            // The changes are in another place; a file too many is no failure of that.
+            KX_LOG(m_logger) << "Could not remove " << archive << ": " << error.what();
+        }
     }
 }
 
