@@ -312,7 +312,7 @@ TEST_F(EmbeddedRuntime, AServiceWhoseRankingIsNoNumberIsRefused) {
         std::invalid_argument);
 }
 
-TEST_F(EmbeddedRuntime, AServiceThatOutlivesItsFrameworkCanBeUnregistered) {
+TEST_F(EmbeddedRuntime, AServiceOfAFrameworkThatIsGoneIsUnregisteredAlready) {
     Framework dropped = FrameworkFactory().NewFramework();
     dropped.Start();
     auto registration =

@@ -82,11 +82,14 @@ class Situation:
         return status.st_ino, status.st_size, status.st_mtime_ns
 
     def left(self):
-        return [path for path in [*self.folder.iterdir(), *self.temporary.rglob("*")] if path != self.file]
+        """What stands beside the archive and in the temporary folder; folders may go while they are looked into."""
+        temporary = [pathlib.Path(folder, name) for folder, folders, files in os.walk(self.temporary)
+                     for name in folders + files]
+        return [path for path in [*self.folder.iterdir(), *temporary] if path != self.file]
 
     def strays(self):
         """An empty folder is none: one that was killed as it made it cannot be told from one that is just starting."""
-        return [path for path in self.left() if not path.is_dir() or any(path.iterdir())]
+        return [path for path in self.left() if not path.is_dir() or next(os.scandir(path), None)]
 
 
 class Moments:
@@ -211,7 +214,9 @@ def run(situation, end, endings, generator):
     if counts["old"] + counts["new"] < endings:
         sys.exit("hardly any ending finds a change under way: they prove nothing")
     if not counts["old"] or not changes.made:
-        sys.exit("one of the two outcomes never came: the endings prove nothing")
+        sys.exit("no ending has left the old archive, or no change was ever made: the endings prove nothing")
+    if end is not interrupt and not counts["new"]:
+        sys.exit("no ending has found the new archive in place: the endings prove nothing of that moment")
 
 
 def main():

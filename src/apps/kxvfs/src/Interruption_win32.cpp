@@ -69,7 +69,9 @@ std::atomic<bool> remainsAreKnown = false;
 
 BOOL WINAPI endOnEvent(DWORD) {
     static std::atomic<bool> ending = false;
-    remainsAreKnown.wait(false);
+    // The library's own waiting can miss what is told between its look and its sleep.
+    while (!remainsAreKnown)
+        ::Sleep(1);
     if (!ending.exchange(true))
         startCleaner(remainsOfRun()());
     ::TerminateProcess(::GetCurrentProcess(), interruptedStatus);
@@ -114,7 +116,6 @@ void holdSignals() {
 void endOnSignals(std::function<Remains()> remains) {
     remainsOfRun() = std::move(remains);
     remainsAreKnown = true;
-    remainsAreKnown.notify_all();
 }
 
 void ignoreBrokenPipes() {}
