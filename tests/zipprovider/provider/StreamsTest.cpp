@@ -2,6 +2,9 @@
 
 #include <storage/zipprovider/src/instantiations.h>
 
+#include <algorithm>
+#include <filesystem>
+
 namespace kx::test {
 
 namespace {
@@ -314,6 +317,25 @@ TEST_F(ZipProviderStreams, AFolderMovedToWhereAGivenUpFileStoodIsWhole) {
     zip.append("/to/x", "+");
     kept->close();
     EXPECT_EQ(MountedZip(container).read("/to/x"), "kept+");
+}
+
+TEST_F(ZipProviderStreams, AGivenUpOneWhoseEarlierContentsAreGoneBlocksNothing) {
+    const auto hold = zip.writer("/hold");
+    zip.write("/docs/a.txt", "closed");
+    const auto before = temporaryFiles();
+    auto given = zip.writer("/docs/a.txt");
+    int removed = 0;
+    for (const auto& file : temporaryFiles()) {
+        if (std::ranges::find(before, file) == before.end()) {
+            removed += std::filesystem::remove(temporary.path() / file) ? 1 : 0;
+        }
+    }
+    ASSERT_EQ(removed, 1);
+    given.reset();
+    EXPECT_EQ(zip.read("/docs/b.txt"), "beta");
+    zip.removeFile("/docs/a.txt");
+    hold->close();
+    expectArchive({{"docs/b.txt", "beta"}, {"hold", ""}});
 }
 
 TEST_F(ZipProviderStreams, AStreamThatIsClosedAndThenDestroyedIsNotAbandoned) {

@@ -43,6 +43,7 @@ auto ZipState<StorageItem, ByteStreamDevice>::registerModifiedEntry(
     }
     if (reopened) {
         record.closed = std::move(closed);
+        record.closedSize = size;
     }
     ++record.unsettled;
     registration.record = record.id;
@@ -87,8 +88,8 @@ bool ZipState<StorageItem, ByteStreamDevice>::revoke(const Registration& registr
     auto back = record.shown;
     if (record.settled) {
         const auto entry = parent->findFile(name);
-        back = entry ? std::make_shared<FolderEntry>(FolderEntry{
-                           entry->type, entry->path, record.closed->getCachedFileSize(), entry->lastModified})
+        back = entry ? std::make_shared<FolderEntry>(
+                           FolderEntry{entry->type, entry->path, record.closedSize, entry->lastModified})
                      : nullptr;
     }
     auto child = back ? FolderContents::prepare(std::move(back)) : FolderContents::Child();

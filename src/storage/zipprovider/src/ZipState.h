@@ -163,6 +163,8 @@ private:
         bool settled = false;
         /// What the last close has left, while a stream that was opened after it may still be given up.
         std::shared_ptr<WorkingFileEntry> closed;
+        /// The size of `closed`, which taking back must not have to ask the system for.
+        std::uint64_t closedSize = 0;
         /// What was before: the archive's entry, and what the index showed, null for nothing.
         std::optional<CarriedOverEntry> original;
         std::shared_ptr<FolderEntry> shown;

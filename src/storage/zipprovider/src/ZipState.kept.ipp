@@ -71,8 +71,9 @@ void ZipState<StorageItem, ByteStreamDevice>::readKeptArchive() const {
     }
     try {
         const auto infos = readEntries(openArchive());
-        m_ownDirectories.insert(directoryFingerprint(infos));
+        std::set<std::size_t> own{directoryFingerprint(infos)};
         carryOverFrom(infos);
+        m_ownDirectories.merge(own);
     } catch (const std::exception& error) {
         if (ContainerStamp::of(m_container.getFileAttributes()) != m_stamp) {
             throw;
