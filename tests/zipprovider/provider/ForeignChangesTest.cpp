@@ -329,6 +329,19 @@ TEST_F(UnreadableKeptArchive, IsReadOnceItCanBeAndWhatWasChangedMeanwhileIsSaved
     EXPECT_TRUE(temporaryFiles().empty());
 }
 
+TEST_F(UnreadableKeptArchive, IsNotGoneBackToAfterTheNextOneThatCannotBeReadEither) {
+    MountedZip failing = mountOver(memory);
+    failing.list();
+    interrupt([&] { failing.write("/mine", "1"); });
+    interrupt([&] { failing.moveFile("/b", "/c"); });
+    EXPECT_EQ(failing.read("/c"), "bytes of b");
+    failing.createFolder("/later");
+    EXPECT_EQ(
+        archiveProblems(archive(), {{"a", "bytes of a"}, {"c", "bytes of b"}, {"mine", "1"}, {"later/", ""}}),
+        "");
+    EXPECT_TRUE(temporaryFiles().empty());
+}
+
 TEST_F(UnreadableKeptArchive, LeavesTheOneThatWasKeptBefore) {
     MountedZip failing = mountOver(std::make_shared<InPlaceProvider>(memory));
     failing.list();

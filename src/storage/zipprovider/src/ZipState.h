@@ -294,6 +294,8 @@ private:
     /// A new archive that could not be brought into the container. The container may be half written, so
     /// this file is the archive until a flush succeeds.
     mutable std::optional<fl::filesystem::path> m_keptArchive;
+    /// What was read from before the kept archive, until that is read: null for the container.
+    mutable std::optional<fl::filesystem::path> m_keptBefore;
     /// Whether the kept archive could not be read either. Then the entries that are carried over have no more
     /// of their position in it than their number.
     mutable bool m_keptArchiveIsUnread = false;

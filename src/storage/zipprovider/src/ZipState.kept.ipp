@@ -23,10 +23,7 @@ namespace storage::zipprovider {
 template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
 void ZipState<StorageItem, ByteStreamDevice>::continueFrom(TemporaryArchive& archive,
                                                            std::vector<StoredEntryName>& stored) const {
-    if (m_keptArchive) {
-        m_superseded.push_back(std::move(*m_keptArchive));
-    }
-    m_keptArchive = archive.keep();
+    m_keptBefore = std::exchange(m_keptArchive, archive.keep());
     m_keptEntries = stored.size() + m_modified.size() + m_createdFolders.size();
     auto place = stored.begin();
     for (auto& [path, entry] : m_carriedOver) {
@@ -85,6 +82,9 @@ void ZipState<StorageItem, ByteStreamDevice>::readKeptArchive() const {
     }
     m_keptArchiveIsUnread = false;
     m_storedBefore.clear();
+    if (m_keptBefore) {
+        m_superseded.push_back(*std::exchange(m_keptBefore, std::nullopt));
+    }
     removeSuperseded();
 }
 
@@ -106,12 +106,8 @@ void ZipState<StorageItem, ByteStreamDevice>::carryOverFrom(const EntryInfos& in
 /// archive stays until the changes are in the container.
 template <ContainerItem StorageItem, StreamDevice ByteStreamDevice>
 void ZipState<StorageItem, ByteStreamDevice>::goBackFromKeptArchive() const {
-    if (m_superseded.empty()) {
-        m_superseded.push_back(std::move(*m_keptArchive));
-        m_keptArchive.reset();
-    } else {
-        std::swap(m_superseded.back(), *m_keptArchive);
-    }
+    m_superseded.push_back(std::move(*m_keptArchive));
+    m_keptArchive = std::exchange(m_keptBefore, std::nullopt);
     forEachOfTheArchive([&](CarriedOverEntry& entry) {
         std::swap(entry.stored, m_storedBefore[static_cast<std::size_t>(entry.stored.position.num_of_file)]);
     });
