@@ -42,8 +42,9 @@ protected:
         return "it was started";
     }
 
-    /// What the framework's logger is told of a bundle that is started and asked for its services.
-    std::string logOfStarting(const std::string& path) const {
+    /// What the framework's logger is told of a bundle that is started, asked for its services, which must
+    /// give objects or not, and uninstalled.
+    std::string logOfStarting(const std::string& path, bool givesObjects = false) const {
         std::ostringstream log;
         cppmicroservices::Framework framework = cppmicroservices::FrameworkFactory().NewFramework(
             {{cppmicroservices::Constants::FRAMEWORK_LOG, true}}, &log);
@@ -52,8 +53,10 @@ protected:
         Bundle bundle = logged.InstallBundles(path).at(0);
         bundle.Start();
         for (const auto& reference : logged.GetServiceReferences<bundle::Greeting>())
-            EXPECT_EQ(logged.GetService(reference), nullptr);
+            EXPECT_EQ(logged.GetService(reference) != nullptr, givesObjects);
         bundle.Uninstall();
+        EXPECT_EQ(bundle.GetState(), Bundle::STATE_UNINSTALLED);
+        EXPECT_TRUE(logged.GetServiceReferences<bundle::Greeting>().empty());
         framework.Stop();
         return log.str();
     }
@@ -68,6 +71,13 @@ protected:
 
     static std::string component(const std::string& members) {
         return R"("scr": {"version": 1, "components": [{)" + members + "}]}";
+    }
+
+    /// A component of the greeting bundle's code that is to offer these interfaces.
+    static std::string component(const std::string& name, const std::string& interfaces,
+                                 const std::string& properties = "{}") {
+        return component(R"("implementation-class": "runtime::bundle::)" + name + R"(", "properties": )" +
+                         properties + R"(, "service": {"interfaces": [)" + interfaces + "]}");
     }
 
     /// Why a service of the started bundle at `path`, which describes the component `greeter`, is not given.
@@ -234,6 +244,32 @@ TEST_F(BrokenBundle, AComponentThatDoesNotOfferItsInterfaceGivesNoObject) {
     const auto references = context().GetServiceReferences("other");
     ASSERT_EQ(references.size(), 1U);
     EXPECT_EQ(context().GetService(references.front()), nullptr);
+}
+
+TEST_F(BrokenBundle, TheLogNamesTheInterfaceThatAnObjectLacks) {
+    const std::string path =
+        withManifest(component("Hermit", R"("runtime::bundle::Greeting", "runtime::bundle::Farewell")"));
+    EXPECT_THAT(logOfStarting(path), HasSubstr("cannot make component runtime::bundle::Hermit of " + path +
+                                               ": its object does not offer runtime::bundle::Farewell\n"));
+}
+
+TEST_F(BrokenBundle, TheLogNamesTheFunctionThatGaveNoObject) {
+    const std::string path = withManifest(component("Absentee", R"("runtime::bundle::Greeting")"));
+    EXPECT_THAT(logOfStarting(path), HasSubstr("cannot make component runtime::bundle::Absentee of " + path +
+                                               ": NewInstance_runtime_bundle_Absentee returned no object\n"));
+}
+
+TEST_F(BrokenBundle, AComponentThatCannotBeDeactivatedIsLoggedAndGoesAllTheSame) {
+    const std::pair<const char*, const char*> cases[] = {
+        {R"({"reason": "it feels at home"})", "it feels at home"}, {"{}", "an exception of an unknown type"}};
+    for (const auto& [properties, cause] : cases) {
+        const std::string path =
+            withManifest(component("Clinger", R"("runtime::bundle::Greeting")", properties));
+        EXPECT_THAT(logOfStarting(path, true),
+                    AllOf(HasSubstr("cannot deactivate component runtime::bundle::Clinger of " + path + ": " +
+                                    cause + "\n"),
+                          HasSubstr("uninstalled " + path)));
+    }
 }
 
 TEST_F(BrokenBundle, AnActivatorIsRefused) {

@@ -74,6 +74,45 @@ TEST_F(Handle, BundlesOfTwoFrameworksHaveAnOrderToo) {
     EXPECT_NE(own < other, other < own);
 }
 
+TEST_F(Handle, ABundleIsCopiedAndMovedAsWhatItRefersTo) {
+    const Bundle greeting = installGreeting();
+    Bundle copy = greeting;
+    EXPECT_TRUE(copy == greeting);
+    const Bundle moved = std::move(copy);
+    EXPECT_TRUE(moved == greeting);
+    copy = m_framework;
+    EXPECT_TRUE(copy == m_framework);
+    copy = Bundle(moved);
+    EXPECT_TRUE(copy == greeting);
+    copy.Start();
+    EXPECT_EQ(greeting.GetState(), Bundle::STATE_ACTIVE);
+}
+
+TEST_F(Handle, AFrameworkIsCopiedAndMovedAsWhatItRefersTo) {
+    Framework other = cppmicroservices::FrameworkFactory().NewFramework();
+    other.Start();
+    Framework copy = other;
+    EXPECT_TRUE(copy == other);
+    Framework moved = std::move(copy);
+    EXPECT_TRUE(moved == other);
+    copy = m_framework;
+    EXPECT_TRUE(copy == m_framework);
+    EXPECT_FALSE(copy == other);
+    copy = std::move(moved);
+    EXPECT_TRUE(copy == other);
+    copy.Stop();
+    EXPECT_EQ(other.WaitForStop(std::chrono::milliseconds(0)).GetType(), FrameworkEvent::FRAMEWORK_STOPPED);
+    EXPECT_EQ(m_framework.GetState(), Bundle::STATE_ACTIVE);
+}
+
+TEST_F(Handle, AFrameworkIsMadeOfItsOwnBundleAndOfNoOther) {
+    const Framework same(context().GetBundle(0));
+    EXPECT_TRUE(same == m_framework);
+    const Bundle greeting = installGreeting();
+    EXPECT_THROW(Framework{greeting}, std::logic_error);
+    EXPECT_EQ(m_framework.GetState(), Bundle::STATE_ACTIVE);
+}
+
 TEST_F(Handle, ABundleHasATextForPeople) {
     Bundle bundle = startGreeting();
     EXPECT_THAT(text(bundle), HasSubstr("test_greeting"));
@@ -139,6 +178,11 @@ TEST_F(Handle, ReferencesToOneServiceAreOneKey) {
     none = nullptr;
     EXPECT_FALSE(none);
     EXPECT_FALSE(none == found);
+    EXPECT_TRUE(none < found);
+    EXPECT_FALSE(found < none);
+    none = found;
+    EXPECT_TRUE(none == found);
+    EXPECT_TRUE(none);
 }
 
 TEST_F(Handle, RegistrationsHaveTheOrderOfTheirServices) {
@@ -151,6 +195,10 @@ TEST_F(Handle, RegistrationsHaveTheOrderOfTheirServices) {
     ServiceRegistration<Greeting> same = low;
     EXPECT_TRUE(same == low);
     ServiceRegistration<Greeting> moved = std::move(same);
+    EXPECT_TRUE(moved == low);
+    moved = high;
+    EXPECT_TRUE(moved == high);
+    moved = ServiceRegistration<Greeting>(low);
     EXPECT_TRUE(moved == low);
     moved = nullptr;
     EXPECT_FALSE(moved);
@@ -177,6 +225,11 @@ TEST_F(Handle, AFilterJudgesServicesAndBundles) {
     const LDAPFilter copy = filter;
     EXPECT_TRUE(copy == filter);
     EXPECT_TRUE(copy.Match(reference));
+    LDAPFilter assigned("(language=fr)");
+    EXPECT_FALSE(assigned == filter);
+    assigned = filter;
+    EXPECT_TRUE(assigned == filter);
+    EXPECT_TRUE(assigned.Match(reference));
 }
 
 TEST_F(Handle, AnEventIsWhatItWasMadeOf) {
@@ -189,6 +242,12 @@ TEST_F(Handle, AnEventIsWhatItWasMadeOf) {
     EXPECT_THROW(std::rethrow_exception(event.GetThrowable()), std::runtime_error);
     const FrameworkEvent copy = event;
     EXPECT_EQ(copy.GetMessage(), "it rattles");
+    FrameworkEvent assigned;
+    assigned = copy;
+    EXPECT_EQ(assigned.GetType(), FrameworkEvent::FRAMEWORK_WARNING);
+    EXPECT_TRUE(assigned.GetBundle() == m_framework);
+    EXPECT_EQ(assigned.GetMessage(), "it rattles");
+    EXPECT_EQ(assigned.GetThrowable(), cause);
     EXPECT_FALSE(FrameworkEvent());
 }
 
@@ -206,6 +265,10 @@ TEST_F(Handle, AServiceExceptionTellsItsKind) {
     const cppmicroservices::ServiceException copy = failure;
     EXPECT_STREQ(copy.what(), "it failed");
     EXPECT_EQ(copy.GetType(), cppmicroservices::ServiceException::FACTORY_ERROR);
+    cppmicroservices::ServiceException assigned("it waits", cppmicroservices::ServiceException::UNREGISTERED);
+    assigned = copy;
+    EXPECT_STREQ(assigned.what(), "it failed");
+    EXPECT_EQ(assigned.GetType(), cppmicroservices::ServiceException::FACTORY_ERROR);
 }
 
 } // namespace

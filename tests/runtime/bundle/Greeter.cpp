@@ -65,6 +65,22 @@ std::string Narcissist::ownBundle() {
     return std::string();
 }
 
+void Clinger::Deactivate(const Context& context) {
+    const auto properties = context->GetProperties();
+    const auto reason = properties.find("reason");
+    if (reason == properties.end())
+        throw 1;
+    throw std::runtime_error(reason->second.ToString());
+}
+
+std::string Clinger::greet(const std::string&) {
+    return "Stay";
+}
+
+std::string Clinger::ownBundle() {
+    return std::string();
+}
+
 std::string Hermit::greet(const std::string& name) {
     return "Salute, " + name;
 }

@@ -43,6 +43,17 @@ private:
     std::shared_ptr<Greeting> m_self;
 };
 
+/// Cannot be deactivated: throws its property `reason`, a number where it has none.
+class Clinger : public Greeting {
+public:
+    using Context = std::shared_ptr<cppmicroservices::service::component::ComponentContext>;
+
+    void Deactivate(const Context& context);
+
+    std::string greet(const std::string& name) override;
+    std::string ownBundle() override;
+};
+
 /// Asks for nothing: no context, no service.
 class Hermit : public Greeting {
 public:

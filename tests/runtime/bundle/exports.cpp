@@ -7,6 +7,7 @@
 #include <tuple>
 
 namespace component = cppmicroservices::service::component::detail;
+using runtime::bundle::Clinger;
 using runtime::bundle::Farewell;
 using runtime::bundle::Greeter;
 using runtime::bundle::Greeting;
@@ -18,6 +19,23 @@ using runtime::bundle::Sulker;
 CPPMICROSERVICES_INITIALIZE_BUNDLE
 
 extern "C" {
+
+// A bundle whose memory ran out gives no object.
+US_ABI_EXPORT component::ComponentInstance* NewInstance_runtime_bundle_Absentee() {
+    return nullptr;
+}
+
+US_ABI_EXPORT void DeleteInstance_runtime_bundle_Absentee(component::ComponentInstance* instance) {
+    delete instance;
+}
+
+US_ABI_EXPORT component::ComponentInstance* NewInstance_runtime_bundle_Clinger() {
+    return new (std::nothrow) component::ComponentInstanceImpl<Clinger, std::tuple<Greeting>>;
+}
+
+US_ABI_EXPORT void DeleteInstance_runtime_bundle_Clinger(component::ComponentInstance* instance) {
+    delete instance;
+}
 
 US_ABI_EXPORT component::ComponentInstance* NewInstance_runtime_bundle_Greeter() {
     return new (std::nothrow) component::ComponentInstanceImpl<Greeter, std::tuple<Greeting, Farewell>>;
