@@ -252,6 +252,49 @@ TEST(StorageIRI, EqualityAndOrderAreThoseOfTheCanonicalText) {
     EXPECT_EQ(StorageIRI::parse("file:///%61"), StorageIRI::parse("FILE:/a"));
 }
 
+TEST(StorageIRI, AnyTwoAreEqualOrInOneOrder) {
+    std::vector<StorageIRI> iris{StorageIRI()};
+    for (const auto* text : {"file:///b", "zip:file:///a!/x", "file:///a", "zip:file:///a!/x/y",
+                             "zip:file:///b!/x", "tar:file:///a!/x", "file://h/a"}) {
+        iris.push_back(StorageIRI::parse(text));
+    }
+    std::sort(iris.begin(), iris.end());
+    EXPECT_TRUE(iris.front().empty());
+    for (auto low = iris.begin(); low != iris.end(); ++low) {
+        EXPECT_TRUE(*low == *low);
+        EXPECT_FALSE(*low < *low);
+        for (auto high = low + 1; high != iris.end(); ++high) {
+            EXPECT_TRUE(*low<*high&& * high> * low && *low != *high) << *low << " and " << *high;
+            EXPECT_FALSE(*high < *low || *low > *high || *high == *low) << *low << " and " << *high;
+        }
+    }
+}
+
+TEST(StorageIRI, CopiesShareTheirContainerAndMovesTakeItAlong) {
+    const auto original = StorageIRI::parse("zip:file:///plans/2024/a.zip!/docs/a.txt");
+    StorageIRI copy = original;
+    EXPECT_EQ(copy, original);
+    EXPECT_EQ(&copy.getContainer(), &original.getContainer());
+    StorageIRI moved = std::move(copy);
+    EXPECT_EQ(moved, original);
+    EXPECT_EQ(&moved.getContainer(), &original.getContainer());
+    copy = original.parent();
+    EXPECT_EQ(copy.toUtf8(), "zip:file:///plans/2024/a.zip!/docs");
+    copy = std::move(moved);
+    EXPECT_EQ(copy.toUtf8(), "zip:file:///plans/2024/a.zip!/docs/a.txt");
+    EXPECT_EQ(copy.getContainer().toUtf8(), "file:///plans/2024/a.zip");
+}
+
+TEST(StorageIRI, BecomesItsOwnContainerThoughNobodyElseHoldsThat) {
+    auto iri =
+        StorageIRI::parse("zip:zip:file://server/plans/2024/outer.zip!/drawings/inner.zip!/docs/a.txt");
+    iri = iri.getContainer();
+    EXPECT_EQ(iri.toUtf8(), "zip:file://server/plans/2024/outer.zip!/drawings/inner.zip");
+    iri = iri.getContainer();
+    EXPECT_EQ(iri.toUtf8(), "file://server/plans/2024/outer.zip");
+    EXPECT_FALSE(iri.hasContainer());
+}
+
 TEST(StorageIRI, AStreamShowsTheTextInUtf8) {
     std::ostringstream out;
     out << StorageIRI::parse("file:///Größe 1");

@@ -94,8 +94,10 @@ public:
 private:
     std::string m_scheme;
     fl::i18n::ustring m_authority;
-    std::shared_ptr<const StorageIRI> m_container;
     fl::i18n::ustring m_path;
+    /// Last, because assignment goes in this order: an IRI that is assigned its own container lets go of the
+    /// very object that is copied.
+    std::shared_ptr<const StorageIRI> m_container;
 };
 
 } // namespace foundation::storage::provider
