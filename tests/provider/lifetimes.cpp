@@ -8,6 +8,8 @@
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
+#include <limits>
+#include <utility>
 
 #include <sys/resource.h>
 
@@ -91,6 +93,54 @@ TEST_F(TransactionalFiles, AStreamKeepsASharedProviderAlive) {
         stream.reset();
         EXPECT_TRUE(watch.expired());
     }
+}
+
+TEST_F(TransactionalFiles, AStreamForWritingOnlyRefusesToBeReadAndDeliversAllTheSame) {
+    InMemoryProvider memory;
+    const auto stream = memory.openTransactionalStream(memory.at(u"/a"), ByteStreamOpenOptions::overwrite());
+    writeAll(*stream, "contents");
+    stream->seek(0, SeekOrigin::Begin);
+    char byte = 'x';
+    try {
+        stream->read(&byte, 1);
+        ADD_FAILURE() << "it was read";
+    } catch (const Exception& failure) {
+        EXPECT_EQ(failure.getErrorCode(), ErrorCode::InvalidArgument);
+        EXPECT_EQ(failure.getIRI(), memory.at(u"/a"));
+        EXPECT_EQ(failure.getCause(), "the stream is open for writing only");
+    }
+    EXPECT_EQ(byte, 'x');
+    stream->close();
+    EXPECT_EQ(readFile(memory, memory.at(u"/a")), "contents");
+}
+
+TEST_F(TransactionalFiles, APositionOutsideOfAnyFileIsRefusedAndThePositionStays) {
+    constexpr auto furthest = std::numeric_limits<std::int64_t>::max();
+    constexpr auto nearest = std::numeric_limits<std::int64_t>::min();
+    InMemoryProvider memory;
+    writeFile(memory, memory.at(u"/a"), "0123456789");
+    const auto stream = memory.openTransactionalStream(memory.at(u"/a"), ByteStreamOpenOptions::modify());
+    ASSERT_EQ(stream->seek(4, SeekOrigin::Begin), 4);
+    const std::pair<std::int64_t, SeekOrigin> outside[] = {
+        {-1, SeekOrigin::Begin},        {nearest, SeekOrigin::Begin},    {-5, SeekOrigin::Current},
+        {nearest, SeekOrigin::Current}, {furthest, SeekOrigin::Current}, {furthest - 3, SeekOrigin::Current},
+        {-11, SeekOrigin::End},         {furthest, SeekOrigin::End},     {furthest - 9, SeekOrigin::End},
+    };
+    for (const auto& [offset, origin] : outside) {
+        SCOPED_TRACE(std::to_string(offset) + " from " + std::to_string(static_cast<int>(origin)));
+        try {
+            stream->seek(offset, origin);
+            ADD_FAILURE() << "it was accepted";
+        } catch (const Exception& failure) {
+            EXPECT_EQ(failure.getErrorCode(), ErrorCode::InvalidArgument);
+            EXPECT_EQ(failure.getCause(), "the position lies outside of any file");
+        }
+        EXPECT_EQ(stream->seek(0, SeekOrigin::Current), 4);
+    }
+    EXPECT_EQ(stream->seek(-10, SeekOrigin::End), 0);
+    EXPECT_EQ(stream->seek(furthest - 10, SeekOrigin::End), furthest);
+    EXPECT_EQ(stream->seek(-furthest, SeekOrigin::Current), 0);
+    EXPECT_EQ(readAll(*stream), "0123456789");
 }
 
 TEST(Lifetimes, StreamsAndListingsOutliveTheProvider) {

@@ -1,4 +1,5 @@
 #include <foundation/storage/provider/ByteStreamDevice.h>
+#include <foundation/storage/provider/ChangeEvent.h>
 #include <foundation/storage/provider/ContainerProviderFactory.h>
 #include <foundation/storage/provider/Exception.h>
 #include <foundation/storage/provider/IProvider.h>
@@ -6,10 +7,14 @@
 #include <support/InMemoryProvider.h>
 #include <support/contents.h>
 
+#include <boost/date_time/posix_time/posix_time.hpp>
 #include <boost/iostreams/stream.hpp>
 #include <gtest/gtest.h>
 
+#include <exception>
+#include <optional>
 #include <set>
+#include <utility>
 
 namespace kx::test {
 
@@ -40,12 +45,112 @@ TEST(Exception, TheMessageSaysWhatIsWrongWithWhich) {
     EXPECT_EQ(caused.getCause(), "no space left on device");
 }
 
+TEST(Exception, ACopyIsCaughtAsWhatWasThrown) {
+    const auto iri = StorageIRI::parse("zip:file:///a.zip!/docs/a.txt");
+    std::exception_ptr kept;
+    try {
+        throw Exception(ErrorCode::Busy, iri, "it is being saved");
+    } catch (const Exception& failure) {
+        kept = std::make_exception_ptr(failure);
+    }
+    try {
+        std::rethrow_exception(kept);
+    } catch (const std::runtime_error& caught) {
+        EXPECT_STREQ(caught.what(), "busy: zip:file:///a.zip!/docs/a.txt: it is being saved");
+    }
+    Exception assigned(ErrorCode::NotFound, StorageIRI::parse("file:///b"));
+    assigned = Exception(ErrorCode::Busy, iri, "it is being saved");
+    EXPECT_EQ(assigned.getErrorCode(), ErrorCode::Busy);
+    EXPECT_EQ(assigned.getIRI(), iri);
+    EXPECT_EQ(assigned.getCause(), "it is being saved");
+    EXPECT_STREQ(assigned.what(), "busy: zip:file:///a.zip!/docs/a.txt: it is being saved");
+}
+
+TEST(FolderEntry, EqualsOneOfTheSameNameAndKind) {
+    const FolderEntry file(u"docs/a", EntryKind::File);
+    EXPECT_EQ(file, FolderEntry(u"docs/a", EntryKind::File));
+    EXPECT_NE(file, FolderEntry(u"docs/a", EntryKind::Folder));
+    EXPECT_NE(file, FolderEntry(u"docs/A", EntryKind::File));
+    EXPECT_FALSE(file.isFolder());
+    EXPECT_TRUE(FolderEntry(u"docs", EntryKind::Folder).isFolder());
+}
+
+TEST(FolderEntry, IsTheSameWhereItIsCopiedOrMovedTo) {
+    const FolderEntry folder(u"a name that is too long to be kept in place", EntryKind::Folder);
+    FolderEntry copy = folder;
+    EXPECT_EQ(copy, folder);
+    FolderEntry other(u"b", EntryKind::File);
+    other = std::move(copy);
+    EXPECT_EQ(other, folder);
+    EXPECT_EQ(other.getName(), u"a name that is too long to be kept in place");
+}
+
+TEST(FileAttributes, AreTheSameWhereTheyAreCopiedTo) {
+    const auto time = boost::posix_time::time_from_string("2024-02-29 12:34:56");
+    const FileAttributes known(7'000'000'000U, time, true);
+    FileAttributes attributes(std::nullopt, boost::posix_time::ptime(), false);
+    EXPECT_FALSE(attributes.getSize());
+    EXPECT_TRUE(attributes.getLastModified().is_not_a_date_time());
+    EXPECT_FALSE(attributes.isWritable());
+    attributes = known;
+    EXPECT_EQ(attributes.getSize(), 7'000'000'000U);
+    EXPECT_EQ(attributes.getLastModified(), time);
+    EXPECT_TRUE(attributes.isWritable());
+}
+
+TEST(FolderAttributes, AreTheSameWhereTheyAreCopiedTo) {
+    const auto time = boost::posix_time::time_from_string("2024-02-29 12:34:56");
+    const FolderAttributes known(time, true);
+    FolderAttributes attributes(boost::posix_time::ptime(), false);
+    EXPECT_TRUE(attributes.getLastModified().is_not_a_date_time());
+    EXPECT_FALSE(attributes.isWritable());
+    attributes = known;
+    EXPECT_EQ(attributes.getLastModified(), time);
+    EXPECT_TRUE(attributes.isWritable());
+}
+
+TEST(ByteStreamOpenOptions, EqualOnlyThoseThatAgreeInEveryWord) {
+    const ByteStreamOpenOptions options;
+    EXPECT_EQ(options, ByteStreamOpenOptions::overwrite());
+    EXPECT_NE(options, ByteStreamOpenOptions::append());
+    EXPECT_NE(ByteStreamOpenOptions::append(), ByteStreamOpenOptions::modify());
+    auto other = options;
+    EXPECT_EQ(other, options);
+    other.access = StreamAccess::ReadWrite;
+    EXPECT_NE(other, options);
+    other = options;
+    other.disposition = StreamDisposition::OpenExisting;
+    EXPECT_NE(other, options);
+    other = options;
+    other.truncation = StreamTruncation::Keep;
+    EXPECT_NE(other, options);
+    other = options;
+    other.positioning = StreamPositioning::Append;
+    EXPECT_NE(other, options);
+}
+
+TEST(ChangeEvent, EqualsOneOfTheSameKindAndPlace) {
+    const ChangeEvent event{ChangeKind::Modified, StorageIRI::parse("file:///a")};
+    EXPECT_EQ(event, (ChangeEvent{ChangeKind::Modified, StorageIRI::parse("FILE:/%61")}));
+    EXPECT_NE(event, (ChangeEvent{ChangeKind::Removed, StorageIRI::parse("file:///a")}));
+    EXPECT_NE(event, (ChangeEvent{ChangeKind::Modified, StorageIRI::parse("file:///b")}));
+}
+
 TEST(MoveOption, OnlyTheBitThatAllowsCopyingDoesNotReplace) {
     EXPECT_FALSE(replacesExisting(MoveOption::FailIfExists));
     EXPECT_FALSE(replacesExisting(MoveOption::AllowCopy));
     EXPECT_TRUE(replacesExisting(MoveOption::ReplaceExisting));
     EXPECT_TRUE(replacesExisting(MoveOption::ReplaceExistingAllowCopy));
     EXPECT_TRUE(replacesExisting(static_cast<MoveOption>(2)));
+}
+
+TEST(ByteStream, WithoutABufferThereIsNothingToReadInto) {
+    InMemoryProvider memory;
+    writeFile(memory, memory.at(u"/a"), "old");
+    const auto stream = memory.openStream(memory.at(u"/a"), ByteStreamOpenOptions::modify());
+    EXPECT_THROW(stream->read(nullptr, 1), std::invalid_argument);
+    EXPECT_THROW(stream->write(nullptr, 1), std::invalid_argument);
+    EXPECT_EQ(readAll(*stream), "old");
 }
 
 TEST(StorageItem, AnItemIsItsFileInTheProvider) {
