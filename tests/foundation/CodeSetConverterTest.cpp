@@ -202,6 +202,23 @@ TEST(CodeSetConverter, CopiesConvertLikeTheirOriginal) {
         copy = original;
     }
     EXPECT_EQ(u"\u00E4", copy("\xE4"));
+    const codecvt_string_to_ustring second = copy;
+    copy = codecvt_string_to_ustring("UTF-8");
+    EXPECT_EQ(u"\u00E4", second("\xE4"));
+    EXPECT_EQ(u"\u00E4", copy("\xC3\xA4"));
+}
+
+TEST(CodeSetConverter, CopiesForTheOtherDirectionDoSoToo) {
+    codecvt_ustring_to_string copy("UTF-8");
+    {
+        const codecvt_ustring_to_string original("ISO-8859-1");
+        copy = original;
+    }
+    EXPECT_EQ("\xE4", copy(u"\u00E4"));
+    const codecvt_ustring_to_string second = copy;
+    copy = codecvt_ustring_to_string("UTF-8");
+    EXPECT_EQ("\xE4", second(u"\u00E4"));
+    EXPECT_EQ("\xC3\xA4", copy(u"\u00E4"));
 }
 
 } // namespace

@@ -102,6 +102,20 @@ TEST(FileSystem, FailuresAreInternalExceptions) {
     EXPECT_THROW(fs::status("/nonexistent/file"), std::runtime_error);
 }
 
+TEST(FileSystem, AFailureThatIsAssignedAnotherTellsOfThat) {
+    const auto missing = std::make_error_code(std::errc::no_such_file_or_directory);
+    const auto full = std::make_error_code(std::errc::no_space_on_device);
+    fs::FsysExceptionBase failure("remove", "a", missing);
+    {
+        const fs::FsysExceptionBase other("write", "b", full);
+        failure = other;
+    }
+    EXPECT_EQ("write", failure.getOperation());
+    EXPECT_EQ("b", failure.getPath());
+    EXPECT_EQ(full, failure.getErrorCode());
+    EXPECT_EQ("cannot write b: " + full.message(), failure.what());
+}
+
 TEST(FileSystem, RemoveTakesFilesLinksAndEmptyFoldersAndTellsWhetherTheyWereThere) {
     const TestFolder folder;
     const fs::path file = folder.write("file", "x");
