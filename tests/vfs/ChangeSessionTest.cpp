@@ -1,6 +1,7 @@
 #include "Fixture.h"
 
 #include <foundation/storage/provider/IProvider.h>
+#include <storage/fileprovider/FileLock.h>
 #include <storage/fileprovider/LocalFileProvider.h>
 #include <storage/vfs/ChangeSession.h>
 #include <support/FaultInjectingProvider.h>
@@ -219,6 +220,24 @@ TEST_F(ChangeSessionTest, SessionsThatLockTwoArchivesInEitherOrderDoNotBlockEach
                 EXPECT_TRUE(lock.covers(second));
             }
         });
+}
+
+TEST_F(ChangeSessionTest, ALockThatIsMovedIsHeldUntilItsLastOwnerLetsGo) {
+    const auto isFree = [&] {
+        return storage::fileprovider::FileLock::tryAcquire(folder.iri("plans.zip")).isHeld();
+    };
+    const auto entry = inZip("plans.zip", u"/docs/a.txt");
+    ContainerLock lock({entry});
+    ContainerLock moved = std::move(lock);
+    EXPECT_TRUE(moved.covers(entry));
+    EXPECT_FALSE(isFree());
+    ContainerLock owner;
+    EXPECT_FALSE(owner.covers(entry));
+    owner = std::move(moved);
+    EXPECT_TRUE(owner.covers(entry));
+    EXPECT_FALSE(isFree());
+    owner = ContainerLock();
+    EXPECT_TRUE(isFree());
 }
 
 TEST_F(ChangeSessionTest, AFileIsLockedOnceHoweverItIsSpelled) {

@@ -8,7 +8,6 @@
 #include <support/ForwardingProvider.h>
 #include <support/archives/IndependentReaders.h>
 
-#include <cstdlib>
 #include <optional>
 #include <thread>
 
@@ -25,27 +24,6 @@ std::string plans() {
 }
 
 } // namespace
-
-TEST_F(VfsTest, LocalFilesNeedNoBundle) {
-    save("x.txt", "local");
-    Vfs::Options options;
-    options.bundleFolders = {folder.file("nowhere")};
-    options.warn = [](const std::string& message) { ADD_FAILURE() << message; };
-    Vfs vfs(options);
-    EXPECT_EQ(read(vfs, folder.iri("x.txt")), "local");
-}
-
-TEST_F(VfsTest, TheBundleBesideTheLibraryServesArchives) {
-    save("plans.zip", plans());
-    Vfs vfs;
-    EXPECT_EQ(read(vfs, inZip("plans.zip", u"/docs/a.txt")), "text");
-    EXPECT_EQ(vfs.schemes(), (std::vector<std::string>{"file", "zip"}));
-    const auto bundles = vfs.bundles();
-    ASSERT_EQ(bundles.size(), 1U);
-    EXPECT_EQ(bundles[0].symbolicName, "com_orbelkast_zipprovider");
-    EXPECT_EQ(bundles[0].problem, "");
-    EXPECT_FALSE(Vfs::componentRuntime().empty());
-}
 
 TEST_F(VfsTest, AContainerHasOneProviderHoweverItIsSpelled) {
     save("real/plans.zip", plans());
@@ -141,74 +119,6 @@ TEST_F(VfsTest, ASchemeThatNobodyServesIsNamed) {
     EXPECT_EQ(container.getCause(), "no provider serves the scheme \"tar\"");
     const auto plain = exceptionOf([&] { vfs.mount(StorageIRI::parse("http://example.org/x")); });
     EXPECT_EQ(plain.getCause(), "no provider serves the scheme \"http\"");
-}
-
-TEST_F(VfsTest, ABundleThatCannotBeLoadedIsNamedAndTheOthersServe) {
-    save("providers/a/broken" KX_LIBRARY_SUFFIX, "no library");
-    std::filesystem::create_directories(folder.file("providers/b"));
-    save("plans.zip", plans());
-    std::filesystem::path bundle;
-    {
-        Vfs other;
-        bundle = other.bundles().at(0).file;
-    }
-    std::filesystem::copy_file(bundle, folder.file("providers/b") / bundle.filename());
-    std::vector<std::string> warnings;
-    Vfs::Options options;
-    options.bundleFolders = {folder.file("providers")};
-    options.warn = [&](const std::string& message) { warnings.push_back(message); };
-    Vfs vfs(options);
-    EXPECT_EQ(read(vfs, inZip("plans.zip", u"/b.txt")), "b");
-    ASSERT_EQ(warnings.size(), 1U);
-    const auto expected = "cannot load provider bundle " +
-                          folder.file("providers/a/broken" KX_LIBRARY_SUFFIX).make_preferred().string() +
-                          ": ";
-    EXPECT_EQ(warnings[0].find(expected), 0U) << warnings[0];
-    const auto bundles = vfs.bundles();
-    ASSERT_EQ(bundles.size(), 2U);
-    EXPECT_NE(bundles[0].problem, "");
-    EXPECT_EQ(bundles[1].problem, "");
-}
-
-TEST_F(VfsTest, ABundleWhoseLibraryOrManifestIsBrokenIsNamed) {
-    const std::string component =
-        R"("scr": {"version": 1, "components": [{"implementation-class": "a::b", "properties": {"scheme": "zip"},)"
-        R"( "service": {"interfaces": ["foundation::storage::provider::ContainerProviderFactory"]}}]})";
-    save("providers/code" KX_LIBRARY_SUFFIX,
-         "no code" + kx::test::simpleArchive(
-                         {{"code/manifest.json", R"({"bundle.symbolic_name": "code", )" + component + "}"}}));
-    save("providers/text" KX_LIBRARY_SUFFIX,
-         "no code" + kx::test::simpleArchive(
-                         {{"text/manifest.json", R"({"bundle.symbolic_name": "text", "scr": "nothing"})"}}));
-    save("plans.zip", plans());
-    std::vector<std::string> warnings;
-    Vfs::Options options;
-    options.bundleFolders = {folder.file("providers")};
-    options.warn = [&](const std::string& message) { warnings.push_back(message); };
-    Vfs vfs(options);
-    const auto failure = exceptionOf([&] { vfs.mount(inZip("plans.zip", u"/")); });
-    EXPECT_EQ(failure.getCause(), "no provider serves the scheme \"zip\"");
-    ASSERT_EQ(warnings.size(), 2U);
-    EXPECT_EQ(warnings[0], "cannot load provider bundle " +
-                               folder.file("providers/text" KX_LIBRARY_SUFFIX).make_preferred().string() +
-                               ": its manifest describes no component that can be used");
-    const auto expected = "cannot use provider bundle " +
-                          folder.file("providers/code" KX_LIBRARY_SUFFIX).make_preferred().string() + ": ";
-    EXPECT_EQ(warnings[1].find(expected), 0U) << warnings[1];
-}
-
-TEST_F(VfsTest, TheEnvironmentSaysWhereBundlesAre) {
-    setenv("KXVFS_PROVIDERS", folder.file("nowhere").c_str(), 1);
-    std::vector<std::string> warnings;
-    Vfs::Options options;
-    options.warn = [&](const std::string& message) { warnings.push_back(message); };
-    {
-        Vfs vfs(options);
-        EXPECT_EQ(vfs.schemes(), (std::vector<std::string>{"file"}));
-    }
-    unsetenv("KXVFS_PROVIDERS");
-    ASSERT_EQ(warnings.size(), 1U);
-    EXPECT_EQ(warnings[0].find("cannot look for providers in " + folder.file("nowhere").string() + ": "), 0U);
 }
 
 TEST_F(VfsTest, EntriesWithAbsoluteNamesAreListed) {
