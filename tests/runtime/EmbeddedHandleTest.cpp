@@ -1,5 +1,12 @@
 #include <runtime/RuntimeTest.h>
 
+#include <cppmicroservices/Any.h>
+#include <cppmicroservices/AnyMap.h>
+#include <cppmicroservices/Constants.h>
+#include <cppmicroservices/LDAPFilter.h>
+
+#include <iostream>
+#include <set>
 #include <sstream>
 #include <stdexcept>
 
@@ -10,8 +17,9 @@ using bundle::Farewell;
 using cppmicroservices::Bundle;
 using cppmicroservices::Framework;
 using cppmicroservices::FrameworkEvent;
+using cppmicroservices::LDAPFilter;
 
-/// Handles of nothing, where runtimes differ.
+/// Handles and values where runtimes differ.
 class EmbeddedHandle : public RuntimeTest {};
 
 TEST_F(EmbeddedHandle, NoRegistrationComesBeforeEveryOther) {
@@ -44,6 +52,34 @@ TEST_F(EmbeddedHandle, ABundleThatIsNoneHasAText) {
            << FrameworkEvent::FRAMEWORK_WAIT_TIMEDOUT;
     stream << " " << static_cast<FrameworkEvent::Type>(5) << " " << static_cast<Bundle::State>(3);
     EXPECT_EQ(stream.str(), "Bundle[] STARTED ERROR WARNING INFO STOPPED STOPPED_UPDATE WAIT_TIMEDOUT 5 3");
+}
+
+TEST_F(EmbeddedHandle, AFilterTakesBracketsInPairsAndLooksIntoLiterals) {
+    cppmicroservices::AnyMap names(cppmicroservices::AnyMap::UNORDERED_MAP_CASEINSENSITIVE_KEYS);
+    names.emplace("name", std::string("plan (old)"));
+    const char* const literal = "zip";
+    names.emplace("scheme", literal);
+    EXPECT_TRUE(LDAPFilter("(name=plan (old))").Match(names));
+    EXPECT_FALSE(LDAPFilter("(name=plan (new))").Match(names));
+    EXPECT_TRUE(LDAPFilter("(scheme=z*)").Match(names));
+    EXPECT_FALSE(LDAPFilter("(scheme=tar)").Match(names));
+}
+
+TEST_F(EmbeddedHandle, AValueWithoutATextShowsItsType) {
+    EXPECT_EQ(cppmicroservices::Any(std::set<int>{1}).ToString().find("std::set<int"), 0U);
+}
+
+TEST_F(EmbeddedHandle, AFrameworkLogsToTheStandardLogUnlessItIsGivenAnother) {
+    std::ostringstream log;
+    std::streambuf* const before = std::clog.rdbuf(log.rdbuf());
+    {
+        Framework framework = cppmicroservices::FrameworkFactory().NewFramework(
+            {{cppmicroservices::Constants::FRAMEWORK_LOG, true}}, nullptr);
+        framework.Start();
+        framework.GetBundleContext().InstallBundles(greetingBundle);
+    }
+    std::clog.rdbuf(before);
+    EXPECT_EQ(log.str(), "installed " + greetingBundle + "\n");
 }
 
 } // namespace

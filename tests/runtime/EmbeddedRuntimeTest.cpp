@@ -209,6 +209,10 @@ TEST_F(EmbeddedRuntime, SeveralBundlesOfOneFileAreInstalledTogether) {
     EXPECT_EQ(bundles[0].GetSymbolicName(), "one");
     EXPECT_EQ(bundles[1].GetSymbolicName(), "two");
     EXPECT_EQ(context().GetBundles(path).size(), 2U);
+    bundles[0].Start();
+    EXPECT_EQ(bundles[0].GetState(), Bundle::STATE_ACTIVE);
+    EXPECT_EQ(bundles[1].GetState(), Bundle::STATE_INSTALLED);
+    EXPECT_TRUE(bundles[0].GetRegisteredServices().empty());
 }
 
 TEST_F(EmbeddedRuntime, TellsTheLoggerWhatHappensIfItIsAskedTo) {

@@ -1,8 +1,10 @@
 #include <runtime/RuntimeTest.h>
 
 #include <cppmicroservices/Constants.h>
+#include <cppmicroservices/IllegalStateException.h>
 #include <cppmicroservices/LDAPFilter.h>
 #include <cppmicroservices/ServiceException.h>
+#include <cppmicroservices/SharedLibraryException.h>
 
 #include <gmock/gmock.h>
 
@@ -10,6 +12,7 @@
 #include <set>
 #include <sstream>
 #include <stdexcept>
+#include <system_error>
 
 namespace runtime {
 namespace {
@@ -257,6 +260,19 @@ TEST_F(Handle, TheEventOfAStopNamesItsFramework) {
     EXPECT_TRUE(event);
     EXPECT_TRUE(event.GetBundle() == m_framework);
     EXPECT_EQ(event.GetThrowable(), nullptr);
+}
+
+TEST_F(Handle, CopiesOfExceptionsTellTheSame) {
+    const cppmicroservices::IllegalStateException late("too late");
+    const cppmicroservices::IllegalStateException lateToo = late;
+    EXPECT_STREQ(lateToo.what(), "too late");
+    const auto missing = std::make_error_code(std::errc::no_such_file_or_directory);
+    const cppmicroservices::SharedLibraryException failure(missing, "cannot load it", m_framework);
+    const cppmicroservices::SharedLibraryException copy = failure;
+    EXPECT_EQ(copy.code(), missing);
+    EXPECT_TRUE(copy.GetBundle() == m_framework);
+    EXPECT_STREQ(copy.what(), failure.what());
+    EXPECT_THAT(copy.what(), HasSubstr("cannot load it"));
 }
 
 TEST_F(Handle, AServiceExceptionTellsItsKind) {
