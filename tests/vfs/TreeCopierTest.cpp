@@ -3,6 +3,8 @@
 #include <foundation/storage/provider/IProvider.h>
 #include <storage/vfs/ChangeSession.h>
 #include <storage/vfs/TreeCopier.h>
+#include <support/ForwardingByteStream.h>
+#include <support/ForwardingProvider.h>
 #include <support/InMemoryProvider.h>
 #include <support/archives/ArchiveShapes.h>
 #include <support/archives/IndependentReaders.h>
@@ -15,6 +17,9 @@
 
 using namespace kx::test;
 using namespace storage::vfs;
+using foundation::storage::provider::ByteStream;
+using foundation::storage::provider::ByteStreamOpenOptions;
+using foundation::storage::provider::Exception;
 namespace fs = std::filesystem;
 
 namespace {
@@ -314,6 +319,82 @@ TEST_F(TreeCopierTest, ASourceThatBreaksOffLeavesTheArchiveAsItWas) {
     EXPECT_TRUE(session.commit().empty());
     EXPECT_EQ(read(vfs, inZip("to.zip", u"/b")), "old");
     EXPECT_EQ(verifyArchive(folder.file("to.zip")).names(), (Paths{"b"}));
+}
+
+namespace {
+
+/// Takes what a stream got so far as a new file's contents, as the provider of archives does, and then has no
+/// room: to write, to close the stream or to remove.
+class FullProvider final : public ForwardingProvider {
+public:
+    enum class Full { Writing, Closing };
+    FullProvider(std::shared_ptr<InMemoryProvider> files, Full full, bool removes)
+        : ForwardingProvider(std::move(files)), m_full(full), m_removes(removes) {}
+
+private:
+    class Stream final : public ForwardingByteStream {
+    public:
+        Stream(std::unique_ptr<ByteStream> target, Full full)
+            : ForwardingByteStream(std::move(target)), m_full(full) {}
+
+    private:
+        std::int64_t doWrite(const char* buffer, std::int64_t count) override {
+            if (m_full == Full::Writing)
+                throw Exception(ErrorCode::NoSpace, StorageIRI::parse("mem:///new"), "while writing");
+            return ForwardingByteStream::doWrite(buffer, count);
+        }
+        void doClose() override {
+            throw Exception(ErrorCode::NoSpace, StorageIRI::parse("mem:///new"), "while closing");
+        }
+
+        const Full m_full;
+    };
+
+    std::unique_ptr<ByteStream> doOpenStream(const StorageIRI& location,
+                                             const ByteStreamOpenOptions& options) override {
+        target()->createFile(location);
+        return std::make_unique<Stream>(target()->openStream(location, options), m_full);
+    }
+    void doRemoveFile(const StorageIRI& location) override {
+        if (!m_removes)
+            throw Exception(ErrorCode::NoSpace, location, "while removing");
+        target()->removeFile(location);
+    }
+
+    const Full m_full;
+    const bool m_removes;
+};
+
+} // namespace
+
+TEST_F(TreeCopierTest, ANewEntryThatCannotBeWrittenToItsEndIsRemovedOrToldOf) {
+    for (const auto full : {FullProvider::Full::Writing, FullProvider::Full::Closing})
+        for (const bool removes : {true, false}) {
+            const auto files = std::make_shared<InMemoryProvider>();
+            MountedContainer from;
+            from.provider = files;
+            writeFile(*files, files->at(u"/old"), "bytes");
+            MountedContainer to;
+            to.provider = std::make_shared<FullProvider>(files, full, removes);
+            to.container = files->at(u"/to.zip");
+            std::vector<std::string> told;
+            TreeCopier::Options options;
+            options.onFailure = [&](const CopyFailure& failure) {
+                try {
+                    std::rethrow_exception(failure.error);
+                } catch (const Exception& error) {
+                    told.push_back(error.getCause());
+                }
+            };
+            EXPECT_FALSE(TreeCopier(options).copyFile(from, files->at(u"/old"), to, files->at(u"/new")));
+            EXPECT_EQ(files->isFile(files->at(u"/new")), !removes);
+            const std::string failure =
+                full == FullProvider::Full::Writing ? "while writing" : "while closing";
+            EXPECT_EQ(told, removes ? Paths{failure}
+                                    : (Paths{"what was copied of it cannot be removed: "
+                                             "no space left: mem:///new: while removing",
+                                             failure}));
+        }
 }
 
 TEST_F(TreeCopierTest, ProgressCountsFilesAndBytesAndCanStopTheCopy) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <foundation/storage/provider/Exception.h>
 #include <foundation/storage/provider/IProvider.h>
 #include <foundation/storage/provider/StorageIRI.h>
 #include <storage/vfs/Export.h>
@@ -83,7 +84,8 @@ public:
                            const foundation::storage::provider::StorageIRI& destination,
                            fl::i18n::ustring_view name);
     /// Writes what `in` still has to exactly `destination`. After a failure the destination holds what it
-    /// held before, also in a container. Errors: those of the two.
+    /// held before, also in a container, unless onFailure was told that it does not. Errors: those of the
+    /// two.
     void copyStream(foundation::storage::provider::ByteStream& in, const MountedContainer& to,
                     const foundation::storage::provider::StorageIRI& destination,
                     const foundation::storage::provider::ByteStreamOpenOptions& options);
@@ -137,9 +139,17 @@ private:
                     const foundation::storage::provider::StorageIRI& destination);
     void refuse(const foundation::storage::provider::StorageIRI& source,
                 const foundation::storage::provider::StorageIRI& destination, const std::string& objection);
+    /// Removes a new entry that could not be written to its end; that this failed is told besides.
+    void removeIncomplete(const foundation::storage::provider::StorageIRI& source,
+                          foundation::storage::provider::IProvider& provider,
+                          const foundation::storage::provider::StorageIRI& destination);
     /// Precondition: an exception is being handled.
     void fail(const foundation::storage::provider::StorageIRI& source,
               const foundation::storage::provider::StorageIRI& destination);
+    void fail(const foundation::storage::provider::StorageIRI& source,
+              const foundation::storage::provider::StorageIRI& destination,
+              const foundation::storage::provider::Exception& error);
+    void report(const CopyFailure& failure);
 
     const Options m_options;
     std::vector<char> m_buffer;

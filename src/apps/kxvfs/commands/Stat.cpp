@@ -50,7 +50,7 @@ private:
         row("Type", entry.folder ? "folder" : "file");
         if (entry.size)
             row("Size", std::to_string(*entry.size));
-        row("Modified", isoTime(entry.modified));
+        row("Modified", entry.modified.is_special() ? "unknown" : isoTime(entry.modified));
         row("Writable", attributes.writable ? "yes" : "no");
         for (const auto& [name, value] : attributes.properties)
             row(name, out.name(value));

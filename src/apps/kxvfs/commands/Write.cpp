@@ -34,9 +34,13 @@ public:
                 throw CommandError(ErrorCode::NotFound, "the folder for it does not exist");
             session.changing(place);
             StandardInput input;
-            storage::vfs::TreeCopier({}).copyStream(input, place.mounted, place.iri(),
-                                                    m_append ? ByteStreamOpenOptions::append()
-                                                             : ByteStreamOpenOptions::overwrite());
+            storage::vfs::TreeCopier::Options options;
+            options.onFailure = [&](const storage::vfs::CopyFailure& failure) {
+                session.fail(m_typed, failure.error);
+            };
+            storage::vfs::TreeCopier(options).copyStream(input, place.mounted, place.iri(),
+                                                         m_append ? ByteStreamOpenOptions::append()
+                                                                  : ByteStreamOpenOptions::overwrite());
             session.done({place.iri(), place.mounted, m_append ? "appended" : "written"});
         });
     }

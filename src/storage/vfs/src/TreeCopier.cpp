@@ -41,15 +41,6 @@ void requireStorable(const StorageIRI& destination, bool folder) {
         throw Exception(ErrorCode::InvalidArgument, destination, *objection);
 }
 
-void removeIfLeft(IProvider& provider, const StorageIRI& file) noexcept {
-    try {
-        if (provider.isFile(file))
-            provider.removeFile(file);
-    } catch (...) {
-        // The failure that is reported is the one that led here.
-    }
-}
-
 } // namespace
 
 StopCopying::~StopCopying() = default;
@@ -123,13 +114,25 @@ void TreeCopier::write(ByteStream& in, const MountedContainer& to, const Storage
                       : to.provider->openStream(destination, options);
     try {
         pump(in, *out, source, size);
+        out->close();
     } catch (...) {
         out.reset();
         if (keepsUnclosed && !exists)
-            removeIfLeft(*to.provider, destination);
+            removeIncomplete(source, *to.provider, destination);
         throw;
     }
-    out->close();
+}
+
+void TreeCopier::removeIncomplete(const StorageIRI& source, IProvider& provider,
+                                  const StorageIRI& destination) {
+    try {
+        if (provider.isFile(destination))
+            provider.removeFile(destination);
+    } catch (const Exception& failure) {
+        fail(source, destination,
+             {failure.getErrorCode(), destination,
+              std::string("what was copied of it cannot be removed: ") + failure.what()});
+    }
 }
 
 void TreeCopier::pump(ByteStream& in, ByteStream& out, const StorageIRI& source, std::uint64_t size) {
@@ -261,17 +264,21 @@ std::vector<std::size_t> TreeCopier::readingOrder(const MountedContainer& from, 
 
 void TreeCopier::refuse(const StorageIRI& source, const StorageIRI& destination,
                         const std::string& objection) {
-    try {
-        throw Exception(ErrorCode::InvalidArgument, source, objection);
-    } catch (const Exception&) {
-        fail(source, destination);
-    }
+    fail(source, destination, {ErrorCode::InvalidArgument, source, objection});
 }
 
 void TreeCopier::fail(const StorageIRI& source, const StorageIRI& destination) {
+    report({source, destination, std::current_exception()});
+}
+
+void TreeCopier::fail(const StorageIRI& source, const StorageIRI& destination, const Exception& error) {
+    report({source, destination, std::make_exception_ptr(error)});
+}
+
+void TreeCopier::report(const CopyFailure& failure) {
     ++m_failures;
     if (m_options.onFailure)
-        m_options.onFailure({source, destination, std::current_exception()});
+        m_options.onFailure(failure);
 }
 
 } // namespace storage::vfs
