@@ -17,22 +17,22 @@ struct Remains {
     bool progressLine = false;
 };
 
-/// First of all in main: in a process image that endOnSignals has started, removes the remains, ends the
-/// process by its signal and does not return. Otherwise does nothing.
+/// First of all in main: in what endOnSignals has started, removes the remains, ends the process and does not
+/// return. Otherwise does nothing.
 void finishInterruptedRun(int count, char** arguments);
 
 /// Lets the signals that ask for the end (Ctrl-C, hang-up, termination) wait for endOnSignals. Call it once,
 /// before any thread is started and before there is anything to remove.
 void holdSignals();
 
-/// Ends the process when one of these signals asks for it. Nothing of the work under way is waited for: the
-/// process replaces its image by a fresh one, which ends every thread at the instruction it is at, so that
-/// nothing can be made any more; the fresh image removes `remains()` and ends by the signal. What was not
-/// saved by then is dropped and the old archive stands. A second signal ends it at once, and the next run
-/// removes what is left then; one within a quarter of a second counts as the same request, as some senders
-/// signal a process and its group.
-/// `remains` runs on a thread of its own, while all others go on; whatever they make must be known to it
-/// before it is made. Call it once.
+/// Ends the process when one of these signals asks for it. Nothing of the work under way is waited for, and
+/// nothing can be made any more once its threads have ended: on POSIX the process replaces its image by a
+/// fresh one, on Windows it starts another process and ends at once, and that one removes `remains()`. What
+/// was not saved by then is dropped and the old archive stands. The process ends by the signal, on Windows
+/// with the status of Ctrl-C. A second signal ends it at once, and the next run removes what is left then;
+/// one within a quarter of a second counts as the same request on POSIX, as some senders signal a process and
+/// its group. `remains` runs on a thread of its own, while all others go on; whatever they make must be known
+/// to it before it is made. Call it once.
 void endOnSignals(std::function<Remains()> remains);
 
 /// For a command that ends in its own way: waits for one of these signals, which no endOnSignals may be there
