@@ -5,7 +5,6 @@
 
 #include <storage/zipprovider/src/LocalFileFunctions.h>
 #include <storage/zipprovider/src/MiniZipWriteHandle.h>
-#include <storage/zipprovider/src/StoredEntryCopy.h>
 #include <storage/zipprovider/src/WorkingFileEntry.h>
 #include <storage/zipprovider/src/ZipConstants.h>
 #include <storage/zipprovider/src/ZipEntryAppender.h>
@@ -366,62 +365,6 @@ TEST_F(WritingArchives, AnEntryOfTheOldArchiveIsCopiedThroughAStreamOverTheSink)
     EXPECT_EQ(seen.problems(), "");
     EXPECT_EQ(seen.find("dir/a")->crc32, crc32Of(contents));
     EXPECT_EQ(seen.find("b")->size, 0u);
-}
-
-TEST_F(WritingArchives, WhatThisWriterMadeIsCopiedAsItIsStoredWhetherItLooksLikeTextOrNot) {
-    const auto old = m_folder.file("old.zip");
-    {
-        MiniZipWriteHandle archive(old);
-        put(archive, file(u"text"), std::string(50'000, 't'));
-        put(archive, file(u"noise"), randomBytes(50'000, 9));
-        put(archive, file(u"empty"), "");
-        put(archive, folder(u"folder"), "");
-    }
-    const ScopedTimeZone zone("UTC0");
-    const auto source = openArchive(bytesOf(old));
-    MiniZipWriteHandle archive(path());
-    for (const auto& info : entriesOf(bytesOf(old))) {
-        const EntryDescription description{info.type, info.path, info.size, info.lastModified, info.index};
-        EXPECT_TRUE(copyStoredEntry(source->get(), info.stored, archive, description)) << info.path;
-    }
-    archive.close();
-    EXPECT_EQ(bytesOf(path()), bytesOf(old));
-    EXPECT_EQ(verdict().problems(), "");
-}
-
-TEST_F(WritingArchives, WhatAnotherWriterMadeIsNotCopiedAsItIsStored) {
-    const auto refused = [&](auto change) {
-        ArchiveEntry entry;
-        entry.name = "a";
-        entry.content = std::string(5000, 'x');
-        entry.versionMadeBy = 0;
-        change(entry);
-        const auto bytes = ArchiveBuilder().add(entry).build();
-        const auto info = entriesOf(bytes).at(0);
-        MiniZipWriteHandle archive(path());
-        const bool copied = copyStoredEntry(openArchive(bytes)->get(), info.stored, archive,
-                                            {info.type, info.path, info.size, info.lastModified, info.index});
-        archive.close();
-        EXPECT_EQ(openArchive(bytesOf(path()))->isOpen(), copied) << "written though refused";
-        std::filesystem::remove(path());
-        return !copied;
-    };
-    EXPECT_FALSE(refused([](auto&) {}));
-    EXPECT_FALSE(refused([](auto& entry) { entry.internalAttributes = 1; }));
-    EXPECT_TRUE(refused([](auto& entry) { entry.internalAttributes = 2; }));
-    EXPECT_TRUE(refused([](auto& entry) { entry.externalAttributes = 0x20; }));
-    EXPECT_TRUE(refused([](auto& entry) { entry.versionMadeBy = 20; }));
-    EXPECT_TRUE(refused([](auto& entry) { entry.versionNeeded = 10; }));
-    EXPECT_TRUE(refused([](auto& entry) { entry.method = Method::Stored; }));
-    EXPECT_TRUE(refused([](auto& entry) { entry.flags = flag::utf8Name; }));
-    EXPECT_TRUE(refused([](auto& entry) { entry.descriptor = DataDescriptor::WithSignature; }));
-    EXPECT_TRUE(refused([](auto& entry) { entry.comment = "c"; }));
-    EXPECT_TRUE(refused([](auto& entry) { entry.centralExtra = timestampField(1); }));
-    EXPECT_TRUE(refused([](auto& entry) { entry.localExtra = timestampField(1); }));
-    EXPECT_TRUE(refused([](auto& entry) { entry.zip64 = true; }));
-    EXPECT_TRUE(refused([](auto& entry) { entry.local.crc32 = 1; }));
-    EXPECT_TRUE(refused([](auto& entry) { entry.local.uncompressedSize = 1; }));
-    EXPECT_TRUE(refused([](auto& entry) { entry.local.signature = 1; }));
 }
 
 TEST_F(WritingArchives, CopiesOfASinkWriteToTheSameEntry) {

@@ -21,6 +21,7 @@ constexpr LeftOut table[] = {
     {"WorkingFileStream.WhoseWriteHasFailedIsAbandonedByItsClose", "a process sets no limits for its files"},
     {"WritingArchives.AFullDiskIsReportedByTheWriteOrTheCloseAndNotByADestructor",
      "a process sets no limits for its files"},
+    {"StoredEntries.AFullDiskIsReportedWhereverItIsMet", "a process sets no limits for its files"},
     {"TransactionalFiles.TheTemporaryFileIsPrivateAndGoesWithTheStream", "rights are not those of POSIX"},
     {"WorkingFile.CanBeReadByItsOwnerAlone", "rights are not those of POSIX"},
     {"WritingArchives.APathThatDoesNotExistIsCreatedForItsOwnerAlone", "rights are not those of POSIX"},

@@ -79,6 +79,12 @@ TEST_F(ZipProviderGuards, AnEmptyArchiveBehindOtherBytesCanBeWritten) {
     expectArchive({{"a", "1"}});
 }
 
+TEST_F(ZipProviderGuards, WhatStandsBehindTheEndRecordOfAnEmptyArchiveIsNeverOverwritten) {
+    mount(ArchiveBuilder().build() + "This is a letter.");
+    EXPECT_TRUE(zip.list().empty());
+    expectEveryChangeRefused("cannot rebuild mem:///plans.zip: it is not a ZIP archive");
+}
+
 TEST_F(ZipProviderGuards, AnArchiveWhoseDirectoryBreaksOffIsListedAsFarAsItGoesAndNeverOverwritten) {
     ArchiveBuilder builder;
     builder.add("a", "1").add("b", "2").add("c", "3");

@@ -31,8 +31,6 @@ void ZipState<StorageItem, ByteStreamDevice>::continueFrom(TemporaryArchive& arc
     }
     m_storedBefore = std::move(stored);
     m_keptArchiveIsUnread = true;
-    // The container still lacks what the kept archive has.
-    m_stateChanged = m_treeChanged = true;
     for (auto& [path, modified] : m_modified) {
         // The kept archive has the entry as it was written, not as it was before.
         modified.settled = true;
