@@ -90,6 +90,7 @@ if(KX_SANITIZE)
   endif()
 endif()
 if(KX_COVERAGE)
-  target_compile_options(kx_flags INTERFACE --coverage -O0 -g)
+  # Threads that count at the same moment would lose counts.
+  target_compile_options(kx_flags INTERFACE --coverage -fprofile-update=atomic -O0 -g)
   target_link_options(kx_flags INTERFACE --coverage)
 endif()
