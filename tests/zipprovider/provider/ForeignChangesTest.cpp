@@ -50,6 +50,14 @@ protected:
     MountedZip mounted{StorageItem(hooked, container.getLocation())};
 };
 
+TEST_F(ForeignChange, OfAnEntryIsSeenWhenThatIsOpenedAlthoughTheOldDirectoryIsStillInItsPlace) {
+    const auto before = simpleArchive({{"a", "old"}});
+    mount(before);
+    EXPECT_EQ(zip.read("/a"), "old");
+    replaceContainer(ArchiveBuilder().leading(before).add("a", "new").build());
+    EXPECT_EQ(zip.read("/a"), "new");
+}
+
 TEST_F(ForeignChange, WhileTheNewArchiveIsBuiltIsNotOverwritten) {
     mounted.list();
     std::uint64_t before = 0;

@@ -23,7 +23,9 @@ TemporaryArchive::~TemporaryArchive() {
     try {
         remove();
     } catch (...) {
-        // The archive is not needed any more; a file left in the temporary directory harms nobody.
+        // A file left in the temporary directory harms nobody, but want of memory is no reason to leave one.
+        std::error_code failure;
+        std::filesystem::remove(m_path, failure);
     }
 }
 

@@ -145,7 +145,8 @@ void WorkingFileEntry::doRemove() {
     KX_LOG_DEBUG(m_logger) << "Size before removal: " << getCachedFileSize();
     const MutexLock lock(m_mutex);
     if (!m_checkoutPath.empty()) {
-        fl::filesystem::remove(std::exchange(m_checkoutPath, {}));
+        fl::filesystem::remove(m_checkoutPath);
+        m_checkoutPath.clear();
     }
 }
 
