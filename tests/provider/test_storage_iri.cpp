@@ -264,8 +264,12 @@ TEST(StorageIRI, AnyTwoAreEqualOrInOneOrder) {
         EXPECT_TRUE(*low == *low);
         EXPECT_FALSE(*low < *low);
         for (auto high = low + 1; high != iris.end(); ++high) {
-            EXPECT_TRUE(*low<*high&& * high> * low && *low != *high) << *low << " and " << *high;
-            EXPECT_FALSE(*high < *low || *low > *high || *high == *low) << *low << " and " << *high;
+            const auto& a = *low;
+            const auto& b = *high;
+            EXPECT_TRUE(a < b) << a << " and " << b;
+            EXPECT_TRUE(b > a) << a << " and " << b;
+            EXPECT_TRUE(a != b) << a << " and " << b;
+            EXPECT_FALSE(b < a || a > b || b == a) << a << " and " << b;
         }
     }
 }

@@ -6,6 +6,7 @@
 #include <cppmicroservices/LDAPFilter.h>
 
 #include <iostream>
+#include <memory>
 #include <set>
 #include <sstream>
 #include <stdexcept>
@@ -71,14 +72,14 @@ TEST_F(EmbeddedHandle, AValueWithoutATextShowsItsType) {
 
 TEST_F(EmbeddedHandle, AFrameworkLogsToTheStandardLogUnlessItIsGivenAnother) {
     std::ostringstream log;
-    std::streambuf* const before = std::clog.rdbuf(log.rdbuf());
     {
+        const auto putBack = [](std::streambuf* before) { std::clog.rdbuf(before); };
+        const std::unique_ptr<std::streambuf, decltype(putBack)> before(std::clog.rdbuf(log.rdbuf()));
         Framework framework = cppmicroservices::FrameworkFactory().NewFramework(
             {{cppmicroservices::Constants::FRAMEWORK_LOG, true}}, nullptr);
         framework.Start();
         framework.GetBundleContext().InstallBundles(greetingBundle);
     }
-    std::clog.rdbuf(before);
     EXPECT_EQ(log.str(), "installed " + greetingBundle + "\n");
 }
 

@@ -323,13 +323,14 @@ TEST_F(TreeCopierTest, ASourceThatBreaksOffLeavesTheArchiveAsItWas) {
 
 namespace {
 
-/// Takes what a stream got so far as a new file's contents, as the provider of archives does, and then has no
-/// room: to write, to close the stream or to remove.
+/// Makes a new file when it is opened and keeps it whatever becomes of the stream, as the provider of
+/// archives may, and has no room to write, to close the stream or to remove.
 class FullProvider final : public ForwardingProvider {
 public:
     enum class Full { Writing, Closing };
-    FullProvider(std::shared_ptr<InMemoryProvider> files, Full full, bool removes)
-        : ForwardingProvider(std::move(files)), m_full(full), m_removes(removes) {}
+    enum class Removal { Works, FailsAsTheInterfaceHasIt, FailsInAnotherWay };
+    FullProvider(std::shared_ptr<InMemoryProvider> files, Full full, Removal removal)
+        : ForwardingProvider(std::move(files)), m_full(full), m_removal(removal) {}
 
 private:
     class Stream final : public ForwardingByteStream {
@@ -356,28 +357,39 @@ private:
         return std::make_unique<Stream>(target()->openStream(location, options), m_full);
     }
     void doRemoveFile(const StorageIRI& location) override {
-        if (!m_removes)
+        if (m_removal == Removal::FailsAsTheInterfaceHasIt)
             throw Exception(ErrorCode::NoSpace, location, "while removing");
+        if (m_removal == Removal::FailsInAnotherWay)
+            throw std::runtime_error("the rebuilding broke off");
         target()->removeFile(location);
     }
 
     const Full m_full;
-    const bool m_removes;
+    const Removal m_removal;
 };
 
 } // namespace
 
 TEST_F(TreeCopierTest, ANewEntryThatCannotBeWrittenToItsEndIsRemovedOrToldOf) {
-    for (const auto full : {FullProvider::Full::Writing, FullProvider::Full::Closing})
-        for (const bool removes : {true, false}) {
+    using Full = FullProvider::Full;
+    using Removal = FullProvider::Removal;
+    const std::map<Removal, Paths> toldOfRemoval{
+        {Removal::Works, {}},
+        {Removal::FailsAsTheInterfaceHasIt,
+         {"the removal of what was copied of it failed: no space left: mem:///new: while removing"}},
+        {Removal::FailsInAnotherWay,
+         {"the removal of what was copied of it failed: the rebuilding broke off"}},
+    };
+    for (const auto full : {Full::Writing, Full::Closing})
+        for (const auto& [removal, expected] : toldOfRemoval) {
             const auto files = std::make_shared<InMemoryProvider>();
             MountedContainer from;
             from.provider = files;
             writeFile(*files, files->at(u"/old"), "bytes");
             MountedContainer to;
-            to.provider = std::make_shared<FullProvider>(files, full, removes);
+            to.provider = std::make_shared<FullProvider>(files, full, removal);
             to.container = files->at(u"/to.zip");
-            std::vector<std::string> told;
+            Paths told;
             TreeCopier::Options options;
             options.onFailure = [&](const CopyFailure& failure) {
                 try {
@@ -387,13 +399,10 @@ TEST_F(TreeCopierTest, ANewEntryThatCannotBeWrittenToItsEndIsRemovedOrToldOf) {
                 }
             };
             EXPECT_FALSE(TreeCopier(options).copyFile(from, files->at(u"/old"), to, files->at(u"/new")));
-            EXPECT_EQ(files->isFile(files->at(u"/new")), !removes);
-            const std::string failure =
-                full == FullProvider::Full::Writing ? "while writing" : "while closing";
-            EXPECT_EQ(told, removes ? Paths{failure}
-                                    : (Paths{"what was copied of it cannot be removed: "
-                                             "no space left: mem:///new: while removing",
-                                             failure}));
+            EXPECT_EQ(files->isFile(files->at(u"/new")), removal != Removal::Works);
+            auto all = expected;
+            all.emplace_back(full == Full::Writing ? "while writing" : "while closing");
+            EXPECT_EQ(told, all);
         }
 }
 

@@ -9,6 +9,7 @@
 
 #include <support/TemporaryFolder.h>
 #include <support/archives/IndependentReaders.h>
+#include <support/archives/WrittenArchives.h>
 #include <support/contents.h>
 
 #include <boost/date_time/posix_time/posix_time_types.hpp>
@@ -20,6 +21,7 @@
 #include <fstream>
 #include <iterator>
 #include <limits>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -64,6 +66,11 @@ ArchiveEntry ownEntry(const std::string& name, const std::string& content) {
 /// minizip writes, or the first ones of a new archive in large pieces.
 class StoredEntries : public testing::Test {
 protected:
+    void TearDown() override {
+        m_archives.addFolder(m_folder.path());
+        EXPECT_EQ(m_archives.problems(), "");
+    }
+
     std::filesystem::path path() const { return m_folder.file("archive.zip"); }
 
     /// How many of the archive's entries the writer of large pieces takes over, one after the other.
@@ -79,6 +86,7 @@ protected:
 
     TemporaryFolder m_folder;
     const ScopedTimeZone m_zone{"UTC0"};
+    WrittenArchives m_archives;
 };
 
 /// A change of an entry that this system wrote, after which it is another writer's.
@@ -175,7 +183,6 @@ TEST_F(StoredEntries, OneThatCannotBeReadToItsEndIsLeftOutWhole) {
     ArchiveLayout layout;
     const auto bytes = ArchiveBuilder().add(ownEntry("small", "1")).add(large).build(&layout);
     const auto directory = layout.centralDirectory;
-    const auto infos = entriesOf(bytes);
     // The directory stands behind what cannot be read.
     const auto gap = directory - 50'000;
     const auto reader = [&](std::uint64_t position, char* buffer, std::uint32_t count) {
@@ -199,7 +206,8 @@ TEST_F(StoredEntries, AFullDiskIsReportedWhereverItIsMet) {
 }
 
 TEST_F(StoredEntries, AnArchiveOfNoneIsNotMade) {
-    StoredArchiveWriter writer(readerOf(""), path());
+    const std::string nothing;
+    StoredArchiveWriter writer(readerOf(nothing), path());
     writer.finish();
     EXPECT_FALSE(std::filesystem::exists(path()));
 }

@@ -10,6 +10,7 @@
 #include <storage/zipprovider/src/ZipEntryAppender.h>
 #include <storage/zipprovider/src/ZipEntrySink.h>
 
+#include <foundation/log/control.h>
 #include <support/TemporaryFolder.h>
 #include <support/archives/IndependentReaders.h>
 #include <support/archives/WrittenArchives.h>
@@ -24,8 +25,12 @@
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
+#include <iostream>
 #include <sstream>
+#include <streambuf>
 #include <string>
+#include <string_view>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -420,6 +425,50 @@ TEST_F(AppendingEntries, NoticesThatTheArchiveFileIsGone) {
     const std::string gone = "ZipEntryAppender: Problem getting last write time of zip file";
     EXPECT_EQ(failureOf([&] { appender.appendFile(ZipEntryPath(u"/b.txt"), contents); }), gone);
     EXPECT_EQ(failureOf([&] { appender.appendFolder(ZipEntryPath(u"/made"), someTime); }), gone);
+}
+
+/// Cuts a file when a log record has this text, which nobody sees.
+class CutsAtARecord final : public std::streambuf {
+public:
+    CutsAtARecord(std::string text, std::filesystem::path file)
+        : m_text(std::move(text)), m_file(std::move(file)), m_before(std::cerr.rdbuf(this)) {
+        foundation::log::enable(foundation::log::severity::debug, {"storage::zipprovider::WorkingFileEntry"});
+    }
+    ~CutsAtARecord() override {
+        foundation::log::disable();
+        std::cerr.rdbuf(m_before);
+    }
+
+    CutsAtARecord(const CutsAtARecord&) = delete;
+    CutsAtARecord& operator=(const CutsAtARecord&) = delete;
+
+protected:
+    std::streamsize xsputn(const char* data, std::streamsize count) override {
+        if (std::string_view(data, static_cast<std::size_t>(count)).find(m_text) != std::string_view::npos) {
+            std::filesystem::resize_file(m_file, 1);
+        }
+        return count;
+    }
+    int_type overflow(int_type c) override { return traits_type::not_eof(c); }
+
+private:
+    const std::string m_text;
+    const std::filesystem::path m_file;
+    std::streambuf* const m_before;
+};
+
+TEST_F(AppendingEntries, AWorkingFileThatGivesFewerBytesThanItHadMakesNoEntry) {
+    MiniZipWriteHandle archive(path());
+    ZipEntryAppender appender(archive, path(), 0);
+    WorkingFileEntry contents(ZipEntryPath(u"/a.txt"));
+    fill(contents, "written");
+    {
+        const CutsAtARecord cut("m_checkoutPath.string()=", m_working.onlyFile());
+        EXPECT_EQ(failureOf([&] { appender.appendFile(ZipEntryPath(u"/a.txt"), contents); }),
+                  "its working file could not be read to the end");
+    }
+    archive.close();
+    leaveUnjudged();
 }
 
 } // namespace

@@ -39,7 +39,7 @@ public:
     const char* what() const noexcept override;
 };
 
-/// What was not copied, and why.
+/// What was not copied, or what is left of it, and why.
 struct CopyFailure {
     foundation::storage::provider::StorageIRI source;
     foundation::storage::provider::StorageIRI destination;

@@ -75,14 +75,15 @@ bool TreeCopier::copyFile(const MountedContainer& from, const StorageIRI& source
 std::uint64_t TreeCopier::copyInto(const MountedContainer& from, const StorageIRI& source,
                                    const MountedContainer& to, const StorageIRI& destination,
                                    fl::i18n::ustring_view name) {
+    const auto failuresBefore = m_failures;
     const auto place = destination.child(name);
-    if (const auto objection = SafeTarget(from, to).objection(source, place)) {
+    if (const auto objection = SafeTarget(from, to).objection(source, place))
         refuse(source, place, *objection);
-        return 1;
-    }
-    if (from.provider->isFolder(source))
-        return copyFolder(from, source, to, place);
-    return copyFile(from, source, to, place) ? 0 : 1;
+    else if (from.provider->isFolder(source))
+        copyFolder(from, source, to, place);
+    else
+        copyFile(from, source, to, place);
+    return m_failures - failuresBefore;
 }
 
 void TreeCopier::copyStream(ByteStream& in, const MountedContainer& to, const StorageIRI& destination,
@@ -128,10 +129,12 @@ void TreeCopier::removeIncomplete(const StorageIRI& source, IProvider& provider,
     try {
         if (provider.isFile(destination))
             provider.removeFile(destination);
-    } catch (const Exception& failure) {
+    } catch (const std::exception& failure) {
+        // Containers let failures of their own formats pass.
+        const auto* const known = dynamic_cast<const Exception*>(&failure);
         fail(source, destination,
-             {failure.getErrorCode(), destination,
-              std::string("what was copied of it cannot be removed: ") + failure.what()});
+             {known ? known->getErrorCode() : ErrorCode::LocalFileSystem, destination,
+              std::string("the removal of what was copied of it failed: ") + failure.what()});
     }
 }
 
