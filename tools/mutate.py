@@ -9,7 +9,8 @@ FOLDER (build/mutants), which has a build folder of its own. Tests work in the f
 
 A mutant is caught
 - by a test that fails, crashes or does not end in time: first the programs that the list names for it, then those
-  of its component, then all others but the ones named in `left_out` of the list (not with --quick);
+  of its component; at the end those that are left are tried against all others but the ones named in `left_out` of
+  the list (not with --quick), once these have passed without any mutant;
 - by clang's thread-safety analysis, where the list says `thread_safety`: the translation unit named there is
   accepted unchanged and refused with the mutant.
 
@@ -19,6 +20,7 @@ Exit status: 0 when all were caught, 1 when one survived, 2 when the list does n
 """
 
 import argparse
+import contextlib
 import hashlib
 import json
 import os
@@ -189,37 +191,54 @@ class Workshop:
         return run(["clang++", *flags, "-fsyntax-only", "-Wthread-safety", "-Werror", self.tree / unit], log,
                    cwd=entry["directory"])
 
-    def catcher(self, mutant, quick):
-        """What notices the mutant; None when nothing does."""
+    @contextlib.contextmanager
+    def broken(self, mutant):
+        """The copy of the sources with the mutant in it; what is done to it goes into the log that this gives."""
         file = self.tree / mutant["file"]
         unchanged = file.read_text()
         log_name = re.sub(r"[^A-Za-z0-9]+", "-", mutant["name"]) + ".log"
-        with open(self.logs / log_name, "w") as log:
+        with open(self.logs / log_name, "a") as log:
             try:
                 file.write_text(unchanged.replace(mutant["old"], mutant["new"]))
-                if "thread_safety" in mutant and not self.is_accepted(mutant["thread_safety"], log):
-                    return "clang -Wthread-safety"
-                for test in mutant["tests"]:
-                    self.build_with(mutant, program_of(test), log)
-                    if not self.passes(test, log):
-                        return self.failed_test(log.name) or f"{test}, which does not end"
-                return None if quick else self.whole_suite_catcher(mutant, log)
+                yield log
             finally:
                 file.write_text(unchanged)
+
+    def catcher(self, mutant):
+        """What of the mutant's own tests notices it; None when nothing does."""
+        with self.broken(mutant) as log:
+            if "thread_safety" in mutant and not self.is_accepted(mutant["thread_safety"], log):
+                return "clang -Wthread-safety"
+            for test in mutant["tests"]:
+                self.build_with(mutant, program_of(test), log)
+                if not self.passes(test, log):
+                    return self.failed_test(log.name) or f"{test}, which does not end"
+        return None
 
     def build_with(self, mutant, target, log):
         if not self.compile([target], log):
             raise Misfit(f"{mutant['name']!r} does not compile: {log.name}")
 
-    def whole_suite_catcher(self, mutant, log):
-        self.build_with(mutant, "all", log)
+    def require_whole_suite(self):
+        """What fails without any mutant catches none."""
+        with open(self.logs / "unchanged-suite.log", "w") as log:
+            if not self.compile(["all"], log) or not self.whole_suite_passes(log):
+                raise Misfit(f"the whole suite does not pass without any mutant: {log.name}")
+
+    def whole_suite_catcher(self, mutant):
+        """What of the whole suite notices the mutant; None when nothing does."""
+        with self.broken(mutant) as log:
+            self.build_with(mutant, "all", log)
+            if self.whole_suite_passes(log):
+                return None
+            return self.failed_test(log.name) or "the whole suite"
+
+    def whole_suite_passes(self, log):
         self.empty_temporary()
         command = ["ctest", "--test-dir", self.build, "--stop-on-failure", "--output-on-failure",
                    "--parallel", str(self.jobs),
                    "--label-exclude", self.left_out["labels"], "--exclude-regex", self.left_out["tests"]]
-        if run(command, log, WHOLE_SUITE_SECONDS, env=self.environment):
-            return None
-        return self.failed_test(log.name) or "the whole suite"
+        return run(command, log, WHOLE_SUITE_SECONDS, env=self.environment)
 
     @staticmethod
     def failed_test(log_name):
@@ -252,23 +271,39 @@ def main():
 def try_all(workshop, mutants, quick):
     workshop.prepare(mutants)
     survivors, misfits, refused = [], [], 0
-    for number, mutant in enumerate(mutants, 1):
+
+    def attempt(number, mutant, catcher_of):
+        """What has caught the mutant; None when nothing did, or when it does not compile."""
         begin = time.monotonic()
         try:
-            catcher = workshop.catcher(mutant, quick)
+            catcher = catcher_of(mutant)
         except Misfit as misfit:
             misfits.append(mutant["name"])
             print(f"mutate: {misfit}", file=sys.stderr)
-            continue
+            return None
         if catcher is None:
-            survivors.append(mutant["name"])
-        refused += catcher == "clang -Wthread-safety"
+            survivors.append(mutant)
         verdict = f"caught by {catcher}" if catcher else "SURVIVED"
-        print(f"{number}/{len(mutants)} {mutant['name']}: {verdict} ({time.monotonic() - begin:.0f} s)", flush=True)
+        print(f"{number} {mutant['name']}: {verdict} ({time.monotonic() - begin:.0f} s)", flush=True)
+        return catcher
+
+    for number, mutant in enumerate(mutants, 1):
+        refused += attempt(f"{number}/{len(mutants)}", mutant, workshop.catcher) == "clang -Wthread-safety"
+    suite_fits = True
+    if survivors and not quick:
+        try:
+            workshop.require_whole_suite()
+        except Misfit as misfit:
+            suite_fits = False
+            print(f"mutate: {misfit}", file=sys.stderr)
+        else:
+            left, survivors[:] = list(survivors), []
+            for mutant in left:
+                attempt("whole suite:", mutant, workshop.whole_suite_catcher)
     caught = len(mutants) - len(survivors) - len(misfits)
     print(f"{len(mutants)} mutants, {caught} caught ({refused} of them by clang -Wthread-safety), "
           f"{len(survivors)} survived")
-    return 2 if misfits else 1 if survivors else 0
+    return 2 if misfits or not suite_fits else 1 if survivors else 0
 
 
 if __name__ == "__main__":
