@@ -16,7 +16,8 @@ A mutant is caught
 
 NAME is a part of a mutant's name or of its file: `tools/mutate.py fileprovider lock` tries all of the local files
 and all that have to do with locks.
-Exit status: 0 when all were caught, 1 when one survived, 2 when the list does not fit the sources.
+Exit status: 0 when all were caught, 1 when one survived, 2 when the list does not fit the sources or these do not
+pass unchanged.
 """
 
 import argparse
@@ -243,7 +244,7 @@ class Workshop:
     @staticmethod
     def failed_test(log_name):
         with open(log_name, errors="replace") as log:
-            failed = re.search(r"^\[  FAILED  \] (\S+?)(?:,| \(|$)|Test +#\d+: (\S+) .*\*\*\*", log.read(), re.M)
+            failed = re.search(r"^\[  FAILED  \] (\S+?)(?:,| \(|$)|Test +#\d+: (\S+) .*\*\*\*(?!Skipped|Not Run)", log.read(), re.M)
         return failed and (failed[1] or failed[2])
 
 
@@ -272,7 +273,7 @@ def try_all(workshop, mutants, quick):
     workshop.prepare(mutants)
     survivors, misfits, refused = [], [], 0
 
-    def attempt(number, mutant, catcher_of):
+    def attempt(number, mutant, catcher_of, survival):
         """What has caught the mutant; None when nothing did, or when it does not compile."""
         begin = time.monotonic()
         try:
@@ -283,12 +284,14 @@ def try_all(workshop, mutants, quick):
             return None
         if catcher is None:
             survivors.append(mutant)
-        verdict = f"caught by {catcher}" if catcher else "SURVIVED"
+        verdict = f"caught by {catcher}" if catcher else survival
         print(f"{number} {mutant['name']}: {verdict} ({time.monotonic() - begin:.0f} s)", flush=True)
         return catcher
 
     for number, mutant in enumerate(mutants, 1):
-        refused += attempt(f"{number}/{len(mutants)}", mutant, workshop.catcher) == "clang -Wthread-safety"
+        survival = "SURVIVED" if quick else "survived its own tests"
+        caught_by = attempt(f"{number}/{len(mutants)}", mutant, workshop.catcher, survival)
+        refused += caught_by == "clang -Wthread-safety"
     suite_fits = True
     if survivors and not quick:
         try:
@@ -299,7 +302,7 @@ def try_all(workshop, mutants, quick):
         else:
             left, survivors[:] = list(survivors), []
             for mutant in left:
-                attempt("whole suite:", mutant, workshop.whole_suite_catcher)
+                attempt("whole suite:", mutant, workshop.whole_suite_catcher, "SURVIVED")
     caught = len(mutants) - len(survivors) - len(misfits)
     print(f"{len(mutants)} mutants, {caught} caught ({refused} of them by clang -Wthread-safety), "
           f"{len(survivors)} survived")

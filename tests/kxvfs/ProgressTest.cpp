@@ -36,13 +36,17 @@ protected:
 
     /// What the tool shows on a terminal of 80 columns.
     std::string shown(const std::string& arguments) const {
+        return shownBy("[os.environ['KXVFS']] + '" + arguments + "'.split()");
+    }
+
+    /// What a program shows there; its words are given as Python has them.
+    std::string shownBy(const std::string& words) const {
         auto with = options();
         with.environment.insert(with.environment.end(), {{"TERM", "xterm"}, {"KXVFS", binary()}});
-        const auto result = runProcess(
-            {"python3", "-c",
-             "import os, pty, sys; sys.exit(os.waitstatus_to_exitcode(pty.spawn([os.environ['KXVFS']] + '" +
-                 arguments + "'.split())))"},
-            with);
+        const auto result =
+            runProcess({"python3", "-c",
+                        "import os, pty, sys; sys.exit(os.waitstatus_to_exitcode(pty.spawn(" + words + ")))"},
+                       with);
         EXPECT_EQ(result.exitCode, 0) << result.output << result.errors;
         return result.output;
     }
@@ -89,6 +93,28 @@ TEST_F(ProgressTest, WhatIsTakenInFromElsewhereShowsThatItIsPacked) {
     const auto shownText = shown("cp huge.txt small.zip/");
     EXPECT_TRUE(contains(shownText, "saving small.zip: packing, ")) << shownText;
     EXPECT_EQ(names("small.zip"), (Names{"a", "huge.txt"}));
+}
+
+TEST_F(ProgressTest, CopyingStandardInputShowsHowMuchThereWasSoFar) {
+    save("small.zip", simpleArchive({{"a", "1"}}));
+    const auto text =
+        shownBy("['bash', '-c', '(echo one; sleep 1; echo two) | $KXVFS cp - small.zip/new.txt']");
+    EXPECT_TRUE(contains(text, "\r\x1b[Knew.txt  0 files, 8")) << text;
+    EXPECT_FALSE(contains(text, "%")) << text;
+    EXPECT_EQ(names("small.zip"), (Names{"a", "new.txt"}));
+}
+
+TEST_F(ProgressTest, CopyingForLongShowsTheFileAndHowMuchOfItIsDone) {
+    saveBig();
+    std::filesystem::create_directory(folder.file("out"));
+    // The copying is stopped again and again, so that it takes long enough on any machine.
+    const auto text = shownBy(
+        "['bash', '-c', 'stty cols 60; $KXVFS cp -r big.zip out & while kill -STOP $! 2>/dev/null; do "
+        "sleep 0.1; kill -CONT $!; sleep 0.02; done; wait $!']");
+    EXPECT_TRUE(contains(text, " [")) << text;
+    EXPECT_TRUE(contains(text, "%  ")) << text;
+    EXPECT_TRUE(contains(text, " files, ")) << text;
+    EXPECT_EQ(load("out/big.zip/f5"), ProgressTest::text(5'000'000, 5));
 }
 
 TEST_F(ProgressTest, QuietRunsAndRunsForProgramsShowNone) {

@@ -92,7 +92,7 @@ protected:
         m_mounted = fuse_session_mount(m_session, m_folder.path().c_str()) == 0;
         if (!m_mounted && geteuid() != 0 && !programExists("fusermount3"))
             GTEST_SKIP() << "only root can mount here";
-        ASSERT_TRUE(m_mounted);
+        ASSERT_TRUE(m_mounted) << "see standard error";
     }
 
     void TearDown() override {

@@ -68,6 +68,15 @@ std::string noise(std::size_t length) {
 
 } // namespace
 
+TEST_F(MountSavingTest, TakesAnArchiveWhoseNameHasWhatSeparatesMountOptions) {
+    const std::string name = "plans,2024\\ro.zip";
+    ASSERT_EQ(runMountTool({"create", folder.file(name).string()}).exitCode, 0);
+    mount(name);
+    put(in("a.txt"), "written");
+    unmount();
+    EXPECT_EQ(names(name), (Names{"a.txt"}));
+}
+
 TEST_F(MountSavingTest, FsyncReturnsWhenTheArchiveHoldsTheChange) {
     mount("plans.zip", "save_after=3600,save_within=3600");
     const Descriptor file(in("b.txt"), O_RDWR | O_TRUNC);

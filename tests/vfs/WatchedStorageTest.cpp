@@ -87,6 +87,19 @@ TEST_F(WatchedStorageTest, GoesTheWaysOfTheStorageThatItStandsFor) {
     EXPECT_EQ(own->taken, "getProviderStorageInfo");
 }
 
+TEST_F(WatchedStorageTest, AnswersAsTheStorageThatItStandsFor) {
+    const auto listing = watched.listAll(memory->at(u"/"));
+    ASSERT_TRUE(listing->hasNext());
+    listing->next();
+    EXPECT_EQ(listing->current().getName(), u"a.txt");
+    EXPECT_FALSE(listing->hasNext());
+    for (const auto feature : {Feature::SetLastModified, Feature::SetWritable}) {
+        EXPECT_EQ(watched.hasFeature(feature), own->hasFeature(feature));
+    }
+    EXPECT_EQ(watched.getCanonicalLocation(file), memory->getCanonicalLocation(file));
+    EXPECT_EQ(watched.getFilenameSensitivity(), memory->getFilenameSensitivity());
+}
+
 TEST_F(WatchedStorageTest, FoldersAreThoseOfTheStorageThatItStandsFor) {
     const auto folder = memory->at(u"/folder");
     const auto moved = memory->at(u"/moved");

@@ -97,6 +97,8 @@ constexpr LeftOut table[] = {
     {"InterruptionTest.WhatAKilledProcessLeftIsRemovedByTheNextRun", "there are no signals"},
     {"InterruptionTest.WhatARunLeftThatWasKilledAsItBeganIsRemovedByTheNext",
      "a run marks its folder in other steps"},
+    {"ProgressTest.CopyingForLongShowsTheFileAndHowMuchOfItIsDone", "there are no pseudo terminals"},
+    {"ProgressTest.CopyingStandardInputShowsHowMuchThereWasSoFar", "there are no pseudo terminals"},
     {"ProgressTest.OfANameThatIsTooLongForTheTerminalTheEndIsShown", "there are no pseudo terminals"},
     {"ProgressTest.QuickRunsShowNone", "there are no pseudo terminals"},
     {"ProgressTest.QuietRunsAndRunsForProgramsShowNone", "there are no pseudo terminals"},

@@ -27,10 +27,13 @@ std::string tail(const std::string& name, std::size_t width) {
     return "…" + fl::i18n::toUtf8(fl::i18n::ustring_view(wide).substr(wide.size() - width + 1));
 }
 
+/// Nothing where the size is not known, as of standard input.
 std::string bar(std::uint64_t done, std::uint64_t size) {
-    const auto share = size == 0 ? 1.0 : std::min(1.0, static_cast<double>(done) / static_cast<double>(size));
+    if (size == 0)
+        return {};
+    const auto share = std::min(1.0, static_cast<double>(done) / static_cast<double>(size));
     const auto filled = static_cast<std::size_t>(share * static_cast<double>(barWidth));
-    return fmt::format("[{}{}] {:3.0f}%", std::string(filled, '#'), std::string(barWidth - filled, '.'),
+    return fmt::format(" [{}{}] {:3.0f}%", std::string(filled, '#'), std::string(barWidth - filled, '.'),
                        share * 100);
 }
 
@@ -86,7 +89,7 @@ void CopyProgressBar::update(const storage::vfs::CopyProgress& progress) {
     if (time < m_next)
         return;
     m_next = time + ProgressLine::interval;
-    const auto numbers = fmt::format(" {}  {}, {}", bar(progress.fileBytes, progress.fileSize),
+    const auto numbers = fmt::format("{}  {}, {}", bar(progress.fileBytes, progress.fileSize),
                                      counted(progress.files, "file", "files"), humanSize(progress.bytes));
     ProgressLine::show(ProgressLine::fitted(fl::i18n::toUtf8(progress.source.getName()), numbers));
 }

@@ -7,8 +7,11 @@
 #include <foundation/storage/provider/Exception.h>
 
 #include <algorithm>
+#include <new>
 #include <numeric>
 #include <optional>
+#include <stdexcept>
+#include <string>
 #include <vector>
 
 namespace storage::vfs {
@@ -39,6 +42,10 @@ std::vector<FolderEntry> entriesOf(IProvider& provider, const StorageIRI& folder
 void requireStorable(const StorageIRI& destination, bool folder) {
     if (const auto objection = unstorable(destination, folder))
         throw Exception(ErrorCode::InvalidArgument, destination, *objection);
+}
+
+std::string removalFailed(const std::exception& failure) {
+    return std::string("the removal of what was copied of it failed: ") + failure.what();
 }
 
 } // namespace
@@ -129,12 +136,13 @@ void TreeCopier::removeIncomplete(const StorageIRI& source, IProvider& provider,
     try {
         if (provider.isFile(destination))
             provider.removeFile(destination);
+    } catch (const Exception& failure) {
+        fail(source, destination, {failure.getErrorCode(), destination, removalFailed(failure)});
+    } catch (const std::bad_alloc&) {
+        fail(source, destination);
     } catch (const std::exception& failure) {
         // Containers let failures of their own formats pass.
-        const auto* const known = dynamic_cast<const Exception*>(&failure);
-        fail(source, destination,
-             {known ? known->getErrorCode() : ErrorCode::LocalFileSystem, destination,
-              std::string("the removal of what was copied of it failed: ") + failure.what()});
+        report({source, destination, std::make_exception_ptr(std::runtime_error(removalFailed(failure)))});
     }
 }
 
