@@ -264,7 +264,7 @@ TEST_F(ChangingTest, ChangesGiveJson) {
     ASSERT_EQ(document.size(), 2U);
     EXPECT_EQ(document[0]["path"], iri("plans.zip", "x"));
     EXPECT_EQ(document[0]["type"], "folder");
-    EXPECT_TRUE(document[0]["size"].is_null());
+    EXPECT_TRUE(document[0].at("size").is_null());
     EXPECT_TRUE(document[0]["modified"].is_string());
     EXPECT_EQ(document[0]["action"], "created");
     EXPECT_EQ(document[1]["error"]["code"], 3);

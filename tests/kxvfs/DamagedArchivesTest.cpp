@@ -27,13 +27,6 @@ TEST_F(DamagedArchivesTest, AFileWithoutBytesIsAnEmptyArchive) {
     EXPECT_EQ(names("empty.zip"), (Names{"first"}));
 }
 
-TEST_F(DamagedArchivesTest, AnEntryWithADateOfNoCalendarIsCheckedAndHasNoTime) {
-    ArchiveBuilder builder;
-    builder.add("a.txt", "a").last().modified = {0xFFFF, 0};
-    save("odd.zip", builder.build());
-    EXPECT_TRUE(json({"check", "odd.zip"})[0]["modified"].is_null());
-}
-
 TEST_F(DamagedArchivesTest, AnotherFileIsNoArchiveForAnyCommand) {
     save("notes.txt", "hello");
     save("x", "x");
