@@ -108,9 +108,9 @@ TEST_F(ProgressTest, CopyingForLongShowsTheFileAndHowMuchOfItIsDone) {
     saveBig();
     std::filesystem::create_directory(folder.file("out"));
     // The copying is stopped again and again, so that it takes long enough on any machine.
-    const auto text = shownBy(
-        "['bash', '-c', 'stty cols 60; $KXVFS cp -r big.zip out & while kill -STOP $! 2>/dev/null; do "
-        "sleep 0.1; kill -CONT $!; sleep 0.02; done; wait $!']");
+    const auto text = shownBy("['bash', '-c', 'stty cols 60; $KXVFS cp -r big.zip out & "
+                              "for i in {1..100}; do kill -STOP $! 2>/dev/null || break; sleep 0.2; "
+                              "kill -CONT $!; sleep 0.005; done; wait $!']");
     EXPECT_TRUE(contains(text, " [")) << text;
     EXPECT_TRUE(contains(text, "%  ")) << text;
     EXPECT_TRUE(contains(text, " files, ")) << text;

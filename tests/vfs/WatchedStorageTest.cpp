@@ -98,6 +98,10 @@ TEST_F(WatchedStorageTest, AnswersAsTheStorageThatItStandsFor) {
     }
     EXPECT_EQ(watched.getCanonicalLocation(file), memory->getCanonicalLocation(file));
     EXPECT_EQ(watched.getFilenameSensitivity(), memory->getFilenameSensitivity());
+    EXPECT_TRUE(watched.exists(file));
+    EXPECT_FALSE(watched.exists(other));
+    EXPECT_EQ(watched.getExtendedAttributes(file).writable, memory->getExtendedAttributes(file).writable);
+    EXPECT_EQ(watched.getExtendedAttributes(file).properties, memory->getExtendedAttributes(file).properties);
 }
 
 TEST_F(WatchedStorageTest, FoldersAreThoseOfTheStorageThatItStandsFor) {
