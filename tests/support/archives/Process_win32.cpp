@@ -85,6 +85,18 @@ HANDLE openInheritable(const fs::path& path, DWORD access, DWORD disposition) {
                          &inheritable, disposition, FILE_ATTRIBUTE_NORMAL, nullptr);
 }
 
+/// On a busy machine a process of Wine may go before it has begun to run, which Wine calls an internal error.
+/// Then nothing of it was done, and another one is started.
+template <typename Start>
+void startProcess(Start start) {
+    constexpr int attempts = 3;
+    for (int attempt = 1; start() == 0; ++attempt) {
+        const auto error = ::GetLastError();
+        if (error != ERROR_INTERNAL_ERROR || attempt == attempts)
+            throw std::system_error(static_cast<int>(error), std::system_category(), "CreateProcess");
+    }
+}
+
 /// The caller's environment with the additions, as CreateProcessW takes it.
 std::wstring environmentWith(const std::vector<std::pair<std::string, std::string>>& additions) {
     std::wstring block;
@@ -133,10 +145,11 @@ ProcessResult runNative(const std::vector<std::string>& command, const ProcessOp
     std::wstring environment = environmentWith(options.environment);
     const std::wstring directory = wideOf(options.directory);
     PROCESS_INFORMATION process{};
-    if (::CreateProcessW(wideOf("Z:" KX_NATIVE_RUNNER).c_str(), line.data(), nullptr, nullptr, FALSE,
-                         CREATE_UNICODE_ENVIRONMENT, environment.data(),
-                         directory.empty() ? nullptr : directory.c_str(), &start, &process) == 0)
-        throw std::system_error(static_cast<int>(::GetLastError()), std::system_category(), "CreateProcess");
+    startProcess([&] {
+        return ::CreateProcessW(wideOf("Z:" KX_NATIVE_RUNNER).c_str(), line.data(), nullptr, nullptr, FALSE,
+                                CREATE_UNICODE_ENVIRONMENT, environment.data(),
+                                directory.empty() ? nullptr : directory.c_str(), &start, &process);
+    });
     ProcessResult result;
     const auto deadline = std::chrono::steady_clock::now() + options.timeout;
     while (!fs::exists(files.file("status"))) {
@@ -164,10 +177,11 @@ ProcessResult run(const fs::path& program, std::wstring line, const ProcessOptio
     std::wstring environment = environmentWith(options.environment);
     const std::wstring directory = wideOf(options.directory);
     PROCESS_INFORMATION process{};
-    if (::CreateProcessW(program.c_str(), line.data(), nullptr, nullptr, TRUE, CREATE_UNICODE_ENVIRONMENT,
-                         environment.data(), directory.empty() ? nullptr : directory.c_str(), &start,
-                         &process) == 0)
-        throw std::system_error(static_cast<int>(::GetLastError()), std::system_category(), "CreateProcess");
+    startProcess([&] {
+        return ::CreateProcessW(program.c_str(), line.data(), nullptr, nullptr, TRUE,
+                                CREATE_UNICODE_ENVIRONMENT, environment.data(),
+                                directory.empty() ? nullptr : directory.c_str(), &start, &process);
+    });
     ::CloseHandle(process.hThread);
     const Handle handle(process.hProcess);
     ProcessResult result;
