@@ -244,7 +244,8 @@ class Workshop:
     @staticmethod
     def failed_test(log_name):
         with open(log_name, errors="replace") as log:
-            failed = re.search(r"^\[  FAILED  \] (\S+?)(?:,| \(|$)|Test +#\d+: (\S+) .*\*\*\*(?!Skipped|Not Run)", log.read(), re.M)
+            failed = re.search(r"^\[  FAILED  \] (\S+?)(?:,| \(|$)|"
+                               r"Test +#\d+: (\S+) .*\*\*\*(?!Skipped|Not Run)", log.read(), re.M)
         return failed and (failed[1] or failed[2])
 
 

@@ -1,6 +1,10 @@
 #include "Fixture.h"
 
 #include <cstdlib>
+#include <filesystem>
+#include <string>
+#include <utility>
+#include <vector>
 
 using namespace kx::test;
 using namespace storage::vfs;
@@ -25,6 +29,16 @@ protected:
                               R"(["foundation::storage::provider::ContainerProviderFactory"]}}]}})";
         return code + simpleArchive({{name + "/manifest.json", manifest}});
     }
+
+    /// Options whose warnings are collected.
+    Vfs::Options recording(std::vector<std::filesystem::path> bundleFolders = {}) {
+        Vfs::Options options;
+        options.bundleFolders = std::move(bundleFolders);
+        options.warn = [this](const std::string& message) { warnings.push_back(message); };
+        return options;
+    }
+
+    std::vector<std::string> warnings;
 };
 
 } // namespace
@@ -56,11 +70,7 @@ TEST_F(BundlesTest, ABundleThatCannotBeLoadedIsNamedAndTheOthersServe) {
     save("plans.zip", plans());
     const auto bundle = zipBundle();
     std::filesystem::copy_file(bundle, folder.file("providers/b") / bundle.filename());
-    std::vector<std::string> warnings;
-    Vfs::Options options;
-    options.bundleFolders = {folder.file("providers")};
-    options.warn = [&](const std::string& message) { warnings.push_back(message); };
-    Vfs vfs(options);
+    Vfs vfs(recording({folder.file("providers")}));
     EXPECT_EQ(read(vfs, inZip("plans.zip", u"/b.txt")), "b");
     ASSERT_EQ(warnings.size(), 1U);
     const auto expected = "cannot load provider bundle " +
@@ -79,11 +89,7 @@ TEST_F(BundlesTest, ABundleWhoseLibraryOrManifestIsBrokenIsNamed) {
          "no code" + kx::test::simpleArchive(
                          {{"text/manifest.json", R"({"bundle.symbolic_name": "text", "scr": "nothing"})"}}));
     save("plans.zip", plans());
-    std::vector<std::string> warnings;
-    Vfs::Options options;
-    options.bundleFolders = {folder.file("providers")};
-    options.warn = [&](const std::string& message) { warnings.push_back(message); };
-    Vfs vfs(options);
+    Vfs vfs(recording({folder.file("providers")}));
     const auto failure = exceptionOf([&] { vfs.mount(inZip("plans.zip", u"/")); });
     EXPECT_EQ(failure.getCause(), "no provider serves the scheme \"zip\"");
     ASSERT_EQ(warnings.size(), 2U);
@@ -100,11 +106,7 @@ TEST_F(BundlesTest, ABundleThatMakesNoFactoryIsNamedAndTheOthersServe) {
                            bundleOf(load(KX_GREETING_BUNDLE), "idle", "runtime::bundle::Sulker"));
     std::filesystem::copy_file(zipBundle(), folder.file("providers/b" KX_LIBRARY_SUFFIX));
     save("plans.zip", plans());
-    std::vector<std::string> warnings;
-    Vfs::Options options;
-    options.bundleFolders = {folder.file("providers")};
-    options.warn = [&](const std::string& message) { warnings.push_back(message); };
-    Vfs vfs(options);
+    Vfs vfs(recording({folder.file("providers")}));
     EXPECT_EQ(read(vfs, inZip("plans.zip", u"/b.txt")), "b");
     EXPECT_EQ(warnings, (std::vector<std::string>{"cannot use provider bundle " +
                                                   std::filesystem::path(idle).make_preferred().string() +
@@ -115,11 +117,8 @@ TEST_F(BundlesTest, ABundleThatMakesNoFactoryIsNamedAndTheOthersServe) {
 
 TEST_F(BundlesTest, TheEnvironmentSaysWhereBundlesAre) {
     setenv("KXVFS_PROVIDERS", folder.file("nowhere").c_str(), 1);
-    std::vector<std::string> warnings;
-    Vfs::Options options;
-    options.warn = [&](const std::string& message) { warnings.push_back(message); };
     {
-        Vfs vfs(options);
+        Vfs vfs(recording());
         EXPECT_EQ(vfs.schemes(), (std::vector<std::string>{"file"}));
     }
     unsetenv("KXVFS_PROVIDERS");
